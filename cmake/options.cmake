@@ -1,0 +1,34 @@
+# Switches of the build and what every target is compiled with.
+
+option(KVALO_TESTS "Build the C++ tests and the fuzz targets' replay programs" OFF)
+option(KVALO_FUZZ "Build the fuzz targets with libFuzzer (needs clang)" OFF)
+option(KVALO_WERROR "Treat warnings as errors" OFF)
+set(KVALO_SANITIZE "" CACHE STRING "Sanitizers for every target, as in -fsanitize=")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+
+find_program(KVALO_CCACHE ccache)
+if(KVALO_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${KVALO_CCACHE})
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wcast-align)
+# Results are part of the contract: no contraction into fused operations, no reordering.
+add_compile_options(-ffp-contract=off)
+if(KVALO_WERROR)
+  add_compile_options(-Werror)
+endif()
+if(KVALO_SANITIZE)
+  add_compile_options(-fsanitize=${KVALO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${KVALO_SANITIZE})
+endif()

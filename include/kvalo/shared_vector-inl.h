@@ -1,0 +1,57 @@
+// The parts of mirn3::shared_vector<double> that are too long for its declaration.
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "kvalo/shared_vector.h"
+
+namespace mirn3 {
+
+inline void shared_vector<double>::adopt(uint64_t n, double* buffer, mem::BufferDeleter::Origin origin) {
+  mem::BufferDeleter deleter{.n = n, .origin = origin};
+  if (n >= (uint64_t{1} << 61)) throw std::bad_alloc();
+  try {
+    mem::reserve(n * sizeof(double));
+  } catch (...) {
+    if (buffer != nullptr) std::free(buffer);
+    throw;
+  }
+  if (buffer == nullptr) {
+    try {
+      buffer = mem::allocate_samples(n);
+    } catch (...) {
+      mem::release(n * sizeof(double));
+      throw;
+    }
+  }
+  // If making the reference count fails, the deleter runs: buffer and charge are given back.
+  owner_ = std::shared_ptr<double>(buffer, deleter);
+  data_ = buffer;
+  capacity_ = n;
+}
+
+inline shared_vector<double> shared_vector<double>::clone() const {
+  shared_vector copy;
+  copy.resize(size_);
+  if (size_ != 0) std::memcpy(copy.data_, data_, size_ * sizeof(double));
+  return copy;
+}
+
+inline void shared_vector<double>::watch() noexcept {
+  auto* kept = deleter();
+  if (kept == nullptr || kept->watched || kept->modified) return;
+  kept->seen = mem::digest(data_, size_);
+  kept->seen_size = size_;
+  kept->watched = true;
+}
+
+inline bool shared_vector<double>::is_modified() const noexcept {
+  const auto* kept = deleter();
+  if (kept == nullptr) return false;
+  if (kept->modified) return true;
+  return kept->watched && mem::digest(data_, kept->seen_size) != kept->seen;
+}
+
+}  // namespace mirn3

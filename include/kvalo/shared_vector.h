@@ -1,0 +1,152 @@
+// mirn3::shared_vector<double>: the one container that holds samples.
+//
+// A growable array of doubles whose buffer is counted by reference, so that a series, its Arrays, a
+// chart record and a NumPy view hold the very same samples. Every buffer is charged to the memory
+// budget (mirn3::mem) when it is made and given back once, when its last holder drops it.
+//
+// Growing never keeps the old content: whoever grows a vector refills it. Counting references is
+// thread safe; the samples themselves are not guarded.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "kvalo/export.h"
+
+namespace mirn3 {
+
+namespace mem {
+
+// Charges `bytes` to the budget; may call callback_reserve to make room first. Never refuses.
+MIRN3_API void reserve(size_t bytes);
+// Gives `bytes` back.
+MIRN3_API void release(size_t bytes) noexcept;
+
+// Memory for `n` doubles, all zero, aligned for vector instructions. Not charged.
+// Throws std::bad_alloc, also for n >= 2^61.
+MIRN3_API double* allocate_samples(size_t n);
+// Frees what allocate_samples(n) returned.
+MIRN3_API void free_samples(double* buffer, size_t n) noexcept;
+
+// A cheap order-dependent digest of samples, to find out later whether somebody wrote into them.
+MIRN3_API uint64_t digest(const double* samples, size_t n) noexcept;
+
+// Owns the charge and the memory of one buffer, and remembers what has happened to its samples.
+struct MIRN3_API BufferDeleter {
+  enum class Origin : uint8_t { pool, heap };
+
+  size_t n = 0;                   // elements charged
+  Origin origin = Origin::pool;   // allocate_samples, or malloc by whoever handed it over
+  bool modified = false;          // samples differ from what the source would give again
+  bool watched = false;           // handed out writable; `seen` tells whether it was written
+  uint64_t seen = 0;              // digest at the time of handing out
+  size_t seen_size = 0;
+
+  void operator()(double* buffer) const noexcept;
+};
+
+}  // namespace mem
+
+template <typename T>
+class shared_vector;
+
+template <>
+class shared_vector<double> {
+ public:
+  shared_vector() = default;
+
+  // Copies share: both see the same samples.
+  shared_vector(const shared_vector&) = default;
+  shared_vector& operator=(const shared_vector&) = default;
+  shared_vector(shared_vector&& other) noexcept { swap(other); }
+  shared_vector& operator=(shared_vector&& other) noexcept {
+    if (this != &other) {
+      reset();
+      swap(other);
+    }
+    return *this;
+  }
+
+  // Makes room for n elements. A new buffer holds zeros, not the old content; size stays.
+  void reserve(uint64_t n) {
+    if (capacity_ < n) adopt(n, nullptr, mem::BufferDeleter::Origin::pool);
+  }
+
+  // Sets the size. Past the capacity: n zeros in a new buffer. Within it: nothing is touched.
+  void resize(uint64_t n) {
+    reserve(n);
+    size_ = n;
+  }
+
+  // Takes over a malloc'ed buffer of n doubles without copying.
+  void assign_move(uint64_t n, double* buffer) {
+    adopt(n, buffer, mem::BufferDeleter::Origin::heap);
+    size_ = n;
+  }
+
+  // Drops this holder's share of the buffer.
+  void reset() noexcept {
+    owner_.reset();
+    data_ = nullptr;
+    capacity_ = 0;
+    size_ = 0;
+  }
+
+  // A vector of its own with the same samples; capacity = size.
+  shared_vector clone() const;
+
+  // Appends without looking at the capacity: for readers that reserved for every row.
+  void append_unchecked(double value) noexcept { data_[size_++] = value; }
+
+  double* data() noexcept { return data_; }
+  const double* data() const noexcept { return data_; }
+  uint64_t size() const noexcept { return size_; }
+  uint64_t capacity() const noexcept { return capacity_; }
+  bool empty() const noexcept { return size_ == 0; }
+  double& operator[](uint64_t i) noexcept { return data_[i]; }
+  double operator[](uint64_t i) const noexcept { return data_[i]; }
+  std::span<double> span() noexcept { return {data_, size_}; }
+  std::span<const double> span() const noexcept { return {data_, size_}; }
+  const double* begin() const noexcept { return data_; }
+  const double* end() const noexcept { return data_ + size_; }
+
+  // How many holders share the buffer; 0 without one.
+  long holders() const noexcept { return owner_.use_count(); }
+
+  // Says that the samples were changed in a way that loading them again would lose.
+  void mark_modified() noexcept {
+    if (auto* kept = deleter()) kept->modified = true;
+  }
+
+  // Says that somebody outside may write the samples from now on (a buffer view).
+  void watch() noexcept;
+
+  // Whether the samples may differ from their source: marked, or written through a view.
+  bool is_modified() const noexcept;
+
+  void swap(shared_vector& other) noexcept {
+    owner_.swap(other.owner_);
+    std::swap(data_, other.data_);
+    std::swap(capacity_, other.capacity_);
+    std::swap(size_, other.size_);
+  }
+
+ private:
+  // Charges n elements, makes or takes the buffer and drops the old one. A failure gives the charge
+  // back, frees a buffer that was handed over, and leaves the vector as it was.
+  void adopt(uint64_t n, double* buffer, mem::BufferDeleter::Origin origin);
+
+  mem::BufferDeleter* deleter() const noexcept { return std::get_deleter<mem::BufferDeleter>(owner_); }
+
+  // Hosts read these four: their order and types are fixed.
+  std::shared_ptr<double> owner_;
+  double* data_ = nullptr;
+  uint64_t capacity_ = 0;
+  uint64_t size_ = 0;
+};
+
+}  // namespace mirn3
+
+#include "kvalo/shared_vector-inl.h"

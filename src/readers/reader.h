@@ -1,0 +1,83 @@
+// The one interface behind which every source of samples lies.
+//
+// A reader knows bytes and sample buffers; it knows no Python object, no registry and no chart.
+// scan() looks at the source once and lists its variables; load() fills the two vectors of one
+// variable, and may be called any number of times.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "kvalo/shared_vector.h"
+
+namespace mirn2::rd {
+
+// A load request and its result.
+struct rto_t {
+  std::string_view tag_key;         // tag table for the variable's text values
+  std::string_view name;            // full name of the variable; zero-terminated
+  mirn3::shared_vector<double> x;   // time, to be filled
+  uint64_t spare = 0;               // not used by readers
+  mirn3::shared_vector<double> y;   // values, to be filled; as many as x
+  bool tolerate_unknown = false;    // an unknown name leaves x and y empty instead of throwing
+};
+
+// One entry of the variable tree.
+struct VariableNode {
+  std::string name;       // the name at this level
+  std::string full_name;  // what load() is asked for: the levels joined by "."
+  std::vector<VariableNode> children;
+};
+
+// Where a series' samples can come from; decides whether they may be dropped to make room.
+enum class LoaderState : int {
+  detached = 1,    // only in memory
+  reloadable = 2,  // can be read from the source again
+};
+
+class Reader {
+ public:
+  explicit Reader(std::filesystem::path source);
+  virtual ~Reader() = default;
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+
+  // Builds the variable tree. Called once, before any load. Throws mirn3::exc::error_t.
+  virtual void scan() = 0;
+
+  // Fills request.x and request.y. Throws mirn3::exc::error_t and then leaves the reader as it was.
+  // Called without the interpreter lock; one call at a time.
+  virtual void load(rto_t& request) = 0;
+
+  virtual LoaderState state() const noexcept { return LoaderState::reloadable; }
+
+  // Drops what was learned about the source for the sake of speed. May be called while another thread
+  // is inside load(), which then goes on with its own share.
+  virtual void forget() noexcept {}
+
+  const std::filesystem::path& path() const noexcept { return path_; }
+  const std::vector<VariableNode>& variables() const noexcept { return root_.children; }
+
+ protected:
+  std::filesystem::path path_;
+  VariableNode root_;
+  std::unordered_map<std::string, size_t> index_;  // variable name to position in the source
+};
+
+// "prefix.name", or the name alone under an empty prefix.
+std::string compose_name(std::string_view prefix, std::string_view name);
+
+// Looks at the first 512 values: they must not decrease, and the last must be greater than the first.
+// Otherwise all of x becomes 0, 1, 2, ... and two warnings are reported. An empty x stays.
+void check_time_vector(const Reader& reader, std::span<double> x);
+
+// Reports a warning: to the log at severity 2 and to the script's standard output.
+void warn(std::string_view text);
+
+}  // namespace mirn2::rd

@@ -1,0 +1,22 @@
+// Small text helpers.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "kvalo/export.h"
+
+namespace mirn3::str {
+
+// `n` random letters and digits, beginning with a letter.
+MIRN3_API std::string random(size_t n);
+
+// Replaces every occurrence of `from` by `to`, left to right, without looking at what it put in.
+// An empty `from` changes nothing.
+MIRN3_API std::string replace_all(std::string_view text, std::string_view from, std::string_view to);
+
+// Lower case of ASCII letters; every other byte stays.
+MIRN3_API std::string to_lower(std::string_view text);
+
+}  // namespace mirn3::str
