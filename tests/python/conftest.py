@@ -1,0 +1,24 @@
+"""What every Python test shares: a home of its own for the module, and the folder of recorded data."""
+
+import os
+import sys
+import tempfile
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).resolve().parent.parent.parent
+
+# Before anything imports kvalo: its settings, log and cache must not touch those of the person testing.
+_home = tempfile.TemporaryDirectory(prefix="kvalo-home-")
+os.environ["KVALO_HOME"] = _home.name
+sys.path.insert(0, str(ROOT / "examples"))
+
+
+@pytest.fixture(scope="session")
+def data_folder() -> Path:
+    """Files recorded elsewhere; they are not part of the tree, so tests that need them may be skipped."""
+    folder = ROOT.parent / "shared" / "data"
+    if not folder.is_dir():
+        pytest.skip(f"recorded data is missing: {folder}")
+    return folder

@@ -1,0 +1,51 @@
+"""The type stubs and the module name the same things."""
+
+import ast
+from pathlib import Path
+
+import kvalo
+import pytest
+
+STUB = Path(__file__).resolve().parent.parent.parent / "python" / "kvalo-stubs" / "__init__.pyi"
+TYPES = ("Array", "Container", "Mesh", "Model", "Result", "TimeSeries")
+
+
+def public(names):
+    return {name for name in names if not name.startswith("_")}
+
+
+def declared(body):
+    """Names that a stub's module or class body declares: functions, classes and annotated members."""
+    names = set()
+    for node in body:
+        if isinstance(node, ast.FunctionDef | ast.ClassDef):
+            names.add(node.name)
+        elif isinstance(node, ast.AnnAssign):
+            names.add(node.target.id)
+    return names
+
+
+@pytest.fixture(scope="module")
+def tree():
+    return ast.parse(STUB.read_text())
+
+
+def test_module_names(tree):
+    stub = public(declared(tree.body))
+    assert stub == public(dir(kvalo))
+    assert len(stub) == 98 + len(TYPES)
+
+
+def test_function_docstrings(tree):
+    for node in tree.body:
+        if isinstance(node, ast.FunctionDef):
+            documented = " ".join(getattr(kvalo, node.name).__doc__.split())
+            assert ast.get_docstring(node).replace("\n", " ").removesuffix(".") == documented.removesuffix(
+                "."
+            )
+
+
+@pytest.mark.parametrize("name", TYPES)
+def test_type_members(tree, name):
+    body = next(node.body for node in tree.body if isinstance(node, ast.ClassDef) and node.name == name)
+    assert public(declared(body)) == public(dir(getattr(kvalo, name)))
