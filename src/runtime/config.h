@@ -19,5 +19,9 @@ MIRN3_API void set(std::string_view group, std::string_view key, int32_t value);
 MIRN3_API void set(std::string_view group, std::string_view key, int64_t value);
 MIRN3_API void set(std::string_view group, std::string_view key, double value);
 MIRN3_API void set(std::string_view group, std::string_view key, bool value);
+// A literal would otherwise be taken for a boolean.
+inline void set(std::string_view group, std::string_view key, const char* value) {
+  set(group, key, std::string_view(value));
+}
 
 }  // namespace mirn3::config
