@@ -1,0 +1,425 @@
+// Reading ArduPilot binary logs: the variable tree from the head, samples by one walk and many gathers.
+//
+// The file stays mapped between loads, with the places of its records and the time column of each
+// message asked for so far. When a message's fields are loaded in order, the fields to come are decoded
+// in the same pass, because fetching the records costs more than decoding them.
+#include "readers/ardupilot_bin.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <utility>
+
+#include "readers/ardupilot_fields.h"
+#include "runtime/exc.h"
+#include "runtime/log.h"
+#include "runtime/mem.h"
+#include "runtime/par.h"
+#include "runtime/tag.h"
+
+namespace mirn2::rd {
+
+using ardupilot::FormatRecord;
+using ardupilot::Letter;
+using ardupilot::letter_of;
+using ardupilot::Records;
+using mirn3::shared_vector;
+
+// An offered message, as the head declares it.
+struct ReaderArduPilotBIN::Message {
+  std::vector<std::string> labels;
+  std::string letters;
+  uint64_t time_field = 0;
+  std::vector<uint64_t> offered;  // the fields that are variables, in order
+
+  // The letter of a field, zero where the format is shorter than the labels.
+  char letter(uint64_t field) const noexcept { return field < letters.size() ? letters[field] : '\0'; }
+
+  uint64_t offset(uint64_t field) const noexcept {
+    uint64_t sum = 0;
+    for (uint64_t k = 0; k < field && k < letters.size(); ++k) sum += letter_of(letters[k]).width;
+    return sum;
+  }
+
+  // From raw time stamps to seconds, where the label says what they are.
+  double time_scale(uint64_t field) const noexcept {
+    if (field >= labels.size()) return 1.0;
+    if (labels[field] == "TimeMS") return 0.001;
+    if (labels[field] == "TimeUS") return 0.000001;
+    return 1.0;
+  }
+};
+
+namespace {
+
+// Memory that lies in no sample buffer, charged to the budget for as long as this lives.
+class Charge {
+ public:
+  explicit Charge(size_t bytes) : bytes_(bytes) { mirn3::mem::reserve(bytes_); }
+  ~Charge() { mirn3::mem::release(bytes_); }
+  Charge(const Charge&) = delete;
+  Charge& operator=(const Charge&) = delete;
+
+ private:
+  size_t bytes_;
+};
+
+// Notices when a message's fields are loaded one after another in their order.
+class Sweep {
+ public:
+  // Takes note of a request for the `ordinal`-th of `count` variables of a message; true when the
+  // following ones are likely to be asked for next.
+  bool follows(uint8_t type, size_t ordinal, size_t count) noexcept {
+    const bool next = type == type_ && ordinal == expected_;
+    const bool next_message = type != type_ && ordinal == 0 && finished_;
+    type_ = type;
+    expected_ = ordinal + 1;
+    finished_ = (next || next_message || count == 1) && expected_ == count;
+    return (next && ordinal != 0) || next_message;
+  }
+
+ private:
+  uint8_t type_ = 0;
+  size_t expected_ = 0;
+  bool finished_ = false;
+};
+
+// A stretch of a type's records that all give a sample.
+struct Piece {
+  size_t sample;  // index of the first sample
+  size_t record;  // index of the first record
+  size_t count;
+  uint64_t base;
+  uint32_t length;
+};
+
+// The stretches whose records hold their first `needed` bytes.
+std::vector<Piece> pieces_of(const Records& records, uint64_t needed) {
+  std::vector<Piece> pieces;
+  size_t samples = 0;
+  for (size_t i = 0; i < records.runs.size(); ++i) {
+    const ardupilot::Run& run = records.runs[i];
+    const size_t end = i + 1 < records.runs.size() ? records.runs[i + 1].first : records.offsets.size();
+    if (run.length < needed) continue;
+    pieces.push_back({samples, run.first, end - run.first, run.base, run.length});
+    samples += end - run.first;
+  }
+  return pieces;
+}
+
+// One field on its way into a buffer of samples. Offsets count from the start of the record.
+struct Column {
+  const Letter* letter;
+  uint64_t offset;
+  double scale;
+  double* out;
+};
+
+// What one pass over a message's records does.
+struct Pass {
+  const unsigned char* data;
+  const uint32_t* offsets;
+  std::span<const Piece> pieces;
+  std::span<const Column> columns;
+  const double* times;  // copied to `x` as far as they are known or decoded by this pass
+  double* x;
+};
+
+constexpr size_t block_records = 1024;     // their cache lines and results stay in the second-level cache
+constexpr size_t least_samples = 1 << 15;  // fewer are not worth a thread
+
+void decode_block(const Pass& pass, const Piece& piece, size_t first, size_t count) noexcept {
+  const size_t sample = piece.sample + first;
+  const std::span<const uint32_t> offsets{pass.offsets + piece.record + first, count};
+  for (const Column& column : pass.columns) {
+    if (column.offset + column.letter->width <= piece.length) {
+      column.letter->gather(pass.data + piece.base + column.offset, offsets, column.scale,
+                            column.out + sample);
+    } else {
+      std::fill_n(column.out + sample, count, std::numeric_limits<double>::quiet_NaN());
+    }
+  }
+  if (pass.times != nullptr) std::memcpy(pass.x + sample, pass.times + sample, count * sizeof(double));
+}
+
+void decode(const Pass& pass, size_t samples) {
+  const size_t least = std::max<size_t>(block_records, least_samples / (pass.columns.size() + 1));
+  mirn3::par::ranges(samples, least, [&](size_t first, size_t last) {
+    for (const Piece& piece : pass.pieces) {
+      size_t from = std::max(first, piece.sample);
+      const size_t to = std::min(last, piece.sample + piece.count);
+      for (; from < to; from += std::min(block_records, to - from)) {
+        decode_block(pass, piece, from - piece.sample, std::min(block_records, to - from));
+      }
+    }
+  });
+}
+
+// Turns texts into tag numbers, asking the tag table once for each different text.
+class Tags {
+ public:
+  explicit Tags(std::string_view key) : key_(key) {}
+
+  double number(const unsigned char* field, size_t width) {
+    char text[64];  // a copy, in case another program writes into the mapped file
+    std::memcpy(text, field, width);
+    const std::string_view view = ardupilot::fixed_text({text, width});
+    auto found = numbers_.find(view);
+    if (found == numbers_.end()) {
+      found = numbers_.emplace(view, mirn3::tag::fetch_or_create(key_, view)).first;
+    }
+    return found->second;
+  }
+
+ private:
+  struct Hash : std::hash<std::string_view> {
+    using is_transparent = void;
+  };
+  std::string_view key_;
+  std::unordered_map<std::string, double, Hash, std::equal_to<>> numbers_;
+};
+
+void decode_text(const Pass& pass, const Column& column, Tags& tags) {
+  const size_t width = column.letter->width;
+  for (const Piece& piece : pass.pieces) {
+    double* const out = column.out + piece.sample;
+    if (column.offset + width > piece.length) {
+      std::fill_n(out, piece.count, std::numeric_limits<double>::quiet_NaN());
+      continue;
+    }
+    const unsigned char* const field = pass.data + piece.base + column.offset;
+    for (size_t i = 0; i < piece.count; ++i) {
+      out[i] = tags.number(field + pass.offsets[piece.record + i], width) * column.scale;
+    }
+  }
+}
+
+void save_tags() {
+  try {
+    mirn3::tag::save();
+  } catch (const mirn3::exc::error_t& failure) {
+    // The numbers hold for this session, and the next save writes them with its own.
+    mirn3::log::write(mirn3::log::warning, failure.what());
+  }
+}
+
+// Splits at commas; a line end ends the text.
+std::vector<std::string> split_labels(std::string_view text) {
+  text = text.substr(0, text.find_first_of("\r\n"));
+  std::vector<std::string> labels;
+  for (size_t comma; (comma = text.find(',')) != std::string_view::npos; text.remove_prefix(comma + 1)) {
+    labels.emplace_back(text.substr(0, comma));
+  }
+  labels.emplace_back(text);
+  return labels;
+}
+
+std::map<uint8_t, FormatRecord> read_head(const std::filesystem::path& path) {
+  std::map<uint8_t, FormatRecord> formats;
+  mirn3::sys::File file(path, mirn3::sys::read_binary);
+  FormatRecord record;
+  while (std::fread(&record, 1, sizeof record, file.stream()) == sizeof record &&
+         record.id == ardupilot::format_type) {
+    formats[record.type] = record;
+  }
+  return formats;
+}
+
+ardupilot::Lengths lengths_of(const std::map<uint8_t, FormatRecord>& formats) {
+  ardupilot::Lengths lengths;
+  lengths.fill(-1);
+  for (const auto& [type, format] : formats) lengths[type] = format.length;
+  return lengths;
+}
+
+uint64_t free_budget() noexcept {
+  const uint64_t bank = mirn3::mem::memory_bank, used = mirn3::mem::memory_used;
+  return bank > used ? bank - used : 0;
+}
+
+}  // namespace
+
+// What one state of the file has taught. Changed only by the one thread that is inside load().
+struct ReaderArduPilotBIN::Learned {
+  // The time column of a message, as far as one was asked for.
+  struct Times {
+    bool known = false;
+    uint64_t field = 0;
+    shared_vector<double> values;
+  };
+
+  Learned(const std::filesystem::path& path, const mirn3::sys::FileStamp& state,
+          const ardupilot::Lengths& lengths)
+      : stamp(state), file(path), walk(ardupilot::walk(file.bytes(), lengths)), charge(walk.bytes_held()) {}
+
+  mirn3::sys::FileStamp stamp;
+  mirn3::sys::Mapping file;
+  ardupilot::Walk walk;
+  Charge charge;
+  std::map<uint8_t, Times> times;
+  Sweep sweep;
+  uint8_t ready_type = 0;
+  std::map<uint64_t, shared_vector<double>> ready;  // fields of ready_type decoded ahead
+};
+
+ReaderArduPilotBIN::ReaderArduPilotBIN(std::filesystem::path source) : Reader(std::move(source)) {}
+
+ReaderArduPilotBIN::~ReaderArduPilotBIN() = default;
+
+void ReaderArduPilotBIN::scan() {
+  auto declared = read_head(path_);
+  std::unordered_map<std::string, FieldLocation> places;
+  std::map<uint8_t, Message> messages;
+  VariableNode root;
+  for (const auto& [type, format] : declared) {
+    Message message;
+    message.labels = split_labels(ardupilot::fixed_text(format.labels));
+    message.letters = ardupilot::fixed_text(format.format);
+    const auto time = std::find_if(message.labels.begin(), message.labels.end(),
+                                   [](const auto& label) { return label.find("Time") != std::string::npos; });
+    if (time == message.labels.end()) continue;
+    message.time_field = static_cast<uint64_t>(time - message.labels.begin());
+
+    const std::string name(ardupilot::fixed_text(format.name));
+    VariableNode& group = root.children.emplace_back(VariableNode{name, name, {}});
+    places[name] = {.type = type};
+    for (uint64_t k = 0; k < message.labels.size(); ++k) {
+      if (k == message.time_field || !ardupilot::is_offered(message.letter(k))) continue;
+      const std::string full_name = compose_name(name, message.labels[k]);
+      group.children.push_back({message.labels[k], full_name, {}});
+      places[full_name] = {type, message.time_field, k, message.offset(message.time_field),
+                           message.offset(k)};
+      message.offered.push_back(k);
+    }
+    messages.emplace(type, std::move(message));
+  }
+  formats = std::move(declared);
+  locations = std::move(places);
+  messages_ = std::move(messages);
+  root_ = std::move(root);
+  forget();
+}
+
+std::shared_ptr<ReaderArduPilotBIN::Learned> ReaderArduPilotBIN::learn() {
+  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
+  {
+    std::lock_guard lock(guard_);
+    if (learned_ && learned_->stamp == stamp) return learned_;
+  }
+  forget();
+  auto fresh = std::make_shared<Learned>(path_, stamp, lengths_of(formats));
+  if (fresh->walk.why != ardupilot::End::complete && reported_ != stamp) {
+    const uint64_t end = fresh->walk.end, size = fresh->file.bytes().size();
+    mirn3::log::write(
+        mirn3::log::warning,
+        fmt::format("Damaged flight log '{}': {} (byte {} of {}); {:.2f} % of the file was read",
+                    path_.string(), ardupilot::describe(fresh->walk.why), end, size,
+                    100.0 * static_cast<double>(end) / static_cast<double>(size)));
+    reported_ = stamp;
+  }
+  std::lock_guard lock(guard_);
+  return learned_ = std::move(fresh);
+}
+
+void ReaderArduPilotBIN::forget() noexcept {
+  std::shared_ptr<Learned> dropped;  // destroyed without the lock
+  std::lock_guard lock(guard_);
+  dropped.swap(learned_);
+}
+
+void ReaderArduPilotBIN::load(rto_t& request) {
+  const auto found = locations.find(std::string(request.name));
+  if (found == locations.end()) {
+    if (!request.tolerate_unknown) {
+      throw mirn3::exc::error_t(fmt::format(
+          "No variable '{}' in flight log '{}': use one of the listed names", request.name, path_.string()));
+    }
+    request.x.reset();
+    request.y.reset();
+    return;
+  }
+  const FieldLocation& at = found->second;
+  const Message& message = messages_.at(at.type);
+  const std::shared_ptr<Learned> known = learn();
+
+  const Letter& time_letter = letter_of(message.letter(at.time_field));
+  const Letter& value_letter = letter_of(message.letter(at.value_field));
+  const uint64_t time_at = ardupilot::header_size + at.time_offset;
+  const Records& records = known->walk.types[at.type];
+  const std::vector<Piece> pieces = pieces_of(records, time_at + time_letter.width);
+  const size_t samples = pieces.empty() ? 0 : pieces.back().sample + pieces.back().count;
+
+  const auto ordinal = std::find(message.offered.begin(), message.offered.end(), at.value_field);
+  const bool in_order = ordinal != message.offered.end() &&
+                        known->sweep.follows(at.type, static_cast<size_t>(ordinal - message.offered.begin()),
+                                             message.offered.size());
+
+  if (known->ready_type != at.type) known->ready.clear();
+  known->ready_type = at.type;
+
+  shared_vector<double> x, y;
+  std::vector<Column> columns;
+  x.resize(samples);
+
+  Learned::Times times;
+  if (!time_letter.text) {
+    times = known->times[at.type];
+    if (!times.known || times.field != at.time_field) {
+      times = {.known = true, .field = at.time_field, .values = {}};
+      times.values.resize(samples);
+      columns.push_back({&time_letter, time_at, message.time_scale(at.time_field), times.values.data()});
+    }
+  }
+
+  std::map<uint64_t, shared_vector<double>> ahead;
+  const auto decoded = known->ready.find(at.value_field);
+  if (decoded != known->ready.end()) {
+    y = std::move(decoded->second);
+    known->ready.erase(decoded);
+  } else {
+    y.resize(samples);
+    if (!value_letter.text) {
+      columns.push_back({&value_letter, ardupilot::header_size + at.value_offset, 1.0, y.data()});
+    }
+    if (in_order) {
+      uint64_t room = free_budget() / 4;
+      for (auto next = ordinal + 1; next != message.offered.end(); ++next) {
+        const Letter& letter = letter_of(message.letter(*next));
+        if (letter.text || known->ready.contains(*next)) continue;
+        if (samples * sizeof(double) > room) break;
+        room -= samples * sizeof(double);
+        auto& values = ahead[*next];
+        values.resize(samples);
+        columns.push_back({&letter, ardupilot::header_size + message.offset(*next), 1.0, values.data()});
+      }
+    }
+  }
+
+  const Pass pass{known->file.bytes().data(),
+                  records.offsets.data(),
+                  pieces,
+                  columns,
+                  time_letter.text ? nullptr : times.values.data(),
+                  x.data()};
+  decode(pass, samples);
+  if (time_letter.text || value_letter.text) {
+    Tags tags(request.tag_key);
+    if (time_letter.text) {
+      decode_text(pass, {&time_letter, time_at, message.time_scale(at.time_field), x.data()}, tags);
+    }
+    if (value_letter.text) {
+      decode_text(pass, {&value_letter, ardupilot::header_size + at.value_offset, 1.0, y.data()}, tags);
+    }
+    save_tags();
+  }
+
+  if (!time_letter.text) known->times[at.type] = std::move(times);
+  known->ready.merge(ahead);
+  request.x = std::move(x);
+  request.y = std::move(y);
+}
+
+}  // namespace mirn2::rd

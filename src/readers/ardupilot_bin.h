@@ -1,0 +1,71 @@
+// ArduPilot binary flight logs.
+//
+// Every message type that is declared at the head of the log and has a time field is a group; its other
+// fields are variables, with the message's time as x (seconds for TimeUS and TimeMS, raw otherwise).
+//
+// Where a log leaves room, this reader holds to the following:
+// - Declarations after the head offer no variable, but the length they give counts from there on, also
+//   for a type declared before. Fields are always read by the head's declaration.
+// - Records too short for their time field give no sample; too short for the value, NaN.
+// - A label without a format letter is no variable; as time field it reads 0.
+// - A group's own name can be loaded: x and y are then both the message's first field, x scaled by the
+//   time rule and y as it is.
+// - Loading ends quietly at damage (no sync bytes, an undeclared type, a declared length below 3, a
+//   record or header cut off by the end of the file); everything before it is kept. Where and why goes
+//   to the log once for each state of the file.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "readers/ardupilot_walk.h"
+#include "readers/reader.h"
+#include "runtime/sys.h"
+
+namespace mirn2::rd {
+
+// Where a variable's values lie. Offsets count from the end of the record header.
+struct FieldLocation {
+  uint8_t type = 0;  // message type
+  uint64_t time_field = 0;
+  uint64_t value_field = 0;
+  uint64_t time_offset = 0;
+  uint64_t value_offset = 0;
+};
+
+class ReaderArduPilotBIN : public Reader {
+ public:
+  explicit ReaderArduPilotBIN(std::filesystem::path source);
+  ~ReaderArduPilotBIN() override;
+
+  // Reads the declarations at the head of the log. A log without any offers nothing.
+  void scan() override;
+
+  // Throws mirn3::exc::error_t for a file that cannot be opened and for an unknown name.
+  void load(rto_t& request) override;
+
+  void forget() noexcept override;
+
+  std::map<uint8_t, ardupilot::FormatRecord> formats;        // by declared type
+  std::unordered_map<std::string, FieldLocation> locations;  // by full name
+
+ private:
+  struct Message;
+  struct Learned;
+
+  std::shared_ptr<Learned> learn();
+
+  std::map<uint8_t, Message> messages_;            // what the offered declarations say
+  std::optional<mirn3::sys::FileStamp> reported_;  // the state of the file whose damage was logged
+  std::mutex guard_;                               // of learned_, never held while anything is done
+  std::shared_ptr<Learned> learned_;
+};
+
+}  // namespace mirn2::rd

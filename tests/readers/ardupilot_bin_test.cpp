@@ -1,0 +1,548 @@
+// ArduPilot binary logs: what is offered, what is loaded, and what damage leaves of it.
+#include "readers/ardupilot_bin.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <sstream>
+#include <thread>
+
+#include "runtime/exc.h"
+#include "runtime/log.h"
+#include "runtime/mem.h"
+#include "runtime/tag.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using mirn2::rd::ReaderArduPilotBIN;
+using mirn2::rd::rto_t;
+using testing::ElementsAre;
+
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr int F = 0x80, A = 10, B = 11;  // message types
+
+// A text in a field of fixed width.
+struct text {
+  std::string bytes;
+  text(std::string_view content, size_t width) : bytes(content) { bytes.resize(width); }
+};
+
+// Writes a log record by record.
+class Log {
+ public:
+  Log& declare(int type, int length, std::string_view name, std::string_view format,
+               std::string_view labels) {
+    return record(F, uint8_t(type), uint8_t(length), text(name, 4), text(format, 16), text(labels, 64));
+  }
+  template <typename... Fields>
+  Log& record(int type, Fields... fields) {
+    bytes += "\xA3\x95";
+    bytes += static_cast<char>(type);
+    (append(fields), ...);
+    return *this;
+  }
+  Log& raw(std::string_view more) {
+    bytes += more;
+    return *this;
+  }
+
+  std::string bytes;
+
+ private:
+  void append(const text& field) { bytes += field.bytes; }
+  template <typename T>
+  requires std::is_arithmetic_v<T>
+  void append(T value) {
+    char field[sizeof value];
+    std::memcpy(field, &value, sizeof value);
+    bytes.append(field, sizeof value);
+  }
+};
+
+// Two message types, of which B is `A`'s neighbour in the records; five records.
+Log small_log() {
+  Log log;
+  log.declare(F, 89, "FMT", "BBnNZ", "Type,Length,Name,Format,Columns");
+  log.declare(A, 15, "ATT", "Qhh", "TimeUS,Roll,Pitch").declare(B, 11, "BAR", "If", "TimeMS,Alt");
+  log.record(A, uint64_t{1'000'000}, int16_t{1}, int16_t{-1}).record(B, uint32_t{1500}, 2.5f);
+  log.record(A, uint64_t{2'000'000}, int16_t{2}, int16_t{-2}).record(B, uint32_t{2500}, 3.5f);
+  return log.record(A, uint64_t{3'000'000}, int16_t{3}, int16_t{-3});
+}
+
+struct Samples {
+  std::vector<double> x, y;
+};
+
+bool same_bits(const std::vector<double>& a, const std::vector<double>& b) {
+  return a.size() == b.size() &&
+         (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
+}
+bool operator==(const Samples& a, const Samples& b) { return same_bits(a.x, b.x) && same_bits(a.y, b.y); }
+
+Samples load(ReaderArduPilotBIN& reader, const std::string& name, std::string_view tag_key = "flight test") {
+  rto_t request{.tag_key = tag_key, .name = name, .x = {}, .y = {}};
+  reader.load(request);
+  EXPECT_EQ(request.x.size(), request.y.size()) << name;
+  return {{request.x.begin(), request.x.end()}, {request.y.begin(), request.y.end()}};
+}
+
+std::vector<std::string> leaves(const ReaderArduPilotBIN& reader) {
+  std::vector<std::string> names;
+  for (const auto& group : reader.variables()) {
+    for (const auto& leaf : group.children) names.push_back(leaf.full_name);
+  }
+  return names;
+}
+
+class ArduPilotBin : public testing::Test {
+ protected:
+  ArduPilotBin() {
+    std::string name = testing::TempDir() + "ardupilot_XXXXXX";
+    folder_ = mkdtemp(name.data());
+    setenv("KVALO_HOME", folder_.c_str(), 1);
+  }
+  ~ArduPilotBin() override {
+    mirn3::log::close();
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+  }
+
+  fs::path write(const Log& log) const {
+    const fs::path file = folder_ / "flight.bin";
+    std::ofstream(file, std::ios::binary) << log.bytes;
+    return file;
+  }
+  std::unique_ptr<ReaderArduPilotBIN> open(const fs::path& file) const {
+    auto reader = std::make_unique<ReaderArduPilotBIN>(file);
+    reader->scan();
+    return reader;
+  }
+  std::unique_ptr<ReaderArduPilotBIN> open(const Log& log) const { return open(write(log)); }
+
+  fs::path folder_;
+};
+
+TEST_F(ArduPilotBin, OffersFieldsOfMessagesThatHaveATime) {
+  struct Case {
+    const char *name, *format, *labels;
+    std::vector<std::string> offered;
+  };
+  const Case cases[] = {
+      {"ATT", "Qcc", "TimeUS,Roll,Pitch", {"ATT.Roll", "ATT.Pitch"}},
+      {"BARO", "If", "TimeStamp,Alt", {"BARO.Alt"}},
+      {"SEQ", "HIB", "Seq,GPSTime,Time2", {"SEQ.Seq", "SEQ.Time2"}},
+      {"STAT", "BB", "timeus,Stage", {}},
+      {"POS", "QLLf?aB", "TimeUS,Lat,Lng,Alt,X,Raw,Y", {"POS.Alt", "POS.Y"}},
+      {"MOTB", "Qf", "TimeUS,A,B,C", {"MOTB.A"}},
+      {"LINE", "QBB", "TimeUS,A\r\nB,C", {"LINE.A"}},
+      {"CRLF", "QB", "A,B\nTimeUS", {}},
+      {"DUP", "QBB", "TimeUS,A,A", {"DUP.A", "DUP.A"}},
+      {"FULL",
+       "QBBBBBBBBBBBBBBB",
+       "TimeUS,AAAAAAA,BBBBBBB,CCCCCCC,DDDDDDD,EEEEEEE,FFFFFFF,GGGGGGGGGG",
+       {"FULL.AAAAAAA", "FULL.BBBBBBB", "FULL.CCCCCCC", "FULL.DDDDDDD", "FULL.EEEEEEE", "FULL.FFFFFFF",
+        "FULL.GGGGGGGGG"}},
+  };
+  for (const Case& c : cases) {
+    auto reader = open(Log().declare(A, 60, c.name, c.format, c.labels));
+    EXPECT_EQ(leaves(*reader), c.offered) << c.labels;
+    EXPECT_EQ(reader->locations.contains(c.name), !reader->variables().empty());
+  }
+}
+
+TEST_F(ArduPilotBin, ListsGroupsByMessageTypeAndKeepsWhereFieldsLie) {
+  auto reader =
+      open(Log().declare(200, 14, "LATE", "QBH", "TimeUS,A,B").declare(7, 14, "SOON", "BQH", "A,TimeUS,B"));
+  ASSERT_EQ(reader->variables().size(), 2u);
+  EXPECT_EQ(reader->variables()[0].full_name, "SOON");
+  EXPECT_EQ(reader->variables()[1].name, "LATE");
+  const auto& at = reader->locations.at("SOON.B");
+  EXPECT_THAT(
+      (std::array<uint64_t, 5>{at.type, at.time_field, at.value_field, at.time_offset, at.value_offset}),
+      ElementsAre(7, 1, 2, 1, 9));
+  const auto& group = reader->locations.at("LATE");
+  EXPECT_THAT((std::array<uint64_t, 5>{group.type, group.time_field, group.value_field, group.time_offset,
+                                       group.value_offset}),
+              ElementsAre(200, 0, 0, 0, 0));
+  EXPECT_EQ(reader->formats.size(), 2u);
+}
+
+TEST_F(ArduPilotBin, OnlyTheHeadDecidesWhatIsOffered) {
+  EXPECT_TRUE(open(Log().record(A, text("no declaration", 86)))->variables().empty());
+  EXPECT_TRUE(open(Log())->variables().empty());
+  // The sync bytes of the head are not looked at while scanning; its cut last piece is no declaration.
+  Log log = small_log();
+  log.bytes[89] = 0;
+  EXPECT_EQ(open(log)->variables().size(), 2u);
+  log.bytes.resize(3 * 89 - 1);
+  EXPECT_THAT(leaves(*open(log)), ElementsAre("ATT.Roll", "ATT.Pitch"));
+}
+
+TEST_F(ArduPilotBin, ReadsEveryLetter) {
+  Log log;
+  struct Case {
+    char letter;
+    size_t width;
+    std::string bytes;
+    double value;
+  };
+  const Case cases[] = {
+      {'b', 1, "\xFE", -2},
+      {'B', 1, "\xFE", 254},
+      {'M', 1, "\x05", 5},
+      {'h', 2, "\xFE\xFF", -2},
+      {'H', 2, "\xFE\xFF", 65534},
+      {'c', 2, "\x39\x30", 123.45},
+      {'C', 2, "\xFF\xFF", 65535 * 0.01},
+      {'i', 4, "\xFE\xFF\xFF\xFF", -2},
+      {'I', 4, "\xFE\xFF\xFF\xFF", 4294967294.0},
+      {'e', 4, "\x06\xFF\xFF\xFF", -2.5},
+      {'E', 4, "\x06\xFF\xFF\xFF", 4294967046.0 * 0.01},
+      {'f', 4, std::string("\0\0\x20\xC0", 4), -2.5},
+      {'d', 8, std::string("\0\0\0\0\0\0\x04\xC0", 8), -2.5},
+      {'q', 8, "\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF", -2},
+      {'Q', 8, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", 18446744073709551616.0},
+  };
+  for (const Case& c : cases) {
+    ASSERT_EQ(c.bytes.size(), c.width);
+    // Behind an odd number of bytes, and with widths that count although the field is not offered.
+    const std::string format = std::string("BLa?I") + c.letter + "B";
+    const int length = static_cast<int>(3 + 1 + 4 + 64 + 4 + c.width + 1);
+    log = Log().declare(A, length, "X", format, "a,b,c,d,Time,value,end");
+    for (uint32_t time : {7u, 8u}) {
+      log.record(A, uint8_t{1}, int32_t{2}, text("", 64), time, text(c.bytes, c.width), uint8_t(time));
+    }
+    auto reader = open(log);
+    EXPECT_EQ(load(*reader, "X.value"), (Samples{{7, 8}, {c.value, c.value}})) << c.letter;
+    EXPECT_EQ(load(*reader, "X.end"), (Samples{{7, 8}, {7, 8}})) << c.letter;
+  }
+}
+
+TEST_F(ArduPilotBin, ScalesTimeByItsExactLabel) {
+  for (const auto& [label, second] : {std::pair{"TimeUS", 2'000'000 * 0.000001},
+                                      {"TimeMS", 2'000'000 * 0.001},
+                                      {"TimeStamp", 2e6},
+                                      {"GPSTimeUS", 2e6},
+                                      {"Time", 2e6}}) {
+    auto reader =
+        open(Log().declare(A, 8, "X", "BI", std::string("v,") + label).record(A, uint8_t{9}, 2'000'000));
+    EXPECT_EQ(load(*reader, "X.v"), (Samples{{second}, {9}})) << label;
+  }
+}
+
+TEST_F(ArduPilotBin, NumbersTextsByTheirTag) {
+  const std::string wide = "sixteen letters!";
+  Log log;
+  log.declare(A, 3 + 4 + 4 + 16 + 64, "MSG", "InNZ", "Time,n,N,Z");
+  log.record(A, 1, text("abcd", 4), text(wide, 16), text("first", 64));
+  log.record(A, 2, text("ab", 4), text("Mode", 16), text("second", 64));
+  log.record(A, 3, text("abcd", 4), text(wide, 16), text(std::string("first\0junk", 10), 64));
+  auto reader = open(log);
+  const std::pair<const char*, std::vector<std::string>> expected[] = {
+      {"MSG.n", {"abcd", "ab", "abcd"}},
+      {"MSG.N", {wide, "Mode", wide}},
+      {"MSG.Z", {"first", "second", "first"}}};
+  for (const auto& [name, texts] : expected) {
+    const Samples samples = load(*reader, name, name);
+    ASSERT_EQ(samples.y.size(), texts.size());
+    for (size_t i = 0; i < texts.size(); ++i) EXPECT_EQ(mirn3::tag::get(name, samples.y[i]), texts[i]);
+    EXPECT_EQ(samples.y[0], samples.y[2]);
+    EXPECT_EQ(load(*open(log), name, name), samples);
+  }
+}
+
+TEST_F(ArduPilotBin, LoadsAGroupNameAsItsFirstField) {
+  EXPECT_EQ(load(*open(small_log()), "BAR"), (Samples{{1500 * 0.001, 2500 * 0.001}, {1500, 2500}}));
+}
+
+TEST_F(ArduPilotBin, RefusesUnknownNamesUnlessTolerated) {
+  auto reader = open(small_log());
+  EXPECT_THROW(load(*reader, "ATT.Yaw"), mirn3::exc::error_t);
+  rto_t request{.tag_key = "", .name = "ATT.Yaw", .x = {}, .y = {}, .tolerate_unknown = true};
+  reader->load(request);
+  EXPECT_TRUE(request.x.empty() && request.y.empty());
+  EXPECT_THROW(open(folder_ / "missing.bin"), mirn3::exc::error_t);
+}
+
+TEST_F(ArduPilotBin, DeclarationsAfterTheHeadGiveLengthsOnly) {
+  Log log = small_log();
+  log.declare(99, 7, "NEW", "I", "TimeMS")
+      .record(99, 1)
+      .record(A, uint64_t{4'000'000}, int16_t{4}, int16_t{-4});
+  // A known type, declared again: longer, too short for Pitch, too short for the time.
+  log.declare(A, 16, "ATT", "QhhB", "TimeUS,R,P,Y");
+  log.record(A, uint64_t{5'000'000}, int16_t{5}, int16_t{-5}, uint8_t{0});
+  log.declare(A, 13, "ATT", "Qh", "TimeUS,Roll").record(A, uint64_t{6'000'000}, int16_t{6});
+  log.declare(A, 4, "ATT", "B", "Roll").record(A, uint8_t{7});
+  log.declare(A, 15, "ATT", "Qhh", "TimeUS,Roll,Pitch")
+      .record(A, uint64_t{8'000'000}, int16_t{8}, int16_t{-8});
+  auto reader = open(log);
+  EXPECT_THAT(leaves(*reader), ElementsAre("ATT.Roll", "ATT.Pitch", "BAR.Alt"));
+  const Samples roll = load(*reader, "ATT.Roll"), pitch = load(*reader, "ATT.Pitch");
+  EXPECT_THAT(roll.y, ElementsAre(1, 2, 3, 4, 5, 6, 8));
+  EXPECT_THAT(pitch.y,
+              testing::Pointwise(testing::NanSensitiveDoubleEq(), {-1., -2., -3., -4., -5., nan, -8.}));
+  EXPECT_EQ(roll.x, pitch.x);
+}
+
+TEST_F(ArduPilotBin, DamageEndsTheLoadAndIsLoggedOnce) {
+  struct Case {
+    const char* why;
+    std::string bytes;
+  };
+  const Log next = Log().record(A, uint64_t{9'000'000}, int16_t{9}, int16_t{-9});
+  const Case cases[] = {
+      {"first sync byte", "\xA2\x95\x0A"},
+      {"second sync byte", "\xA3\x94\x0A"},
+      {"undeclared type", "\xA3\x95\x63"},
+      {"length 2", Log().declare(A, 2, "ATT", "", "").bytes},
+      {"length 0", Log().declare(A, 0, "ATT", "", "").bytes},
+      {"header cut off", "\xA3\x95"},
+      {"record cut off", next.bytes.substr(0, 14)},
+      {"a length past the end", Log().declare(A, 255, "ATT", "", "").bytes},
+  };
+  for (const Case& c : cases) {
+    fs::remove(folder_ / "kvalo.log");
+    Log log = small_log().raw(c.bytes);
+    if (std::string_view(c.why).find("cut off") == std::string_view::npos) log.raw(next.bytes);
+    auto reader = open(log);
+    for (int repeat = 0; repeat < 2; ++repeat) {
+      EXPECT_THAT(load(*reader, "ATT.Pitch").y, ElementsAre(-1, -2, -3)) << c.why;
+      EXPECT_THAT(load(*reader, "BAR.Alt").y, ElementsAre(2.5, 3.5)) << c.why;
+      reader->forget();
+    }
+    mirn3::log::close();
+    std::ifstream written(folder_ / "kvalo.log");
+    const std::string entries{std::istreambuf_iterator<char>(written), {}};
+    EXPECT_THAT(entries,
+                testing::ContainsRegex("2 Damaged flight log .*byte [0-9]+ of [0-9]+.*% of the file"));
+    EXPECT_EQ(std::count(entries.begin(), entries.end(), '\n'), 1) << entries;
+  }
+}
+
+TEST_F(ArduPilotBin, AnUndamagedLogIsNotReported) {
+  load(*open(small_log()), "ATT.Roll");
+  mirn3::log::close();
+  EXPECT_FALSE(fs::exists(folder_ / "kvalo.log"));
+}
+
+TEST_F(ArduPilotBin, CutAnywhereKeepsEveryWholeRecord) {
+  const Log whole = small_log();
+  const size_t head = 3 * 89, a = 15, b = 11;
+  const Samples all = load(*open(whole), "ATT.Pitch");
+  for (size_t size = head; size <= whole.bytes.size(); ++size) {
+    size_t complete = 0;
+    for (const size_t end : {head + a, head + a + b + a, head + a + b + a + b + a}) complete += end <= size;
+    Log cut;
+    cut.bytes = whole.bytes.substr(0, size);
+    const Samples samples = load(*open(cut), "ATT.Pitch");
+    ASSERT_EQ(samples.y.size(), complete) << size;
+    EXPECT_TRUE(std::equal(samples.x.begin(), samples.x.end(), all.x.begin())) << size;
+    EXPECT_TRUE(std::equal(samples.y.begin(), samples.y.end(), all.y.begin())) << size;
+  }
+}
+
+TEST_F(ArduPilotBin, AnyByteFlippedLeavesWhatLiesBeforeIt) {
+  const Log whole = small_log();
+  const Samples all = load(*open(whole), "ATT.Pitch");
+  const size_t starts[] = {3 * 89, 3 * 89 + 15 + 11, 3 * 89 + 2 * (15 + 11)};
+  for (size_t at = 0; at < whole.bytes.size(); ++at) {
+    for (const int mask : {0x01, 0x80, 0xFF}) {
+      Log flipped = whole;
+      flipped.bytes[at] = static_cast<char>(flipped.bytes[at] ^ mask);
+      auto reader = open(flipped);
+      for (const auto& name : leaves(*reader)) {
+        const Samples samples = load(*reader, name);
+        EXPECT_LE(samples.x.size(), whole.bytes.size() / 3) << at;
+        if (name != "ATT.Pitch" || at < 3 * 89) continue;
+        for (size_t i = 0; i < 3 && starts[i] + 15 <= at; ++i) {
+          ASSERT_GT(samples.y.size(), i) << at;
+          EXPECT_EQ(samples.x[i], all.x[i]);
+          EXPECT_EQ(samples.y[i], all.y[i]);
+        }
+      }
+    }
+  }
+}
+
+// Many records of several types, so that blocks, threads and decoding ahead all have work.
+Log long_log(int records) {
+  Log log;
+  log.declare(A, 3 + 8 + 2 + 4 + 8 + 4, "IMU", "Qcfde", "TimeUS,a,b,c,d");
+  log.declare(B, 3 + 4 + 16 + 1, "MODE", "INB", "TimeMS,Name,Id")
+      .declare(12, 3 + 8 + 4, "ALT", "Qf", "TimeUS,Alt");
+  std::mt19937 random(20261121);
+  for (int i = 0; i < records; ++i) {
+    log.record(A, uint64_t(i) * 2500, int16_t(random()), float(random()), double(random()),
+               int32_t(random()));
+    if (i % 100 == 0) log.record(B, uint32_t(i), text(i % 200 ? "LOITER" : "AUTO", 16), uint8_t(i));
+    if (i % 3 == 0) log.record(12, uint64_t(i) * 2500 + 1, float(i));
+  }
+  return log;
+}
+
+TEST_F(ArduPilotBin, AnyOrderOfLoadsGivesWhatAFreshReaderGives) {
+  const fs::path file = write(long_log(60'000));
+  auto reader = open(file);
+  std::vector<std::string> names = leaves(*reader);
+  std::map<std::string, Samples> fresh;
+  for (const auto& name : names) fresh[name] = load(*open(file), name);
+  EXPECT_EQ(fresh["IMU.d"].x.size(), 60'000u);
+
+  std::mt19937 random(7);
+  for (int round = 0; round < 20; ++round) {
+    mirn3::mem::memory_bank =
+        round % 4 == 3 ? uint64_t{1} << 20 : uint64_t{1} << 32;  // decodes ahead, or not
+    for (const auto& name : names) {
+      const Samples samples = load(*reader, name);
+      EXPECT_TRUE(samples == fresh[name]) << name << " in round " << round;
+      if (random() % 8 == 0) reader->forget();
+    }
+    if (round > 1) std::shuffle(names.begin(), names.end(), random);
+  }
+  mirn3::mem::configure();
+}
+
+TEST_F(ArduPilotBin, SamplesAreTheCallersOwn) {
+  auto reader = open(long_log(1000));
+  for (int round = 0; round < 2; ++round) {
+    for (const auto& name : leaves(*reader)) {
+      rto_t request{.tag_key = "flight test", .name = name, .x = {}, .y = {}};
+      reader->load(request);
+      EXPECT_EQ(request.x.holders(), 1);
+      EXPECT_EQ(request.y.holders(), 1);
+      EXPECT_EQ(request.x[1], load(*reader, name).x[1]) << "a caller's writing reached the reader";
+      std::fill_n(request.x.data(), request.x.size(), nan);
+      std::fill_n(request.y.data(), request.y.size(), nan);
+    }
+  }
+}
+
+TEST_F(ArduPilotBin, ForgettingMeanwhileIsSafeAndGivesTheMemoryBack) {
+  const uint64_t before = mirn3::mem::memory_used;
+  auto reader = open(long_log(20'000));
+  const Samples expected = load(*reader, "IMU.c");
+  EXPECT_GT(mirn3::mem::memory_used, before);
+  std::atomic<bool> done = false;
+  std::thread other([&] {
+    while (!done) reader->forget();
+  });
+  for (int i = 0; i < 50; ++i) EXPECT_TRUE(load(*reader, "IMU.c") == expected);
+  done = true;
+  other.join();
+  reader->forget();
+  EXPECT_EQ(mirn3::mem::memory_used, before);
+}
+
+TEST_F(ArduPilotBin, NoticesThatTheFileChanged) {
+  Log log = small_log();
+  auto reader = open(log);
+  EXPECT_EQ(load(*reader, "ATT.Roll").y.size(), 3u);
+  write(log.record(A, uint64_t{4'000'000}, int16_t{4}, int16_t{-4}));
+  EXPECT_THAT(load(*reader, "ATT.Roll").y, ElementsAre(1, 2, 3, 4));
+  fs::remove(reader->path());
+  EXPECT_THROW(load(*reader, "ATT.Roll"), mirn3::exc::error_t);
+}
+
+TEST(ArduPilotWalk, FindsTheSameRecordsWhateverTheReachOfAnOffset) {
+  namespace ap = mirn2::rd::ardupilot;
+  const Log log = long_log(500);
+  const std::span bytes{reinterpret_cast<const unsigned char*>(log.bytes.data()), log.bytes.size()};
+  ap::Lengths lengths;
+  lengths.fill(-1);
+  const auto positions = [&](uint32_t reach) {
+    const ap::Walk walk = ap::walk(bytes, lengths, reach);
+    EXPECT_EQ(walk.why, ap::End::complete);
+    std::vector<uint64_t> found;
+    for (const ap::Records& records : walk.types) {
+      for (size_t i = 0; i < records.runs.size(); ++i) {
+        const size_t end = i + 1 < records.runs.size() ? records.runs[i + 1].first : records.offsets.size();
+        for (size_t k = records.runs[i].first; k < end; ++k) {
+          EXPECT_LE(records.offsets[k], reach);
+          found.push_back(records.runs[i].base + records.offsets[k]);
+        }
+      }
+    }
+    return found;
+  };
+  const auto all = positions(UINT32_MAX);
+  EXPECT_EQ(all.size(), 3u + 500 + 5 + 167);
+  for (const uint32_t reach : {0u, 100u, 1000u}) EXPECT_EQ(positions(reach), all) << reach;
+}
+
+// Recorded flights, compared with an independent parser's results.
+struct Flight {
+  const char* file;
+  size_t groups, variables, texts, samples;
+  uint32_t checksum;  // CRC-32 over x then y of every variable without text, in order
+  const char* variable;
+  size_t count;
+  double first_x, last_x, last_y;
+};
+
+uint32_t crc32(uint32_t crc, const std::vector<double>& values) {
+  crc = ~crc;
+  for (const double value : values) {
+    for (const unsigned char byte : std::bit_cast<std::array<unsigned char, 8>>(value)) {
+      crc ^= byte;
+      for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (crc & 1 ? 0xEDB88320u : 0);
+    }
+  }
+  return ~crc;
+}
+
+class RecordedFlight : public ArduPilotBin, public testing::WithParamInterface<Flight> {};
+
+TEST_P(RecordedFlight, ComesOutWhole) {
+  const Flight& flight = GetParam();
+  const fs::path file = fs::path("/work/shared/data/flight") / flight.file;
+  if (!fs::exists(file)) GTEST_SKIP() << "no recorded flight at " << file;
+  auto reader = open(file);
+  const auto names = leaves(*reader);
+  EXPECT_EQ(reader->variables().size(), flight.groups);
+  EXPECT_EQ(names.size(), flight.variables);
+  size_t texts = 0, samples = 0;
+  uint32_t checksum = 0;
+  for (const auto& name : names) {
+    const Samples got = load(*reader, name);
+    samples += got.y.size();
+    const auto& at = reader->locations.at(name);
+    const char letter = reader->formats.at(at.type).format[at.value_field];
+    if (letter == 'n' || letter == 'N' || letter == 'Z') {
+      ++texts;
+    } else {
+      checksum = crc32(crc32(checksum, got.x), got.y);
+    }
+  }
+  EXPECT_EQ(texts, flight.texts);
+  EXPECT_EQ(samples, flight.samples);
+  EXPECT_EQ(checksum, flight.checksum);
+
+  const Samples one = load(*reader, flight.variable);
+  ASSERT_EQ(one.y.size(), flight.count);
+  EXPECT_EQ(one.x.front(), flight.first_x);
+  EXPECT_EQ(one.x.back(), flight.last_x);
+  EXPECT_EQ(one.y.back(), flight.last_y);
+  const Samples names_of = load(*reader, "PARM.Name", "parameters");
+  EXPECT_EQ(mirn3::tag::get("parameters", names_of.y.back()),
+            flight.file == std::string_view("copter.bin") ? "STAT_RUNTIME" : "LAND_DS_AIL_SCL");
+}
+
+INSTANTIATE_TEST_SUITE_P(Logs, RecordedFlight,
+                         testing::Values(Flight{"copter.bin", 135, 1017, 5, 230069, 0x92a8d3e7, "IMU.AccZ",
+                                                1820, 208.659484, 909.2998809999999, -10.148125648498535},
+                                         Flight{"truncated.bin", 129, 998, 2, 8680, 0x4c8ea8f3, "ATT.Roll",
+                                                24, 81.795644, 82.77033399999999, -7.19}));
+
+}  // namespace
