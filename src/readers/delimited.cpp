@@ -1,0 +1,407 @@
+// Scanning and loading delimited text.
+#include "readers/delimited.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <unordered_map>
+#include <utility>
+
+#include "readers/delimited_rows.h"
+#include "readers/delimited_scan.h"
+#include "readers/number_text.h"
+#include "runtime/exc.h"
+#include "runtime/log.h"
+#include "runtime/mem.h"
+#include "runtime/par.h"
+#include "runtime/tag.h"
+#include "runtime/utc.h"
+
+namespace mirn2::rd {
+
+namespace {
+
+using Samples = mirn3::shared_vector<double>;
+
+enum class ValueType : uint8_t { number, hexadecimal, text };
+
+ValueType type_of(std::string_view field) {
+  if (field.size() > 1 && field[0] == '0' && (field[1] == 'x' || field[1] == 'X')) {
+    return ValueType::hexadecimal;
+  }
+  const char c = field.empty() ? '\0' : field[0];
+  const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+  return letter ? ValueType::text : ValueType::number;
+}
+
+// The values of one column, by row; rows without a value hold scan::missing_bits.
+struct Column {
+  Samples values;
+  uint64_t missing = 0;
+};
+
+// Columns read ahead at the second load in order, and at the following times. It grows, so that two
+// columns in a row cost little and many columns cost few walks over the file.
+constexpr std::array<size_t, 3> columns_ahead = {4, 16, 32};
+
+// Of the budget that is left, the share that may be filled with columns nobody has asked for.
+constexpr uint64_t share_ahead = 4;
+
+// Values worth a thread of their own when they are only copied.
+constexpr size_t copied_at_once = size_t{1} << 17;
+
+}  // namespace
+
+// What loads learned about the file and pass on to later ones. Used by one load at a time.
+struct ReaderDelimited::Learned {
+  Learned(const std::filesystem::path& path, char delimiter, uint64_t header_lines)
+      : rows(path, delimiter, header_lines) {}
+
+  DelimitedRows rows;
+
+  std::vector<ValueType> types;  // by column, as far as the first row goes
+
+  bool has_time = false;
+  Samples time;
+
+  // Where each row was left behind when the fields before `left_before` were read; 0: nowhere.
+  std::unique_ptr<uint32_t[]> left_at;
+  uint64_t left_before = 0;
+
+  std::unordered_map<uint64_t, Column> ready;  // read ahead
+  uint64_t last_column = 0;                    // asked for last
+  size_t ahead = 0;                            // times read ahead in the present order of loads
+
+  Charge charge;
+};
+
+namespace {
+
+using Rows = DelimitedRows;
+
+std::vector<ValueType> detect_types(const Rows& rows, char delimiter) {
+  std::vector<ValueType> types;
+  const std::string_view row = rows.first_row();
+  const char* p = row.data();
+  const char* end = p + row.size();
+  while (!row.empty()) {
+    const char* stop = scan::field_end(p, end, delimiter);
+    types.push_back(type_of({p, static_cast<size_t>(stop - p)}));
+    if (stop == end || *stop != delimiter) break;
+    p = stop + 1;
+  }
+  return types;
+}
+
+Samples make_samples(uint64_t capacity, uint64_t size) {
+  Samples samples;
+  samples.reserve(std::max(capacity, size));
+  samples.resize(size);
+  return samples;
+}
+
+// Calls read(field) for the column's field in every row that has one, and stores what it returns.
+template <typename Read>
+uint64_t read_piece(const Rows& rows, size_t piece, uint64_t column, char delimiter, double* out, Read read) {
+  const scan::RowSpan span = rows.span(piece);
+  const scan::Level level = scan::best_level();
+  uint64_t missing = 0;
+  out += rows.first_row_of(piece);
+  for (size_t row = 0; row < span.rows; ++row) {
+    const char* end = span.end(row);
+    const char* p = scan::pass_fields(level, span.start(row), end, span.readable, delimiter, column);
+    const char* stop = p != nullptr ? scan::field_end(p, end, delimiter) : nullptr;
+    if (p == stop) {
+      out[row] = std::bit_cast<double>(scan::missing_bits);
+      ++missing;
+    } else {
+      out[row] = read(std::string_view(p, static_cast<size_t>(stop - p)));
+    }
+  }
+  return missing;
+}
+
+uint64_t sum(const std::vector<uint64_t>& counts) {
+  uint64_t total = 0;
+  for (const uint64_t count : counts) total += count;
+  return total;
+}
+
+Column read_hexadecimals(const Rows& rows, uint64_t column, char delimiter, uint64_t capacity) {
+  Column result{.values = make_samples(capacity, rows.rows())};
+  std::vector<uint64_t> missing(rows.pieces());
+  rows.for_each_piece([&](size_t piece) {
+    missing[piece] = read_piece(
+        rows, piece, column, delimiter, result.values.data(),
+        [](std::string_view field) { return read_hexadecimal(field.data(), field.data() + field.size()); });
+  });
+  result.missing = sum(missing);
+  return result;
+}
+
+// Texts are numbered within each piece first, so that the tag table is asked once for each text, in
+// the order of the rows.
+Column read_texts(const Rows& rows, uint64_t column, char delimiter, uint64_t capacity,
+                  std::string_view key) {
+  Column result{.values = make_samples(capacity, rows.rows())};
+  std::vector<uint64_t> missing(rows.pieces());
+  std::vector<std::vector<std::string_view>> texts(rows.pieces());
+  rows.for_each_piece([&](size_t piece) {
+    std::unordered_map<std::string_view, size_t> numbers;
+    missing[piece] =
+        read_piece(rows, piece, column, delimiter, result.values.data(), [&](std::string_view field) {
+          const auto [entry, is_new] = numbers.try_emplace(field, numbers.size());
+          if (is_new) texts[piece].push_back(field);
+          return static_cast<double>(entry->second);
+        });
+  });
+  result.missing = sum(missing);
+
+  std::unordered_map<std::string_view, double> tags;
+  std::vector<std::vector<double>> values(rows.pieces());
+  for (size_t piece = 0; piece < rows.pieces(); ++piece) {
+    for (const std::string_view text : texts[piece]) {
+      auto [entry, is_new] = tags.try_emplace(text, 0.0);
+      if (is_new) entry->second = mirn3::tag::fetch_or_create(key, text);
+      values[piece].push_back(entry->second);
+    }
+  }
+  rows.for_each_piece([&](size_t piece) {
+    double* out = result.values.data() + rows.first_row_of(piece);
+    for (size_t row = 0; row < rows.span(piece).rows; ++row) {
+      if (!scan::is_missing(out[row])) out[row] = values[piece][static_cast<size_t>(out[row])];
+    }
+  });
+  return result;
+}
+
+double read_time(const scan::RowSpan& span, size_t row, char delimiter, int32_t type) {
+  const char* start = span.start(row);
+  const char* stop = scan::field_end(start, span.end(row), delimiter);
+  return mirn3::utc::to_double({start, static_cast<size_t>(stop - start)}, type);
+}
+
+// The times that are not plain numbers, or all of them.
+void read_times(const Rows& rows, char delimiter, int32_t type, bool only_unread, Samples& time) {
+  rows.for_each_piece([&](size_t piece) {
+    const scan::RowSpan span = rows.span(piece);
+    double* out = time.data() + rows.first_row_of(piece);
+    for (size_t row = 0; row < span.rows; ++row) {
+      if (!only_unread || scan::is_unread(out[row])) out[row] = read_time(span, row, delimiter, type);
+    }
+  });
+}
+
+// Reads fields first ... first + outputs.size() - 1 of every row in one walk over the file. Returns how
+// many values of each are missing or unread.
+std::vector<uint64_t> read_number_fields(const Rows& rows, uint64_t first, char delimiter, bool time_first,
+                                         const std::vector<double*>& outputs, uint32_t* left_at,
+                                         uint64_t& left_before) {
+  const bool goes_on = left_before != 0 && left_before <= first;
+  const uint64_t from_column = std::exchange(left_before, 0);
+  std::vector<std::array<uint64_t, scan::most_fields>> odd(rows.pieces());
+  rows.for_each_piece([&](size_t piece) {
+    const uint64_t row = rows.first_row_of(piece);
+    std::array<double*, scan::most_fields> out{};
+    for (size_t k = 0; k < outputs.size(); ++k) out[k] = outputs[k] + row;
+    scan::read_numbers(scan::best_level(), {.span = rows.span(piece),
+                                            .delimiter = delimiter,
+                                            .column = first,
+                                            .fields = outputs.size(),
+                                            .time_first = time_first,
+                                            .from = goes_on ? left_at + row : nullptr,
+                                            .from_column = from_column,
+                                            .to = left_at + row,
+                                            .out = out.data(),
+                                            .odd = odd[piece].data()});
+  });
+  left_before = first + outputs.size();
+
+  std::vector<uint64_t> totals(outputs.size());
+  for (const auto& counts : odd) {
+    for (size_t k = 0; k < totals.size(); ++k) totals[k] += counts[k];
+  }
+  return totals;
+}
+
+void copy_samples(const Samples& from, Samples& to) {
+  mirn3::par::ranges(from.size(), copied_at_once, [&](size_t first, size_t last) {
+    std::memcpy(to.data() + first, from.data() + first, (last - first) * sizeof(double));
+  });
+}
+
+}  // namespace
+
+ReaderDelimited::ReaderDelimited(std::filesystem::path source, char field_delimiter)
+    : Reader(std::move(source)), delimiter(field_delimiter) {
+  if (delimiter == '\n' || delimiter == '\r' || delimiter == '\0') {
+    throw mirn3::exc::error_t("A character that ends lines cannot separate fields");
+  }
+}
+
+ReaderDelimited::~ReaderDelimited() = default;
+
+void ReaderDelimited::scan() {
+  DelimitedHeader header;
+  {
+    const mirn3::sys::Mapping mapping(path_);
+    header = read_delimited_header(mapping.text(), delimiter, path_.string());
+  }
+  header_lines = header.lines;
+  row_capacity = learn()->rows.line_count() + 100;
+  time_type = mirn3::utc::guess_type(header.first_time);
+
+  root_.children.reserve(header.titles.size());
+  for (size_t i = 0; i < header.titles.size(); ++i) {
+    const std::string& title = header.titles[i];
+    root_.children.push_back({.name = title, .full_name = title, .children = {}});
+    index_[title] = i + 1;
+  }
+  if (!header.warning.empty()) warn(header.warning);
+}
+
+std::shared_ptr<ReaderDelimited::Learned> ReaderDelimited::learn() {
+  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
+  {
+    const std::lock_guard lock(learned_guard_);
+    if (learned_ != nullptr && learned_->rows.stamp() == stamp) return learned_;
+  }
+  forget();
+  auto fresh = std::make_shared<Learned>(path_, delimiter, header_lines);
+  fresh->types = detect_types(fresh->rows, delimiter);
+  const std::lock_guard lock(learned_guard_);
+  learned_ = fresh;
+  return fresh;
+}
+
+void ReaderDelimited::forget() noexcept {
+  std::shared_ptr<Learned> dropped;
+  const std::lock_guard lock(learned_guard_);
+  dropped.swap(learned_);
+}
+
+void ReaderDelimited::load(rto_t& request) {
+  const auto entry = index_.find(std::string(request.name));
+  if (entry == index_.end()) {
+    if (request.tolerate_unknown) return;
+    throw mirn3::exc::error_t(fmt::format("File '{}' has no variable '{}'", path_.string(), request.name));
+  }
+  const uint64_t column = entry->second;
+  const std::shared_ptr<Learned> learned = learn();
+  const Rows& rows = learned->rows;
+  const uint64_t count = rows.rows();
+  if (count == 0) return;
+
+  const auto type_at = [&](uint64_t c) {
+    return c < learned->types.size() ? learned->types[c] : ValueType::number;
+  };
+
+  if (column == learned->last_column + 1) {
+    // In order: the run goes on.
+  } else if (column != learned->last_column) {
+    learned->ahead = 0;
+  }
+  const bool in_order = column == learned->last_column + 1 && learned->last_column != 0;
+  learned->last_column = column;
+
+  const auto read_ahead = [&] {
+    if (!in_order) return size_t{1};
+    const uint64_t used = mirn3::mem::memory_used;
+    const uint64_t bank = mirn3::mem::memory_bank;
+    const uint64_t left = bank > used ? bank - used : 0;
+    const size_t wished = columns_ahead[std::min(learned->ahead++, columns_ahead.size() - 1)];
+    const size_t most = std::min({wished, static_cast<size_t>(left / share_ahead / sizeof(double) / count),
+                                  static_cast<size_t>(root_.children.size() + 1 - column)});
+    size_t columns = 1;
+    while (columns < most && type_at(column + columns) == ValueType::number &&
+           learned->ready.count(column + columns) == 0) {
+      ++columns;
+    }
+    return columns;
+  };
+
+  const auto make_time = [&] { learned->time = make_samples(0, count); };
+  const auto finish_time = [&](uint64_t unread) {
+    if (unread != 0) read_times(rows, delimiter, time_type, true, learned->time);
+    if (time_type == mirn3::utc::time_of_day) mirn3::utc::unroll_midnight(learned->time.span());
+    learned->has_time = true;
+  };
+
+  const auto read_numbers = [&] {
+    const size_t columns = read_ahead();
+    if (learned->left_at == nullptr) {
+      learned->charge.add(count * sizeof(uint32_t));
+      learned->left_at = std::make_unique_for_overwrite<uint32_t[]>(count);
+    }
+    const bool with_time = column == 1 && !learned->has_time && time_type == mirn3::utc::seconds;
+    std::vector<double*> outputs;
+    if (with_time) {
+      make_time();
+      outputs.push_back(learned->time.data());
+    }
+    std::vector<Column> made(columns);
+    for (Column& one : made) {
+      one.values = make_samples(row_capacity, count);
+      outputs.push_back(one.values.data());
+    }
+    const std::vector<uint64_t> odd =
+        read_number_fields(rows, with_time ? 0 : column, delimiter, with_time, outputs,
+                           learned->left_at.get(), learned->left_before);
+    if (with_time) finish_time(odd[0]);
+    for (size_t k = 0; k < columns; ++k) {
+      made[k].missing = odd[k + with_time];
+      if (k != 0) learned->ready[column + k] = std::move(made[k]);
+    }
+    return std::move(made[0]);
+  };
+
+  Column values;
+  const ValueType type = type_at(column);
+  if (type == ValueType::text) {
+    values = read_texts(rows, column, delimiter, row_capacity, request.tag_key);
+  } else if (type == ValueType::hexadecimal) {
+    values = read_hexadecimals(rows, column, delimiter, row_capacity);
+  } else if (const auto ready = learned->ready.find(column); ready != learned->ready.end()) {
+    values = std::move(ready->second);
+    learned->ready.erase(ready);
+  } else {
+    values = read_numbers();
+  }
+
+  if (!learned->has_time) {
+    make_time();
+    read_times(rows, delimiter, time_type, false, learned->time);
+    finish_time(0);
+  }
+
+  Samples x = make_samples(row_capacity, count);
+  if (values.missing == 0) {
+    copy_samples(learned->time, x);
+  } else {
+    size_t kept = 0;
+    for (size_t row = 0; row < count; ++row) {
+      if (scan::is_missing(values.values[row])) continue;
+      x[kept] = learned->time[row];
+      values.values[kept++] = values.values[row];
+    }
+    x.resize(kept);
+    values.values.resize(kept);
+  }
+  request.x = std::move(x);
+  request.y = std::move(values.values);
+  check_time_vector(*this, request.x.span());
+  if (type == ValueType::text) mirn3::tag::save();
+
+  if (values.missing != 0 || rows.has_unfinished_row()) {
+    mirn3::log::write(
+        mirn3::log::warning,
+        fmt::format("File '{}', variable '{}': {} of {} rows skipped for a missing value{}", path_.string(),
+                    request.name, values.missing, count,
+                    rows.has_unfinished_row() ? "; the last line is not finished and was left out" : ""));
+  }
+  if (mirn3::mem::memory_used > mirn3::mem::memory_bank) forget();
+}
+
+}  // namespace mirn2::rd

@@ -1,0 +1,203 @@
+// Finding the rows of a delimited file.
+#include "readers/delimited_rows.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <limits>
+
+#include "runtime/mem.h"
+#include "runtime/par.h"
+
+namespace mirn2::rd {
+
+namespace {
+
+// Large enough that a piece outweighs what handing it out costs, small enough to share out evenly.
+constexpr size_t piece_bytes = size_t{1} << 20;
+
+// Line feeds expected in a piece, to begin with.
+constexpr size_t first_room = piece_bytes / 64;
+
+constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
+
+void find_starts(scan::LineSearch& search, const char* begin, const char* end,
+                 std::vector<uint32_t>& starts) {
+  const scan::Level level = scan::best_level();
+  size_t found = starts.size();
+  while (search.at != end && search.empty_line == nullptr) {
+    if (starts.size() - found < scan::line_room) starts.resize(std::max(first_room, starts.size() * 2));
+    found += scan::find_line_starts(level, search, end, begin, starts.data() + found, starts.size() - found);
+  }
+  starts.resize(found);
+}
+
+uint64_t count_delimiters(std::string_view row, char delimiter) {
+  const char* p = row.data();
+  const char* end = p + row.size();
+  for (uint64_t count = 0;; ++count, ++p) {
+    p = scan::field_end(p, end, delimiter);
+    if (p == end || *p != delimiter) return count;
+  }
+}
+
+// Whether the line's text, line end included, has fewer than two characters.
+bool is_short(std::string_view rest) {
+  return rest.size() < 2 || rest[0] == '\n' || rest[0] == '\0' || rest[1] == '\0';
+}
+
+}  // namespace
+
+Charge::Charge(size_t bytes) { add(bytes); }
+
+Charge::~Charge() {
+  if (bytes_ != 0) mirn3::mem::release(bytes_);
+}
+
+void Charge::add(size_t bytes) {
+  mirn3::mem::reserve(bytes);
+  bytes_ += bytes;
+}
+
+LineWalk::LineWalk(std::string_view text) : text_(text) {
+  if (text_.starts_with(byte_order_mark)) position_ = byte_order_mark.size();
+}
+
+bool LineWalk::next(std::string_view& line) {
+  if (position_ >= text_.size()) return false;
+  const std::string_view rest = text_.substr(position_);
+  const size_t feed = rest.find('\n');
+  line = feed == std::string_view::npos ? rest : rest.substr(0, feed + 1);
+  position_ += line.size();
+  line = line.substr(0, line.find('\0'));
+  return true;
+}
+
+DelimitedRows::DelimitedRows(const std::filesystem::path& path, char delimiter, uint64_t header_lines)
+    : stamp_(mirn3::sys::file_stamp(path)), mapping_(path) {
+  LineWalk walk(text());
+  std::string_view line;
+  uint64_t skipped = 0;
+  while (skipped < header_lines && walk.next(line)) ++skipped;
+  line_count_ = skipped;
+  if (walk.position() < text().size()) find_rows(walk.position(), delimiter);
+
+  size_t bytes = 0;
+  for (const Piece& piece : pieces_) bytes += piece.starts.capacity() * sizeof(uint32_t);
+  charge_.add(bytes);
+}
+
+void DelimitedRows::find_rows(size_t first, char delimiter) {
+  const std::string_view all = text();
+  pieces_.resize((all.size() - first + piece_bytes - 1) / piece_bytes);
+
+  std::atomic<size_t> stopped_at{std::numeric_limits<size_t>::max()};
+  for_each_piece([&](size_t number) {
+    if (stopped_at.load(std::memory_order_relaxed) < number) return;
+    Piece& piece = pieces_[number];
+    piece.base = first + number * piece_bytes;
+    const char* begin = all.data() + piece.base;
+    const char* end = begin + std::min(piece_bytes, all.size() - piece.base);
+    piece.search = {.at = begin, .at_line_start = number == 0 || begin[-1] == '\n'};
+    if (number == 0) piece.starts.push_back(0);
+    find_starts(piece.search, begin, end, piece.starts);
+    piece.starts.shrink_to_fit();
+    if (piece.search.empty_line != nullptr) {
+      size_t before = stopped_at.load(std::memory_order_relaxed);
+      while (number < before && !stopped_at.compare_exchange_weak(before, number)) {
+      }
+    }
+  });
+
+  if (stopped_at.load() < pieces_.size()) {
+    const Piece& piece = pieces_[stopped_at.load()];
+    drop_rows_from(static_cast<size_t>(piece.search.empty_line - all.data()));
+    line_count_ = mirn3::sys::line_count(mapping_.bytes());
+  } else {
+    // A line feed at the very end starts no line.
+    drop_rows_from(all.size());
+    for (const Piece& piece : pieces_) line_count_ += piece.starts.size();
+  }
+  cut_at_short_line();
+
+  if (rows_ > 1 && all.back() != '\n') {
+    const Piece& last = *std::find_if(pieces_.rbegin(), pieces_.rend(),
+                                      [](const Piece& piece) { return !piece.starts.empty(); });
+    const size_t start = last.base + last.starts.back();
+    if (last.last_end == all.size() &&
+        count_delimiters(all.substr(start), delimiter) < count_delimiters(first_row(), delimiter)) {
+      has_unfinished_row_ = true;
+      drop_rows_from(start);
+    }
+  }
+}
+
+// Empty lines ended the search; zero bytes and the end of the file make short lines, too.
+void DelimitedRows::cut_at_short_line() {
+  const std::string_view all = text();
+  const bool has_zero =
+      std::any_of(pieces_.begin(), pieces_.end(), [](const Piece& piece) { return piece.search.has_zero; });
+  for (size_t number = has_zero ? 0 : pieces_.size(); number < pieces_.size(); ++number) {
+    const Piece& piece = pieces_[number];
+    for (const uint32_t offset : piece.starts) {
+      const size_t start = piece.base + offset;
+      if (is_short(all.substr(start))) return drop_rows_from(start);
+    }
+  }
+  // Without a zero byte only the last line, without its line feed, is left to look at.
+  for (auto piece = pieces_.rbegin(); piece != pieces_.rend(); ++piece) {
+    if (piece->starts.empty()) continue;
+    const size_t start = piece->base + piece->starts.back();
+    if (is_short(all.substr(start))) drop_rows_from(start);
+    return;
+  }
+}
+
+// Forgets the rows that start at this offset or behind it, which thereby becomes the end of the last.
+void DelimitedRows::drop_rows_from(size_t offset) {
+  for (Piece& piece : pieces_) {
+    const auto keep = std::find_if(piece.starts.rbegin(), piece.starts.rend(),
+                                   [&](uint32_t start) { return piece.base + start < offset; });
+    piece.starts.erase(keep.base(), piece.starts.end());
+  }
+  while (!pieces_.empty() && pieces_.back().starts.empty()) pieces_.pop_back();
+
+  rows_ = 0;
+  for (Piece& piece : pieces_) {
+    piece.first_row = rows_;
+    rows_ += piece.starts.size();
+  }
+  size_t next_start = offset;
+  for (auto piece = pieces_.rbegin(); piece != pieces_.rend(); ++piece) {
+    if (piece->starts.empty()) continue;
+    const bool has_feed = text()[next_start - 1] == '\n';
+    piece->last_end = next_start - (has_feed ? 1 : 0);
+    next_start = piece->base + piece->starts.front();
+  }
+}
+
+std::string_view DelimitedRows::first_row() const {
+  if (rows_ == 0) return {};
+  const scan::RowSpan first = span(0);
+  return {first.start(0), static_cast<size_t>(first.end(0) - first.start(0))};
+}
+
+scan::RowSpan DelimitedRows::span(size_t number) const {
+  const Piece& piece = pieces_[number];
+  const char* begin = text().data();
+  return {.base = begin + piece.base,
+          .starts = piece.starts.data(),
+          .rows = piece.starts.size(),
+          .last_end = begin + piece.last_end,
+          .readable = begin + text().size()};
+}
+
+void DelimitedRows::for_each_piece(const std::function<void(size_t piece)>& task) const {
+  if (pieces_.size() < 2) {
+    for (size_t piece = 0; piece < pieces_.size(); ++piece) task(piece);
+    return;
+  }
+  mirn3::par::run(pieces_.size(), task);
+}
+
+}  // namespace mirn2::rd

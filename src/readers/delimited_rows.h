@@ -1,0 +1,103 @@
+// A delimited file, mapped, and where each of its data rows starts.
+//
+// The starts are kept as 32-bit offsets within pieces of the file, so they cost four bytes a row; the
+// pieces are also what threads share the work by.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string_view>
+#include <vector>
+
+#include "readers/delimited_scan.h"
+#include "runtime/sys.h"
+
+namespace mirn2::rd {
+
+// Charges bytes that are not sample buffers to the memory budget while it lives.
+class Charge {
+ public:
+  Charge() = default;
+  explicit Charge(size_t bytes);
+  ~Charge();
+  Charge(const Charge&) = delete;
+  Charge& operator=(const Charge&) = delete;
+  void add(size_t bytes);
+
+ private:
+  size_t bytes_ = 0;
+};
+
+// Walks over the lines of a text. A line's text ends at its first zero byte, the line at its line feed.
+class LineWalk {
+ public:
+  // A byte order mark at the start of the text is passed over.
+  explicit LineWalk(std::string_view text);
+
+  // The next line's text, with its line feed unless a zero byte or the end of the file comes first.
+  // False at the end.
+  bool next(std::string_view& line);
+
+  // Offset of the next line.
+  size_t position() const noexcept { return position_; }
+
+ private:
+  std::string_view text_;
+  size_t position_ = 0;
+};
+
+class DelimitedRows {
+ public:
+  // Maps the file and finds the rows behind the first `header_lines` lines, up to the first line of
+  // fewer than two characters (line end included). Throws mirn3::exc::error_t.
+  //
+  // A last line without a line feed that has fewer delimiters than the first data row is what a
+  // recorder has not finished writing: it is no row. One that has as many is a row, as the last line of
+  // a finished file often lacks its line feed.
+  DelimitedRows(const std::filesystem::path& path, char delimiter, uint64_t header_lines);
+
+  // What the file was when it was mapped.
+  const mirn3::sys::FileStamp& stamp() const noexcept { return stamp_; }
+  std::string_view text() const noexcept { return mapping_.text(); }
+
+  uint64_t rows() const noexcept { return rows_; }
+  bool has_unfinished_row() const noexcept { return has_unfinished_row_; }
+
+  // Lines of the whole file.
+  uint64_t line_count() const noexcept { return line_count_; }
+
+  // The first data row without its line feed; empty when there is none.
+  std::string_view first_row() const;
+
+  size_t pieces() const noexcept { return pieces_.size(); }
+  scan::RowSpan span(size_t piece) const;
+  uint64_t first_row_of(size_t piece) const { return pieces_[piece].first_row; }
+
+  // Calls task(piece) for every piece, on all cores when there is enough to do.
+  void for_each_piece(const std::function<void(size_t piece)>& task) const;
+
+ private:
+  struct Piece {
+    size_t base = 0;               // offset of the piece in the file
+    std::vector<uint32_t> starts;  // offsets of line starts from base
+    uint64_t first_row = 0;
+    size_t last_end = 0;  // end of the piece's last row
+    scan::LineSearch search{nullptr};
+  };
+
+  void find_rows(size_t first, char delimiter);
+  void cut_at_short_line();
+  void drop_rows_from(size_t offset);
+
+  mirn3::sys::FileStamp stamp_;
+  mirn3::sys::Mapping mapping_;
+  std::vector<Piece> pieces_;
+  uint64_t rows_ = 0;
+  uint64_t line_count_ = 0;
+  bool has_unfinished_row_ = false;
+  Charge charge_;
+};
+
+}  // namespace mirn2::rd

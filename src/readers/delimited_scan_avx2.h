@@ -1,0 +1,19 @@
+// The loops over delimited text with 32-byte vectors. Same results as the plain level.
+#pragma once
+
+#include "readers/delimited_scan.h"
+
+#if defined(__x86_64__)
+namespace mirn2::rd::scan {
+
+size_t find_line_starts_avx2(LineSearch& search, const char* end, const char* base, uint32_t* out,
+                             size_t room) noexcept;
+
+const char* pass_fields_avx2(const char* p, const char* row_end, const char* readable, char delimiter,
+                             uint64_t n) noexcept;
+
+// Reads as many of the first rows of the pass as this level can, and returns how many it read.
+size_t read_rows_avx2(const NumberPass& pass) noexcept;
+
+}  // namespace mirn2::rd::scan
+#endif

@@ -1,0 +1,51 @@
+// What all readers share: names, the check of time vectors and warnings.
+#include "readers/reader.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "runtime/log.h"
+#include "runtime/python.h"
+
+namespace mirn2::rd {
+
+namespace {
+
+// The check is a sample, so that it costs a long file nothing.
+constexpr size_t checked_values = 512;
+
+bool is_time_vector(std::span<const double> sample) {
+  for (size_t i = 1; i < sample.size(); ++i) {
+    if (sample[i - 1] > sample[i]) return false;
+  }
+  return sample.back() > sample.front();
+}
+
+}  // namespace
+
+Reader::Reader(std::filesystem::path source) : path_(std::move(source)) {}
+
+std::string compose_name(std::string_view prefix, std::string_view name) {
+  if (prefix.empty()) return std::string(name);
+  std::string full;
+  full.reserve(prefix.size() + 1 + name.size());
+  full.append(prefix).append(1, '.').append(name);
+  return full;
+}
+
+void check_time_vector(const Reader& reader, std::span<double> x) {
+  if (x.empty() || is_time_vector(x.first(std::min(x.size(), checked_values)))) return;
+  for (size_t i = 0; i < x.size(); ++i) x[i] = static_cast<double>(i);
+  warn("The source provided an invalid time vector");
+  warn(fmt::format("A strictly increasing vector of indexes will be used instead for file '{:s}'",
+                   reader.path().string()));
+}
+
+void warn(std::string_view text) {
+  mirn3::log::write(mirn3::log::warning, text);
+  mirn3::python::print_line(text);
+}
+
+}  // namespace mirn2::rd
