@@ -74,10 +74,11 @@ PARAMETERS = [
     ("WPNAV_SPEED", 800, 1000), ("WPNAV_SPEED_DN", 150, 150), ("WPNAV_SPEED_UP", 250, 250),
 ]  # fmt: skip
 
-STATES = (
+STATE_NAMES = (
     "north east up vn ve vu roll pitch yaw p q r roll_des pitch_des yaw_des p_des q_des r_des up_des "
     "vu_des throttle accel_n accel_e accel_u out_p out_q out_r t0 t1 t2 t3 used wind_n wind_e"
-).split()  # noqa: SIM905
+)
+STATES = STATE_NAMES.split()
 
 
 class Flight:
