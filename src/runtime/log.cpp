@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -62,8 +63,8 @@ std::unique_ptr<Sink> open() {
   handlers.after_open = [](const spdlog::filename_t&, std::FILE* stream) {
     std::setvbuf(stream, nullptr, _IOLBF, 1 << 16);
   };
-  auto sink = std::make_unique<Sink>((sys::state_path() / "kvalo.log").string(), longest_file, kept_files,
-                                     false, handlers);
+  auto sink = std::make_unique<Sink>(std::filesystem::absolute(sys::state_path() / "kvalo.log").string(),
+                                     longest_file, kept_files, false, handlers);
   sink->set_pattern("%v");
   return sink;
 }

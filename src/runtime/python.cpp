@@ -35,6 +35,23 @@ class Ref {
   object object_;
 };
 
+// Keeps an error that is pending already out of the way, and lets it be pending again in the end.
+class Earlier {
+ public:
+  Earlier() { table.PyErr_Fetch(&fetched_[0], &fetched_[1], &fetched_[2]); }
+  ~Earlier() { restore(); }
+  Earlier(const Earlier&) = delete;
+  Earlier& operator=(const Earlier&) = delete;
+
+  void restore() {
+    if (object type = std::exchange(fetched_[0], nullptr))
+      table.PyErr_Restore(type, fetched_[1], fetched_[2]);
+  }
+
+ private:
+  object fetched_[3] = {};
+};
+
 // UTF-8 of a str; false, with the interpreter's error cleared, if it is none or cannot be encoded.
 bool encode(object text, std::string& into) {
   const Ref bytes(table.PyUnicode_AsEncodedString(text, "UTF-8", "strict"));
@@ -117,6 +134,7 @@ std::string take_error() {
 }
 
 std::string to_string(object value) {
+  Earlier earlier;
   std::string result;
   // The common case first: only a str can be encoded, so no question about the type is needed.
   if (encode(value, result)) return result;
@@ -127,6 +145,7 @@ std::string to_string(object value) {
     throw std::runtime_error("Error converting Python object to string");
   }
   if (!encode(text.get(), result)) throw std::runtime_error("Error encoding Python string to utf-8");
+  earlier.restore();
   if (table.PyErr_Occurred() != nullptr) {
     throw std::runtime_error("Error converting Python object to string: " + take_error());
   }

@@ -132,7 +132,7 @@ void close_connection(State& s) noexcept {
 bool open_connection(State& s, Session::Absent absent) {
   if (s.database != nullptr && s.owner == ::getpid()) return true;
   s.database = nullptr;
-  const std::filesystem::path path = sys::state_path() / "state.db";
+  const std::filesystem::path path = std::filesystem::absolute(sys::state_path() / "state.db");
   s.path = path.string();
   std::error_code error;
   if (absent == Session::Absent::leave && !std::filesystem::exists(path, error) && !error) return false;

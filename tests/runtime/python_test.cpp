@@ -1,0 +1,182 @@
+// The runtime's calls into an interpreter, which is loaded for these tests alone.
+#include "runtime/python.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "runtime/home.h"
+
+namespace python = mirn3::python;
+
+namespace {
+
+// Without an interpreter nothing is called; runs before the interpreter is there.
+TEST(APythonTableTest, NothingHappensWhileItIsEmpty) {
+  ASSERT_FALSE(python::is_filled());
+  const python::Lock lock;
+  python::print_line("nobody reads this");
+  EXPECT_EQ(python::take_error(), "");
+  python::wrap().set_up();
+  EXPECT_FALSE(python::wrap().ready());
+}
+
+class PythonTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    library = ::dlopen("libpython3.11.so.1.0", RTLD_NOW | RTLD_GLOBAL);
+    if (library == nullptr) return;
+#define FILL_FUNCTION(name, result, arguments) \
+  python::table.name = reinterpret_cast<decltype(python::table.name)>(::dlsym(library, #name));
+#define FILL_OBJECT(name)  // none is used here
+    MIRN3_PYTHON_TABLE(FILL_FUNCTION, FILL_OBJECT)
+#undef FILL_FUNCTION
+#undef FILL_OBJECT
+    reinterpret_cast<void (*)(int)>(::dlsym(library, "Py_InitializeEx"))(0);
+    python::wrap().set_up();
+  }
+
+  static void TearDownTestSuite() {
+    if (library == nullptr) return;
+    reinterpret_cast<int (*)()>(::dlsym(library, "Py_FinalizeEx"))();
+    python::table = {};
+    python::wrap().set_up();
+  }
+
+  void SetUp() override {
+    if (library == nullptr) GTEST_SKIP() << "libpython3.11 is not installed";
+  }
+
+  static void run(const std::string& code) {
+    ASSERT_EQ(python::table.PyRun_SimpleStringFlags(code.c_str(), nullptr), 0) << code;
+  }
+
+  // The value of an expression, borrowed from __main__ and alive until the next call.
+  static python::object value(const std::string& expression) {
+    run("result = " + expression);
+    const python::object globals =
+        python::table.PyModule_GetDict(python::table.PyImport_AddModule("__main__"));
+    return python::table.PyDict_GetItemString(globals, "result");
+  }
+
+  // Leaves the exception that calling the function without arguments raises.
+  static void raise(const std::string& function) {
+    const python::object call = value(function);
+    const python::object none = python::table.PyTuple_New(0);
+    EXPECT_EQ(python::table.PyObject_Call(call, none, nullptr), nullptr);
+    python::table.Py_DecRef(none);
+  }
+
+  static void* library;
+};
+void* PythonTest::library = nullptr;
+
+TEST_F(PythonTest, ObjectsAsText) {
+  EXPECT_TRUE(python::wrap().ready());
+  const struct {
+    std::string expression, text;
+  } cases[] = {
+      {"'plain'", "plain"},
+      {"'höhe µ 日本 😀'", "höhe µ 日本 😀"},
+      {"''", ""},
+      {"12", "12"},
+      {"1.5", "1.5"},
+      {"None", "None"},
+      {"['a', 1]", "['a', 1]"},
+      {"b'bytes'", "b'bytes'"},
+      {"type('Name', (str,), {'__str__': lambda self: 'other'})('own')", "own"},
+      {"type('Shown', (), {'__str__': lambda self: 'shown'})()", "shown"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(python::to_string(value(c.expression)), c.text) << c.expression;
+    EXPECT_EQ(python::table.PyErr_Occurred(), nullptr) << c.expression;
+  }
+}
+
+TEST_F(PythonTest, ObjectsWithoutTextSayWhatWentWrong) {
+  const struct {
+    std::string expression, message;
+  } cases[] = {
+      {"'half a pair \\ud800'", "Error converting Python string to standard string"},
+      {"type('Sub', (str,), {})('\\ud800')", "Error converting Python string to standard string"},
+      {"type('Broken', (), {'__str__': lambda self: 1 / 0})()", "Error converting Python object to string"},
+      {"type('Half', (), {'__str__': lambda self: '\\ud800'})()", "Error encoding Python string to utf-8"},
+  };
+  for (const auto& c : cases) {
+    const python::object broken = value(c.expression);
+    EXPECT_EQ(message_of<std::runtime_error>([&] { python::to_string(broken); }), c.message) << c.expression;
+    EXPECT_EQ(python::table.PyErr_Occurred(), nullptr) << c.expression;
+  }
+  // An error that was pending all along: a str does not mind, the text of others is refused.
+  const python::object number = value("12");
+  raise("lambda: [][1]");
+  EXPECT_EQ(python::to_string(python::table.PyUnicode_FromString("text")), "text");
+  EXPECT_EQ(message_of<std::runtime_error>([&] { python::to_string(number); }),
+            "Error converting Python object to string: IndexError: list index out of range");
+  EXPECT_EQ(python::table.PyErr_Occurred(), nullptr);
+}
+
+TEST_F(PythonTest, PendingErrorIsTakenAsText) {
+  EXPECT_EQ(python::take_error(), "");
+  const struct {
+    std::string function, text;
+  } cases[] = {
+      {"lambda: int('x')", "ValueError: invalid literal for int() with base 10: 'x'"},
+      {"lambda: 1 / 0", "ZeroDivisionError: division by zero"},
+      {"lambda: (_ for _ in ()).throw(RuntimeError)", "RuntimeError"},
+      {"lambda: (_ for _ in ()).throw(ValueError('höhe\\nzwei'))", "ValueError: höhe\nzwei"},
+      {"lambda: (_ for _ in ()).throw(type('Mute', (Exception,), {'__str__': lambda self: 1 / 0})())",
+       "Mute"},
+  };
+  for (const auto& c : cases) {
+    raise(c.function);
+    EXPECT_EQ(python::take_error(), c.text);
+    EXPECT_EQ(python::table.PyErr_Occurred(), nullptr);
+  }
+}
+
+TEST_F(PythonTest, ReferencesAreGivenBack) {
+  run("import sys\nclass Kept:\n  def __str__(self): return 'kept'\nkept = Kept()\nerror = "
+      "ValueError('kept')\n"
+      "def fail(): raise error\nbefore = (sys.getrefcount(kept), sys.getrefcount(error))");
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_EQ(python::to_string(value("kept")), "kept");
+    raise("fail");
+    EXPECT_EQ(python::take_error(), "ValueError: kept");
+    run("error.__traceback__ = None");
+  }
+  run("result = None");
+  EXPECT_EQ(python::to_string(value("before == (sys.getrefcount(kept), sys.getrefcount(error))")), "True");
+}
+
+TEST_F(PythonTest, LinesOfEveryLengthArriveWhole) {
+  run("import io, sys");
+  std::string mixed;
+  for (int i = 0; i < 3000; ++i) mixed += "aü日😀";
+  std::vector<std::string> texts = {"",    "short",     "per cent %s %n {}", "two\nlines",
+                                    mixed, mixed + "x", "x" + mixed};
+  for (size_t n = 995; n <= 1005; ++n) {
+    texts.push_back(std::string(n, 'a'));
+    texts.push_back(std::string(n, 'a') + "😀" + std::string(n, 'b'));
+  }
+  for (const std::string& text : texts) {
+    run("old, sys.stdout = sys.stdout, io.StringIO()");
+    python::print_line(text);
+    run("written, sys.stdout = sys.stdout.getvalue(), old");
+    EXPECT_EQ(python::to_string(value("written")), text + "\n");
+  }
+}
+
+TEST_F(PythonTest, OtherThreadsPrint) {
+  run("import io, sys\nold, sys.stdout = sys.stdout, io.StringIO()");
+  auto* save = reinterpret_cast<void* (*)()>(::dlsym(library, "PyEval_SaveThread"))();
+  std::thread([] { python::print_line(std::string(2500, 't')); }).join();
+  reinterpret_cast<void (*)(void*)>(::dlsym(library, "PyEval_RestoreThread"))(save);
+  run("written, sys.stdout = sys.stdout.getvalue(), old");
+  EXPECT_EQ(python::to_string(value("written")), std::string(2500, 't') + "\n");
+}
+
+}  // namespace
