@@ -18,10 +18,10 @@ inline constexpr auto powers_of_ten = [] {
 }();
 
 // The double nearest to whole + fraction / 10^digits, with digits up to most_digits and fraction below
-// 10^digits. `more`: the fraction has further digits that are not all zero.
-inline double nearest(uint64_t whole, uint64_t fraction, int digits, bool more = false) {
+// 10^digits.
+inline double nearest(uint64_t whole, uint64_t fraction, int digits) {
   const uint64_t scale = powers_of_ten[digits];
-  if (fraction == 0 && !more) return static_cast<double>(whole);
+  if (fraction == 0) return static_cast<double>(whole);
 
   // One division of two exactly represented integers rounds once.
   constexpr uint64_t exact = uint64_t{1} << 53;
@@ -32,15 +32,15 @@ inline double nearest(uint64_t whole, uint64_t fraction, int digits, bool more =
   // stand for everything behind it, and the conversion to double, which rounds once, sees it.
   const uint128_t shifted = uint128_t{fraction} << 64;
   uint128_t bits = (uint128_t{whole} << 64) | (shifted / scale);
-  if (more || shifted % scale != 0) bits |= 1;
+  if (shifted % scale != 0) bits |= 1;
   constexpr double two_to_64 = 18446744073709551616.0;
   return static_cast<double>(bits) / two_to_64;
 }
 
 // The double nearest to whole + fraction / 10^digits where whole may be negative (and the fraction still
 // counts upwards).
-inline double nearest_signed(int64_t whole, uint64_t fraction, int digits, bool more = false) {
-  if (whole >= 0) return nearest(static_cast<uint64_t>(whole), fraction, digits, more);
+inline double nearest_signed(int64_t whole, uint64_t fraction, int digits) {
+  if (whole >= 0) return nearest(static_cast<uint64_t>(whole), fraction, digits);
   const auto magnitude = static_cast<uint64_t>(-whole);
   if (fraction == 0) return -nearest(magnitude, 0, digits);
   return -nearest(magnitude - 1, powers_of_ten[digits] - fraction, digits);

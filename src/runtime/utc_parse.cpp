@@ -1,5 +1,5 @@
 // Time stamps as text to seconds. Written by hand, as a stamp is read for every row of a file: no
-// locale, no time zone, no allocation, and every digit counts (the result is the nearest double).
+// locale, no time zone, no allocation, and the result is the nearest double.
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -80,21 +80,17 @@ class Scanner {
     return true;
   }
 
-  // The digits behind a point: the first `most_digits` as a number, the rest as whether it is zero.
+  // The digits behind a point. Those behind the first `most_digits` count for nothing.
   struct Fraction {
     uint64_t value = 0;
     int digits = 0;
-    bool more = false;
   };
   bool take_fraction(Fraction& fraction) {
     const char* start = at_;
     for (; at_ != end_ && is_digit(*at_); ++at_) {
-      if (fraction.digits == most_digits) {
-        fraction.more = fraction.more || *at_ != '0';
-      } else {
-        fraction.value = fraction.value * 10 + static_cast<uint64_t>(*at_ - '0');
-        ++fraction.digits;
-      }
+      if (fraction.digits == most_digits) continue;
+      fraction.value = fraction.value * 10 + static_cast<uint64_t>(*at_ - '0');
+      ++fraction.digits;
     }
     return at_ != start;
   }
@@ -139,7 +135,7 @@ bool read_half_of_day(Scanner& in, Clock& clock) {
 // Whether a day has this time: up to 24:00:00, its end, and not beyond.
 bool within_day(const Clock& clock) {
   if (clock.hour != 24) return clock.hour < 24;
-  return clock.minute == 0 && clock.second == 0 && clock.fraction.value == 0 && !clock.fraction.more;
+  return clock.minute == 0 && clock.second == 0 && clock.fraction.value == 0;
 }
 
 bool valid(const Date& date) {
@@ -149,9 +145,7 @@ bool valid(const Date& date) {
 
 double join(const Date& date, const Clock& clock, int64_t zone_seconds) {
   const int64_t whole = days_from_date(date) * seconds_per_day + clock.whole_seconds() - zone_seconds;
-  // Before 1970 the seconds count downwards, and digits that were cut off would count the wrong way; they
-  // lie far below what a double tells apart there.
-  return nearest_signed(whole, clock.fraction.value, clock.fraction.digits, clock.fraction.more);
+  return nearest_signed(whole, clock.fraction.value, clock.fraction.digits);
 }
 
 // Z, +hh, +hhmm, +hh:mm or nothing.
@@ -237,8 +231,8 @@ double read_time_of_day(Scanner in) {
   Clock clock;
   if (!read_clock(in, most_hour_digits, clock) || !read_half_of_day(in, clock)) return not_a_time;
   if (!in.done()) return not_a_time;
-  const double time = nearest(static_cast<uint64_t>(clock.whole_seconds()), clock.fraction.value,
-                              clock.fraction.digits, clock.fraction.more);
+  const double time =
+      nearest(static_cast<uint64_t>(clock.whole_seconds()), clock.fraction.value, clock.fraction.digits);
   return negative ? -time : time;
 }
 
