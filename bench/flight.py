@@ -9,7 +9,7 @@ import kvalo  # isort: skip
 import numpy as np
 from pymavlink.DFReader import DFReader_binary
 
-PATH = DATA / "flight" / "flight.bin"
+PATH = DATA / "flight" / "sample_flight.bin"
 MEGABYTES = 100
 
 
@@ -53,7 +53,7 @@ def benchmark() -> list[Row]:
     if not PATH.exists():
         print(f"writing {PATH}")
         generator = [sys.executable, str(ROOT / "examples" / "sample_flight.py"), str(PATH.parent)]
-        subprocess.run([*generator, "--megabytes", str(MEGABYTES)], check=True)
+        subprocess.run([*generator, "--forms", "bin", "--megabytes", str(MEGABYTES)], check=True)
     size = PATH.stat().st_size
     print(f"{size / 1e6:.0f} MB")
 

@@ -1,0 +1,74 @@
+"""From a recorded flight to a table: load, look, compute, export.
+
+    python examples/first_flight.py [OUTDIR] [--minutes 12]
+
+Makes up a sample flight in OUTDIR, opens its binary log, shows what is in it, reads a few series, computes
+with NumPy and exports a choice of series on a common time grid.
+"""
+
+import argparse
+import time
+from pathlib import Path
+
+import kvalo
+import numpy as np
+from sample_flight import write_flight
+
+
+def members(series: kvalo.TimeSeries) -> dict[str, kvalo.TimeSeries]:
+    """The fields of a message: series that are attributes of a series."""
+    return {name: value for name, value in vars(series).items() if isinstance(value, kvalo.TimeSeries)}
+
+
+def show_tree(log: kvalo.Container) -> None:
+    messages = {name: members(series) for name, series in vars(log).items() if members(series)}
+    fields = sum(map(len, messages.values()))
+    print(f"  {len(messages)} messages with {fields} fields, among them")
+    for name in ("ATT", "BARO", "BAT", "ESC"):
+        print(f"    {name:<5} {', '.join(messages[name])}")
+
+
+def numbers(series: kvalo.TimeSeries) -> tuple[np.ndarray, np.ndarray]:
+    """Times and values as arrays that show the samples of the series, without a copy of them."""
+    series.load()
+    return np.asarray(series.xdata), np.asarray(series.ydata)
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("folder", type=Path, nargs="?", default=Path("demo-output"), metavar="OUTDIR")
+    parser.add_argument("--minutes", type=float, default=12.0)
+    options = parser.parse_args()
+
+    path = write_flight(options.folder, minutes=options.minutes, forms=("bin",))["bin"]
+
+    start = time.perf_counter()
+    log = kvalo.Container(path=str(path))
+    took = (time.perf_counter() - start) * 1e3
+    print(f"Opened {path} ({path.stat().st_size / 1e6:.1f} MB) in {took:.1f} ms")
+    show_tree(log)
+
+    roll, altitude, current, vibration = log.ATT.Roll, log.BARO.Alt, log.BAT.Curr, log.VIBE.VibeX
+    for series, unit in ((roll, "deg"), (altitude, "m"), (current, "A"), (vibration, "m/s²")):
+        _, y = numbers(series)
+        head = f"{series.get_full_name():<10} {len(series):6d} samples at {series.get_fs():5.1f} Hz"
+        print(f"  {head}, {y.min():7.1f} to {y.max():.1f} {unit}")
+
+    # The charge drawn from the battery: the current, summed up over time.
+    t, amperes = numbers(current)
+    charge = np.concatenate([[0.0], np.cumsum(np.diff(t) * (amperes[1:] + amperes[:-1]) / 2)]) / 3.6
+    used = kvalo.TimeSeries(t.tolist(), charge.tolist())
+    print(f"  Charge drawn from the battery: {charge[-1]:.0f} mAh")
+
+    table = options.folder / "flight.csv"
+    chosen = [(roll, "roll [deg]"), (altitude, "altitude [m]"), (current, "current [A]")]
+    chosen.append((used, "charge [mAh]"))
+    kvalo.export_to_file(str(table), ",", 0.1, float(t[0]), float(t[-1]), chosen)
+    lines = table.read_text().splitlines()
+    print(f"Exported {len(lines) - 1} rows every 0.1 s; the first two:")
+    print("  " + "\n  ".join(lines[:3]))
+    print(f"The table is in {table.resolve()}")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,29 @@
+"""The example that scripts/demo shows, on a short flight: what it prints and the table it leaves."""
+
+import csv
+import subprocess
+import sys
+from pathlib import Path
+
+EXAMPLE = Path(__file__).resolve().parent.parent.parent / "examples" / "first_flight.py"
+
+
+def test_first_flight(tmp_path):
+    done = subprocess.run(
+        [sys.executable, str(EXAMPLE), str(tmp_path), "--minutes", "5"], capture_output=True, text=True
+    )
+    assert done.returncode == 0, done.stdout + done.stderr
+    assert "ATT.Roll" in done.stdout
+
+    table = tmp_path / "flight.csv"
+    assert done.stdout.rstrip().endswith(str(table))
+    header, *rows = csv.reader(table.open())
+    assert header == ["Time", "roll [deg]", "altitude [m]", "current [A]", "charge [mAh]"]
+    columns = [[float(value) for value in column] for column in zip(*rows, strict=True)]
+    times, roll, altitude, _, charge = columns
+    assert 2900 < len(times) <= 3001
+    # It takes off, stays within what the controller allows, and the charge only ever grows.
+    assert 30 < max(altitude) - altitude[0] < 100
+    assert 3 < max(map(abs, roll)) < 60
+    assert charge == sorted(charge)
+    assert charge[-1] > 100
