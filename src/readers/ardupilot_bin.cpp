@@ -28,31 +28,6 @@ using ardupilot::letter_of;
 using ardupilot::Records;
 using mirn3::shared_vector;
 
-// An offered message, as the head declares it.
-struct ReaderArduPilotBIN::Message {
-  std::vector<std::string> labels;
-  std::string letters;
-  uint64_t time_field = 0;
-  std::vector<uint64_t> offered;  // the fields that are variables, in order
-
-  // The letter of a field, zero where the format is shorter than the labels.
-  char letter(uint64_t field) const noexcept { return field < letters.size() ? letters[field] : '\0'; }
-
-  uint64_t offset(uint64_t field) const noexcept {
-    uint64_t sum = 0;
-    for (uint64_t k = 0; k < field && k < letters.size(); ++k) sum += letter_of(letters[k]).width;
-    return sum;
-  }
-
-  // From raw time stamps to seconds, where the label says what they are.
-  double time_scale(uint64_t field) const noexcept {
-    if (field >= labels.size()) return 1.0;
-    if (labels[field] == "TimeMS") return 0.001;
-    if (labels[field] == "TimeUS") return 0.000001;
-    return 1.0;
-  }
-};
-
 namespace {
 
 // Memory that lies in no sample buffer, charged to the budget for as long as this lives.
@@ -77,13 +52,13 @@ class Sweep {
     const bool next_message = type != type_ && ordinal == 0 && finished_;
     type_ = type;
     expected_ = ordinal + 1;
-    finished_ = (next || next_message || count == 1) && expected_ == count;
-    return (next && ordinal != 0) || next_message;
+    finished_ = (next || next_message) && expected_ == count;
+    return next || next_message;
   }
 
  private:
   uint8_t type_ = 0;
-  size_t expected_ = 0;
+  size_t expected_ = SIZE_MAX;
   bool finished_ = false;
 };
 
@@ -110,11 +85,18 @@ std::vector<Piece> pieces_of(const Records& records, uint64_t needed) {
   return pieces;
 }
 
-// One field on its way into a buffer of samples. Offsets count from the start of the record.
-struct Column {
+// A field of a message. Its offset counts from the start of the record.
+struct Field {
   const Letter* letter;
   uint64_t offset;
-  double scale;
+  double scale = 1.0;
+
+  uint64_t end() const noexcept { return offset + letter->width; }
+};
+
+// A field on its way into a buffer of samples.
+struct Column {
+  Field field;
   double* out;
 };
 
@@ -135,9 +117,9 @@ void decode_block(const Pass& pass, const Piece& piece, size_t first, size_t cou
   const size_t sample = piece.sample + first;
   const std::span<const uint32_t> offsets{pass.offsets + piece.record + first, count};
   for (const Column& column : pass.columns) {
-    if (column.offset + column.letter->width <= piece.length) {
-      column.letter->gather(pass.data + piece.base + column.offset, offsets, column.scale,
-                            column.out + sample);
+    const Field& field = column.field;
+    if (field.end() <= piece.length) {
+      field.letter->gather(pass.data + piece.base + field.offset, offsets, field.scale, column.out + sample);
     } else {
       std::fill_n(column.out + sample, count, std::numeric_limits<double>::quiet_NaN());
     }
@@ -183,16 +165,16 @@ class Tags {
 };
 
 void decode_text(const Pass& pass, const Column& column, Tags& tags) {
-  const size_t width = column.letter->width;
+  const size_t width = column.field.letter->width;
   for (const Piece& piece : pass.pieces) {
     double* const out = column.out + piece.sample;
-    if (column.offset + width > piece.length) {
+    if (column.field.end() > piece.length) {
       std::fill_n(out, piece.count, std::numeric_limits<double>::quiet_NaN());
       continue;
     }
-    const unsigned char* const field = pass.data + piece.base + column.offset;
+    const unsigned char* const text = pass.data + piece.base + column.field.offset;
     for (size_t i = 0; i < piece.count; ++i) {
-      out[i] = tags.number(field + pass.offsets[piece.record + i], width) * column.scale;
+      out[i] = tags.number(text + pass.offsets[piece.record + i], width) * column.field.scale;
     }
   }
 }
@@ -242,9 +224,40 @@ uint64_t free_budget() noexcept {
 
 }  // namespace
 
+// An offered message, as the head declares it.
+struct ReaderArduPilotBIN::Message {
+  std::vector<std::string> labels;
+  std::string letters;
+  uint64_t time_field = 0;
+  std::vector<uint64_t> offered;  // the fields that are variables, in order
+
+  // The letter of a field, zero where the format is shorter than the labels.
+  char letter(uint64_t field) const noexcept { return field < letters.size() ? letters[field] : '\0'; }
+
+  uint64_t offset(uint64_t field) const noexcept {
+    uint64_t sum = 0;
+    for (uint64_t k = 0; k < field && k < letters.size(); ++k) sum += letter_of(letters[k]).width;
+    return sum;
+  }
+
+  Field field(uint64_t index) const noexcept {
+    return {&letter_of(letter(index)), ardupilot::header_size + offset(index)};
+  }
+
+  // From raw time stamps to seconds, where the label says what they are.
+  double time_scale(uint64_t field) const noexcept {
+    if (field >= labels.size()) return 1.0;
+    if (labels[field] == "TimeMS") return 0.001;
+    if (labels[field] == "TimeUS") return 0.000001;
+    return 1.0;
+  }
+};
+
 // What one state of the file has taught. Changed only by the one thread that is inside load().
 struct ReaderArduPilotBIN::Learned {
-  // The time column of a message, as far as one was asked for.
+  using Buffers = std::map<uint64_t, shared_vector<double>>;  // by field
+
+  // The time column of a message.
   struct Times {
     bool known = false;
     uint64_t field = 0;
@@ -255,6 +268,14 @@ struct ReaderArduPilotBIN::Learned {
           const ardupilot::Lengths& lengths)
       : stamp(state), file(path), walk(ardupilot::walk(file.bytes(), lengths)), charge(walk.bytes_held()) {}
 
+  // The values of a field if they were decoded ahead; drops what waits for another message.
+  std::optional<shared_vector<double>> take_ready(uint8_t type, uint64_t field);
+
+  // Buffers for the numeric fields that come after the `ordinal`-th variable, as far as there is memory
+  // to spare, and the columns that fill them.
+  Buffers reserve_ahead(const Message& message, size_t ordinal, size_t samples,
+                        std::vector<Column>& columns) const;
+
   mirn3::sys::FileStamp stamp;
   mirn3::sys::Mapping file;
   ardupilot::Walk walk;
@@ -262,8 +283,39 @@ struct ReaderArduPilotBIN::Learned {
   std::map<uint8_t, Times> times;
   Sweep sweep;
   uint8_t ready_type = 0;
-  std::map<uint64_t, shared_vector<double>> ready;  // fields of ready_type decoded ahead
+  Buffers ready;  // fields of ready_type decoded ahead
 };
+
+std::optional<shared_vector<double>> ReaderArduPilotBIN::Learned::take_ready(uint8_t type, uint64_t field) {
+  if (ready_type != type) ready.clear();
+  ready_type = type;
+  auto taken = ready.extract(field);
+  if (taken.empty()) return {};
+  return std::move(taken.mapped());
+}
+
+ReaderArduPilotBIN::Learned::Buffers ReaderArduPilotBIN::Learned::reserve_ahead(
+    const Message& message, size_t ordinal, size_t samples, std::vector<Column>& columns) const {
+  Buffers ahead;
+  uint64_t room = free_budget() / 4;
+  columns.reserve(columns.size() + message.offered.size());
+  for (size_t next = ordinal + 1; next < message.offered.size(); ++next) {
+    const uint64_t index = message.offered[next];
+    const Field field = message.field(index);
+    if (field.letter->text || ready.contains(index)) continue;
+    if (samples * sizeof(double) > room) break;
+    room -= samples * sizeof(double);
+    shared_vector<double> values;
+    try {
+      values.resize(samples);
+    } catch (const std::bad_alloc&) {
+      break;
+    }
+    columns.push_back({field, values.data()});
+    ahead.emplace(index, std::move(values));
+  }
+  return ahead;
+}
 
 ReaderArduPilotBIN::ReaderArduPilotBIN(std::filesystem::path source) : Reader(std::move(source)) {}
 
@@ -345,78 +397,51 @@ void ReaderArduPilotBIN::load(rto_t& request) {
   const Message& message = messages_.at(at.type);
   const std::shared_ptr<Learned> known = learn();
 
-  const Letter& time_letter = letter_of(message.letter(at.time_field));
-  const Letter& value_letter = letter_of(message.letter(at.value_field));
-  const uint64_t time_at = ardupilot::header_size + at.time_offset;
+  Field time = message.field(at.time_field);
+  time.scale = message.time_scale(at.time_field);
+  const Field value = message.field(at.value_field);
   const Records& records = known->walk.types[at.type];
-  const std::vector<Piece> pieces = pieces_of(records, time_at + time_letter.width);
+  const std::vector<Piece> pieces = pieces_of(records, time.end());
   const size_t samples = pieces.empty() ? 0 : pieces.back().sample + pieces.back().count;
 
-  const auto ordinal = std::find(message.offered.begin(), message.offered.end(), at.value_field);
-  const bool in_order = ordinal != message.offered.end() &&
-                        known->sweep.follows(at.type, static_cast<size_t>(ordinal - message.offered.begin()),
-                                             message.offered.size());
-
-  if (known->ready_type != at.type) known->ready.clear();
-  known->ready_type = at.type;
-
-  shared_vector<double> x, y;
+  // One pass fills everything below that is not known yet.
   std::vector<Column> columns;
+  shared_vector<double> x;
   x.resize(samples);
-
-  Learned::Times times;
-  if (!time_letter.text) {
-    times = known->times[at.type];
-    if (!times.known || times.field != at.time_field) {
-      times = {.known = true, .field = at.time_field, .values = {}};
-      times.values.resize(samples);
-      columns.push_back({&time_letter, time_at, message.time_scale(at.time_field), times.values.data()});
-    }
+  Learned::Times times = known->times[at.type];
+  if (time.letter->text) {
+    times = {};
+  } else if (!times.known || times.field != at.time_field) {
+    times = {.known = true, .field = at.time_field, .values = {}};
+    times.values.resize(samples);
+    columns.push_back({time, times.values.data()});
   }
 
-  std::map<uint64_t, shared_vector<double>> ahead;
-  const auto decoded = known->ready.find(at.value_field);
-  if (decoded != known->ready.end()) {
-    y = std::move(decoded->second);
-    known->ready.erase(decoded);
+  const auto listed = std::find(message.offered.begin(), message.offered.end(), at.value_field);
+  const auto ordinal = static_cast<size_t>(listed - message.offered.begin());
+  const bool in_order =
+      listed != message.offered.end() && known->sweep.follows(at.type, ordinal, message.offered.size());
+  Learned::Buffers ahead;
+  shared_vector<double> y;
+  if (auto ready = known->take_ready(at.type, at.value_field)) {
+    y = std::move(*ready);
   } else {
     y.resize(samples);
-    if (!value_letter.text) {
-      columns.push_back({&value_letter, ardupilot::header_size + at.value_offset, 1.0, y.data()});
-    }
-    if (in_order) {
-      uint64_t room = free_budget() / 4;
-      for (auto next = ordinal + 1; next != message.offered.end(); ++next) {
-        const Letter& letter = letter_of(message.letter(*next));
-        if (letter.text || known->ready.contains(*next)) continue;
-        if (samples * sizeof(double) > room) break;
-        room -= samples * sizeof(double);
-        auto& values = ahead[*next];
-        values.resize(samples);
-        columns.push_back({&letter, ardupilot::header_size + message.offset(*next), 1.0, values.data()});
-      }
-    }
+    if (!value.letter->text) columns.push_back({value, y.data()});
+    if (in_order) ahead = known->reserve_ahead(message, ordinal, samples, columns);
   }
 
-  const Pass pass{known->file.bytes().data(),
-                  records.offsets.data(),
-                  pieces,
-                  columns,
-                  time_letter.text ? nullptr : times.values.data(),
-                  x.data()};
+  const Pass pass{
+      known->file.bytes().data(), records.offsets.data(), pieces, columns, times.values.data(), x.data()};
   decode(pass, samples);
-  if (time_letter.text || value_letter.text) {
+  if (time.letter->text || value.letter->text) {
     Tags tags(request.tag_key);
-    if (time_letter.text) {
-      decode_text(pass, {&time_letter, time_at, message.time_scale(at.time_field), x.data()}, tags);
-    }
-    if (value_letter.text) {
-      decode_text(pass, {&value_letter, ardupilot::header_size + at.value_offset, 1.0, y.data()}, tags);
-    }
+    if (time.letter->text) decode_text(pass, {time, x.data()}, tags);
+    if (value.letter->text) decode_text(pass, {value, y.data()}, tags);
     save_tags();
   }
 
-  if (!time_letter.text) known->times[at.type] = std::move(times);
+  if (times.known) known->times[at.type] = std::move(times);
   known->ready.merge(ahead);
   request.x = std::move(x);
   request.y = std::move(y);

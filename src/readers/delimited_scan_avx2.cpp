@@ -99,41 +99,33 @@ KVALO_AVX2 const char* pass_fields_avx2(const char* p, const char* row_end, cons
 
 namespace {
 
-// Moves the digits of a field to the right end of a vector: [has minus][decimal point][end], where a
-// field without a point has it at its end. Bytes that no digit moves to become zero.
-struct DigitMoves {
-  std::array<std::array<std::array<std::array<uint8_t, 16>, 17>, 17>, 2> table{};
+// How the characters of a number become its value, by [has minus][decimal point][end]; a field without a
+// point has it at its end. The sizes are powers of two for the sake of cheap indexes.
+struct NumberForms {
+  struct alignas(32) Form {
+    uint8_t moves[16];  // the digits to the right end of a vector, zeros before them
+    double divisor;     // by the digits behind the point; negative ones keep the sign of zero, too
+  };
+  Form table[2][32][32] = {};
 
-  constexpr DigitMoves() {
+  constexpr NumberForms() {
     for (size_t minus = 0; minus < 2; ++minus) {
       for (size_t point = 0; point < 17; ++point) {
-        for (size_t end = 0; end < 17; ++end) {
-          auto& move = table[minus][point][end];
-          for (auto& byte : move) byte = 0x80;
+        for (size_t end = point; end < 17; ++end) {
+          Form& form = table[minus][point][end];
+          for (auto& byte : form.moves) byte = 0x80;
           size_t to = 16;
           for (size_t from = end; from > minus; --from) {
-            if (from - 1 != point) move[--to] = static_cast<uint8_t>(from - 1);
+            if (from - 1 != point) form.moves[--to] = static_cast<uint8_t>(from - 1);
           }
+          const double power = exact_powers_of_ten[end == point ? 0 : end - point - 1];
+          form.divisor = minus == 0 ? power : -power;
         }
       }
     }
   }
 };
-alignas(64) constexpr DigitMoves digit_moves;
-
-// Divisors by the distance from the point to the end of the field, for both signs: dividing by a
-// negative one keeps the sign of zero, too.
-struct Divisors {
-  double table[2][17] = {};
-
-  constexpr Divisors() {
-    for (size_t i = 0; i < 17; ++i) {
-      table[0][i] = exact_powers_of_ten[i == 0 ? 0 : i - 1];
-      table[1][i] = -table[0][i];
-    }
-  }
-};
-constexpr Divisors divisors;
+constexpr NumberForms number_forms;
 
 // What a row that is over points at.
 alignas(32) constexpr char over_text[32] = {'\n', '\n', '\n', '\n', '\n', '\n', '\n', '\n', '\n', '\n', '\n',
@@ -144,41 +136,81 @@ alignas(32) constexpr char over_text[32] = {'\n', '\n', '\n', '\n', '\n', '\n', 
 // cycles, in which the other rows' fields are read.
 constexpr size_t lanes = 4;
 
-// Values are gathered by column and go out in runs, as outputs often lie a power of two apart and their
-// lines would push each other out of the cache.
-constexpr size_t gathered_rows = 32;
+// Rows whose fields are taken apart before they are made into numbers, a column at a time. Whole lines
+// of the outputs are written then; as outputs often lie a power of two apart, single values would push
+// each other out of the cache.
+constexpr size_t block_rows = 16;
 
 // Rows this near to the end of the memory are left to the plain level: a vector reads past the field,
 // and should another process change the file meanwhile, `most_fields` fields may be taken for longer
 // than the row.
 constexpr ptrdiff_t reach = (most_fields + 2) * 17;
 
-// The field at p as a plain number: an optional minus and up to 15 digits with or without a point.
-// Returns its length and puts the value; 0 if it has another form.
-KVALO_AVX2_INLINE uint32_t read_plain_number(const char* p, double& value) {
+// The fields of a block, taken apart: 16 digits each and what to divide their number by.
+struct Block {
+  alignas(64) uint8_t digits[most_fields][block_rows][16] = {};
+  alignas(64) double divisors[most_fields][block_rows] = {};
+
+  // Fields of any other form, by their place.
+  struct Other {
+    uint32_t field;
+    uint32_t row;
+    double value;
+  };
+  size_t others = 0;
+  Other other[most_fields * block_rows];
+};
+
+// Takes the field at p apart if it is a plain number: an optional minus and up to 15 digits, with or
+// without a point behind the first of them. Returns whether it is one, and puts its length.
+KVALO_AVX2_INLINE bool take_plain_number(const char* p, uint8_t* digits, double& divisor, uint32_t& length) {
   const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-  const __m128i digits = _mm_sub_epi8(text, _mm_set1_epi8('0'));
-  const __m128i is_digit = _mm_cmpeq_epi8(_mm_min_epu8(digits, _mm_set1_epi8(9)), digits);
+  const __m128i values = _mm_sub_epi8(text, _mm_set1_epi8('0'));
+  const __m128i is_digit = _mm_cmpeq_epi8(_mm_min_epu8(values, _mm_set1_epi8(9)), values);
   const auto points = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(text, _mm_set1_epi8('.'))));
   const uint32_t minus = *p == '-';
   // Bit i says that character i is no digit; the bit behind the vector ends every field.
   const uint32_t others = (static_cast<uint32_t>(_mm_movemask_epi8(is_digit)) ^ 0x1ffff) ^ minus;
   const uint32_t point = _tzcnt_u32(others);
-  const uint32_t end = _tzcnt_u32(others ^ (_blsi_u32(others) & points));
-  const uint32_t count = end - minus - (end != point);
-  if (count - 1 >= 15) return 0;
+  // No digit, or sixteen of them and perhaps more. (With a minus or a point sixteen characters are fine.)
+  if (point - minus - 1 >= 15) return false;
+  length = _tzcnt_u32(others ^ (_blsi_u32(others) & points));
+  const NumberForms::Form& form = number_forms.table[minus][point][length];
+  const __m128i moves = _mm_load_si128(reinterpret_cast<const __m128i*>(form.moves));
+  _mm_store_si128(reinterpret_cast<__m128i*>(digits), _mm_shuffle_epi8(values, moves));
+  divisor = form.divisor;
+  return true;
+}
 
-  const __m128i move =
-      _mm_load_si128(reinterpret_cast<const __m128i*>(digit_moves.table[minus][point][end].data()));
-  const __m128i ones = _mm_shuffle_epi8(digits, move);
-  const __m128i pairs = _mm_maddubs_epi16(ones, _mm_set1_epi16(0x010a));
-  const __m128i fours = _mm_madd_epi16(pairs, _mm_set1_epi32(0x00010064));
-  const __m128i packed = _mm_packus_epi32(fours, fours);
-  const __m128i eights = _mm_madd_epi16(packed, _mm_set1_epi32(0x00012710));
-  const auto halves = static_cast<uint64_t>(_mm_cvtsi128_si64(eights));
-  const uint64_t mantissa = (halves & 0xffffffff) * 100000000 + (halves >> 32);
-  value = static_cast<double>(static_cast<int64_t>(mantissa)) / divisors.table[minus][end - point];
-  return end;
+// Makes one field of all rows of a block into numbers.
+KVALO_AVX2_INLINE void make_numbers(const uint8_t* digits, const double* by, double* out) {
+  const __m256i tens = _mm256_set1_epi16(0x010a);
+  const __m256i hundreds = _mm256_set1_epi32(0x00010064);
+  const __m256i ten_thousands = _mm256_set1_epi32(0x00012710);
+  // Below 2^52 an integer is the low bits of the double 2^52 + integer.
+  const __m256i offset = _mm256_set1_epi64x(0x4330000000000000);
+  for (size_t row = 0; row < block_rows; row += 4) {
+    const auto* from = reinterpret_cast<const __m256i*>(digits + row * 16);
+    const __m256i low = _mm256_madd_epi16(_mm256_maddubs_epi16(_mm256_load_si256(from), tens), hundreds);
+    const __m256i high = _mm256_madd_epi16(_mm256_maddubs_epi16(_mm256_load_si256(from + 1), tens), hundreds);
+    __m256i halves = _mm256_madd_epi16(_mm256_packus_epi32(low, high), ten_thousands);
+    halves = _mm256_permute4x64_epi64(halves, 0xd8);  // packing works within halves of the vector
+    const __m256i mantissa = _mm256_add_epi64(_mm256_mul_epu32(halves, _mm256_set1_epi64x(100000000)),
+                                              _mm256_srli_epi64(halves, 32));
+    const __m256d number = _mm256_sub_pd(_mm256_castsi256_pd(_mm256_or_si256(mantissa, offset)),
+                                         _mm256_castsi256_pd(offset));
+    _mm256_storeu_pd(out + row, _mm256_div_pd(number, _mm256_load_pd(by + row)));
+  }
+}
+
+// A field that is no plain number. Not inlined: such fields are few or slow anyway.
+__attribute__((noinline)) const char* take_other(const NumberPass& pass, Block& block, size_t k, size_t first,
+                                                 size_t row, const char* p) {
+  double value = 0;
+  const char* next = read_field(p != over_text ? p : nullptr, pass.span.end(first + row), pass.delimiter,
+                                pass.time_first && k == 0, value, pass.odd[k]);
+  block.other[block.others++] = {static_cast<uint32_t>(k), static_cast<uint32_t>(row), value};
+  return next != nullptr ? next : over_text;
 }
 
 }  // namespace
@@ -189,44 +221,53 @@ KVALO_AVX2 size_t read_rows_avx2(const NumberPass& pass) noexcept {
   if ((delimiter >= '0' && delimiter <= '9') || delimiter == '.' || delimiter == '-') return 0;
   size_t rows = pass.span.rows;
   while (rows != 0 && pass.span.readable - pass.span.end(rows - 1) < reach) --rows;
-  rows -= rows % lanes;
+  rows -= rows % block_rows;
+  // Where no row has to be searched for its first field.
+  const bool is_direct = pass.from == nullptr ? pass.column == 0 : pass.column == pass.from_column;
 
-  alignas(64) double gathered[most_fields][gathered_rows + 8];
-  for (size_t block = 0; block < rows; block += gathered_rows) {
-    const size_t in_block = std::min(gathered_rows, rows - block);
-    for (size_t group = 0; group < in_block; group += lanes) {
+  Block block;
+  for (size_t first = 0; first < rows; first += block_rows) {
+    block.others = 0;
+    for (size_t group = 0; group < block_rows; group += lanes) {
       const char* p[lanes];
       for (size_t lane = 0; lane < lanes; ++lane) {
-        p[lane] = first_field(Level::avx2, pass, block + group + lane);
-        if (p[lane] == nullptr) p[lane] = over_text;
+        const size_t row = first + group + lane;
+        const uint32_t from = pass.from != nullptr ? pass.from[row] : 0;
+        if (is_direct && from < row_is_too_long) {
+          p[lane] = pass.span.start(row) + from;
+        } else {
+          p[lane] = first_field(Level::avx2, pass, row);
+          if (p[lane] == nullptr) p[lane] = over_text;
+        }
       }
       for (size_t k = 0; k < pass.fields; ++k) {
-        double* values = &gathered[k][group];
 #pragma GCC unroll 4
         for (size_t lane = 0; lane < lanes; ++lane) {
-          const uint32_t length = read_plain_number(p[lane], values[lane]);
-          const char after = p[lane][length];
-          if (length != 0 && after == delimiter) [[likely]] {
+          const size_t row = group + lane;
+          uint32_t length;
+          if (!take_plain_number(p[lane], block.digits[k][row], block.divisors[k][row], length)) {
+            p[lane] = take_other(pass, block, k, first, row, p[lane]);
+          } else if (const char after = p[lane][length]; after == delimiter) [[likely]] {
             p[lane] += length + 1;
-          } else if (length != 0 && ends_row(after)) {
+          } else if (ends_row(after)) {
             p[lane] = over_text;
           } else {
-            const char* start = p[lane] != over_text ? p[lane] : nullptr;
-            const char* next = read_field(start, pass.span.end(block + group + lane), delimiter,
-                                          pass.time_first && k == 0, values[lane], pass.odd[k]);
-            p[lane] = next != nullptr ? next : over_text;
+            p[lane] = take_other(pass, block, k, first, row, p[lane]);
           }
         }
       }
       if (pass.to != nullptr) {
         for (size_t lane = 0; lane < lanes; ++lane) {
-          const size_t row = block + group + lane;
+          const size_t row = first + group + lane;
           pass.to[row] = left_at(pass.span.start(row), p[lane] != over_text ? p[lane] : nullptr);
         }
       }
     }
     for (size_t k = 0; k < pass.fields; ++k) {
-      std::memcpy(pass.out[k] + block, gathered[k], in_block * sizeof(double));
+      make_numbers(block.digits[k][0], block.divisors[k], pass.out[k] + first);
+    }
+    for (size_t i = 0; i < block.others; ++i) {
+      pass.out[block.other[i].field][first + block.other[i].row] = block.other[i].value;
     }
   }
   return rows;

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
@@ -20,12 +21,12 @@ namespace mirn2::rd {
 
 // A load request and its result.
 struct rto_t {
-  std::string_view tag_key;         // tag table for the variable's text values
-  std::string_view name;            // full name of the variable; zero-terminated
-  mirn3::shared_vector<double> x;   // time, to be filled
-  uint64_t spare = 0;               // not used by readers
-  mirn3::shared_vector<double> y;   // values, to be filled; as many as x
-  bool tolerate_unknown = false;    // an unknown name leaves x and y empty instead of throwing
+  std::string_view tag_key;        // tag table for the variable's text values
+  std::string_view name;           // full name of the variable; zero-terminated
+  mirn3::shared_vector<double> x;  // time, to be filled
+  uint64_t spare = 0;              // not used by readers
+  mirn3::shared_vector<double> y;  // values, to be filled; as many as x
+  bool tolerate_unknown = false;   // an unknown name leaves x and y empty instead of throwing
 };
 
 // One entry of the variable tree.
@@ -60,6 +61,8 @@ class Reader {
   // Drops what was learned about the source for the sake of speed. May be called while another thread
   // is inside load(), which then goes on with its own share.
   virtual void forget() noexcept {}
+
+  std::mutex busy;  // held around load() by whoever asks; never wait for it with the interpreter lock
 
   const std::filesystem::path& path() const noexcept { return path_; }
   const std::vector<VariableNode>& variables() const noexcept { return root_.children; }

@@ -58,6 +58,7 @@ struct Table {
 struct State {
   std::mutex mutex;
   std::unordered_map<std::string, Table, Hash, std::equal_to<>> tables;
+  std::pair<const std::string, Table>* latest = nullptr;  // used last: readers stay with one key
   int64_t seen = -1;           // rows of the store up to this one are in, for the keys in `tables`
   bool without_store = false;  // the store failed; save() tries again
   bool told = false;           // and the log says so
@@ -170,9 +171,12 @@ void tell(const std::string& message) {
 
 // The key's table, with what the store holds of it if the store can be used.
 Table& table_of(State& s, std::string_view key, std::string& message) {
-  auto found = s.tables.find(key);
-  if (found == s.tables.end()) found = s.tables.try_emplace(std::string(key)).first;
-  Table& table = found->second;
+  if (s.latest == nullptr || s.latest->first != key) {
+    auto found = s.tables.find(key);
+    if (found == s.tables.end()) found = s.tables.try_emplace(std::string(key)).first;
+    s.latest = &*found;
+  }
+  Table& table = s.latest->second;
   if (!table.complete && !s.without_store) {
     try {
       complete(s, key, table);
@@ -322,6 +326,7 @@ bool has_unsaved() {
 void clear() noexcept {
   State& s = state();
   const std::lock_guard lock(s.mutex);
+  s.latest = nullptr;
   s.tables.clear();
   s.seen = -1;
   s.without_store = false;

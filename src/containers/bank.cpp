@@ -1,0 +1,170 @@
+#include "containers/bank.h"
+
+#include <algorithm>
+#include <regex>
+
+#include "containers/creation.h"
+#include "objects/detached.h"
+#include "objects/frame.h"
+#include "objects/time_series.h"
+#include "runtime/log.h"
+#include "runtime/mem.h"
+#include "runtime/num.h"
+
+namespace mirn2 {
+
+rd::Bank& bank() { return static_cast<rd::Bank&>(registry()); }
+
+}  // namespace mirn2
+
+namespace mirn2::rd {
+
+namespace {
+
+// A compiled expression that neither a long name nor a hostile pattern can turn into a crash or an
+// endless search: the automaton of the standard library's polynomial mode needs no recursion per
+// character. Back-references exist only in its recursive mode, which gets short names alone.
+class Expression {
+ public:
+  explicit Expression(const std::string& text) {
+    constexpr size_t longest_expression = 1000;  // compiling recurses too
+    if (text.size() > longest_expression) {
+      fail(PyExc_Exception, "Invalid regular expression: {:s}", "longer than 1000 characters");
+    }
+    try {
+      regex_.assign(text, std::regex::ECMAScript | std::regex_constants::__polynomial);
+      return;
+    } catch (const std::regex_error& error) {
+      if (error.code() != std::regex_constants::error_complexity) {
+        fail(PyExc_Exception, "Invalid regular expression: {:s}", error.what());
+      }
+    }
+    try {
+      regex_.assign(text, std::regex::ECMAScript);
+      recursive_ = true;
+    } catch (const std::regex_error& error) {
+      fail(PyExc_Exception, "Invalid regular expression: {:s}", error.what());
+    }
+  }
+
+  bool matches_whole(const std::string& name) const {
+    return is_safe(name) && std::regex_match(name, regex_);
+  }
+  bool is_found_in(const std::string& name) const { return is_safe(name) && std::regex_search(name, regex_); }
+
+ private:
+  bool is_safe(const std::string& name) const {
+    constexpr size_t longest_name = 100'000;
+    constexpr size_t longest_recursive = 2'000;
+    return name.size() <= (recursive_ ? longest_recursive : longest_name);
+  }
+
+  std::regex regex_;
+  bool recursive_ = false;
+};
+
+}  // namespace
+
+uint64_t Bank::add(std::shared_ptr<TimeSeries> series) {
+  const std::lock_guard guard(lock_);
+  series->id = mirn3::num::create_id();
+  return variables_.emplace(series->id, std::move(series)).first->first;
+}
+
+uint64_t Bank::add(std::shared_ptr<Container> container) {
+  const std::lock_guard guard(lock_);
+  container->id = mirn3::num::create_id();
+  return containers_.emplace(container->id, std::move(container)).first->first;
+}
+
+uint64_t Bank::add_detached(std::string_view name, TimeSeriesObject* object) {
+  auto series = std::make_shared<TimeSeries>();
+  series->main_name = name;
+  series->full_name = name;
+  series->readers.push_back(std::make_shared<ReaderDetached>(object));
+  series->attach(object);
+  return add(std::move(series));
+}
+
+std::shared_ptr<TimeSeries> Bank::find_by_id(uint64_t id) const {
+  const std::lock_guard guard(lock_);
+  const auto found = variables_.find(id);
+  return found != variables_.end() ? found->second : nullptr;
+}
+
+// Entries leave the tables under the lock and are destroyed after it is released: what a series held
+// may be released in turn, and ask for the lock again.
+void Bank::drop(uint64_t id) noexcept {
+  decltype(variables_)::node_type dropped;
+  const std::lock_guard guard(lock_);
+  dropped = variables_.extract(id);
+}
+
+void Bank::drop_container(uint64_t id) noexcept {
+  decltype(containers_)::node_type dropped;
+  const std::lock_guard guard(lock_);
+  dropped = containers_.extract(id);
+}
+
+std::shared_ptr<TimeSeries> Bank::find(const std::string& text) const {
+  const Expression expression(text);
+  const std::lock_guard guard(lock_);
+  for (const auto& [id, series] : variables_) {
+    if (expression.matches_whole(series->main_name) || expression.is_found_in(series->full_name)) return series;
+  }
+  return nullptr;
+}
+
+std::vector<std::shared_ptr<TimeSeries>> Bank::list(const std::string& text) const {
+  const Expression expression(text);
+  std::vector<std::shared_ptr<TimeSeries>> matches;
+  const std::lock_guard guard(lock_);
+  for (const auto& [id, series] : variables_) {
+    if (expression.matches_whole(series->main_name)) matches.push_back(series);
+  }
+  return matches;
+}
+
+std::shared_ptr<Container> Bank::find_compatible(const std::filesystem::path& path, double ratio) const {
+  const std::shared_ptr<Container> candidate = create_container_from_file(path, false);
+  if (!candidate) {
+    PyErr_Clear();  // logged already; a file that cannot be read is compatible with nothing
+    return nullptr;
+  }
+  std::vector<std::string> names;
+  for (const auto& series : candidate->variables()) names.push_back(series->main_name);
+  const std::lock_guard guard(lock_);
+  for (const auto& [id, container] : containers_) {
+    double count = 0.0;
+    for (const std::string& name : names) count += container->has_main_name(name) ? 1.0 : 0.0;
+    if (count / static_cast<double>(names.size()) >= ratio) return container;
+  }
+  return nullptr;
+}
+
+void Bank::reserve_memory() {
+  namespace mem = mirn3::mem;
+  const auto has_room = [] { return mem::memory_used < mem::memory_bank; };
+  if (has_room()) return;
+  const PyGILState_STATE state = PyGILState_Ensure();
+  {
+    std::vector<Ref> dropped;
+    const std::lock_guard guard(lock_);
+    for (const auto& [id, container] : containers_) {
+      if (has_room()) break;
+      for (const auto& reader : container->readers()) reader->forget();
+    }
+    std::vector<TimeSeries*> oldest_first;
+    for (const auto& [id, series] : variables_) {
+      if (series->is_loaded()) oldest_first.push_back(series.get());
+    }
+    std::ranges::stable_sort(oldest_first, {}, &TimeSeries::last_load);
+    for (TimeSeries* series : oldest_first) {
+      if (has_room()) break;
+      unload(*series, dropped);
+    }
+  }
+  PyGILState_Release(state);
+}
+
+}  // namespace mirn2::rd

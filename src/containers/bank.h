@@ -1,0 +1,61 @@
+// mirn2::rd::Bank: the process-wide registry, the one owner of every container and series record.
+//
+// Both tables iterate in order of creation (identifiers ascend). The lock guards the tables against
+// the memory-reserve operation, which may be called by any thread that allocates samples. Order of
+// locks: the interpreter lock first, then this one; it is never held while waiting for another.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "containers/container.h"
+#include "objects/series.h"
+
+namespace mirn2::rd {
+
+class Bank : public SeriesRegistry {
+ public:
+  // Gives the object a new identifier and enters it.
+  uint64_t add(std::shared_ptr<TimeSeries> series);
+  uint64_t add(std::shared_ptr<Container> container);
+
+  uint64_t add_detached(std::string_view name, TimeSeriesObject* object) override;
+  std::shared_ptr<TimeSeries> find_by_id(uint64_t id) const override;
+  void drop(uint64_t id) noexcept override;
+  void drop_container(uint64_t id) noexcept;
+
+  // The first series whose whole main name matches, or in whose full name the expression is found.
+  // Null when there is none. Throws script_error "Invalid regular expression: ...".
+  std::shared_ptr<TimeSeries> find(const std::string& expression) const;
+
+  // Every series whose whole main name matches.
+  std::vector<std::shared_ptr<TimeSeries>> list(const std::string& expression) const;
+
+  // The first container that holds at least `ratio` of the main names found in the file; null when
+  // there is none, the file has no variables, or it cannot be read (the failure is logged).
+  std::shared_ptr<Container> find_compatible(const std::filesystem::path& path, double ratio) const;
+
+  // Makes room: while memory_used is not below memory_bank, drops what readers learned, then the
+  // samples of the series that were loaded longest ago and can be loaded again. Takes the interpreter
+  // lock; callable from any thread.
+  void reserve_memory();
+
+ private:
+  mutable std::mutex lock_;
+  std::map<uint64_t, std::shared_ptr<Container>> containers_;
+  std::map<uint64_t, std::shared_ptr<TimeSeries>> variables_;
+};
+
+}  // namespace mirn2::rd
+
+namespace mirn2 {
+
+// The registry of this process; throws RuntimeError after teardown.
+rd::Bank& bank();
+
+}  // namespace mirn2

@@ -1,0 +1,64 @@
+// mirn2::Container: one loaded source (possibly several files merged): its readers and its variables.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "objects/series.h"
+#include "readers/reader.h"
+
+namespace mirn2 {
+
+struct ContainerObject;
+
+class Container {
+ public:
+  Container();
+
+  uint64_t id;
+  ContainerObject* object = nullptr;  // the script object that shows it; not counted
+  std::string name;
+
+  // Makes the reader's variables part of this container: finds or creates one series for every node
+  // of its variable tree. With `enter`, new series are entered into the registry. Nothing changes if
+  // this throws.
+  void insert_reader(std::shared_ptr<rd::Reader> reader, bool enter);
+
+  // One per loaded source, in load order.
+  const std::vector<std::shared_ptr<rd::Reader>>& readers() const noexcept { return readers_; }
+
+  // Every variable, groups before their members, in the order in which sources declare them; entries
+  // whose series is gone are left out of variables(), not of count().
+  std::vector<std::shared_ptr<TimeSeries>> variables() const;
+  size_t count() const noexcept { return order_.size(); }
+
+  // The live variable whose main name is `key`, a top-level one first; else the one whose full name is.
+  std::shared_ptr<TimeSeries> find(std::string_view key) const;
+
+  // Whether there is a live variable of this main name.
+  bool has_main_name(std::string_view main_name) const;
+
+ private:
+  struct Entry {
+    std::weak_ptr<TimeSeries> series;
+    std::string main_name;
+    std::string full_name;
+    bool top_level;
+  };
+
+  class Insertion;
+
+  // By main name, every entry that carries it, in order; by full name, the entry that find-or-create
+  // gives: fields called alike in different groups stay apart.
+  std::vector<Entry> order_;
+  std::unordered_multimap<std::string, size_t> by_main_name_;
+  std::unordered_map<std::string, size_t> by_full_name_;
+  std::vector<std::shared_ptr<rd::Reader>> readers_;
+  std::vector<std::shared_ptr<TimeSeries>> unregistered_;  // owned here when the registry does not
+};
+
+}  // namespace mirn2

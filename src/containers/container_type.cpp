@@ -1,0 +1,321 @@
+// The Python type Container.
+#include "containers/container_type.h"
+
+#include <structmember.h>
+
+#include <cstddef>
+
+#include "containers/bank.h"
+#include "containers/creation.h"
+#include "objects/frame.h"
+#include "objects/time_series.h"
+#include "objects/unavailable.h"
+#include "runtime/ilc.h"
+#include "runtime/num.h"
+#include "runtime/rtd.h"
+
+namespace mirn2 {
+
+namespace {
+
+ContainerObject* self_of(PyObject* self) { return reinterpret_cast<ContainerObject*>(self); }
+
+constexpr uint64_t initial_flags = 9;
+
+// ---- life and death ----
+
+PyObject* container_new(PyTypeObject* type, PyObject*, PyObject*) {
+  return guard(PyExc_Exception, [&] {
+    Ref object = checked(type->tp_alloc(type, 0));
+    self_of(object.get())->id64 = mirn3::num::create_id();
+    self_of(object.get())->flags = initial_flags;
+    self_of(object.get())->request = new ContainerRequest;
+    return object.release();
+  });
+}
+
+// Takes the container out of the registry; its variables go with the attributes that show them.
+void leave_registry(ContainerObject* self) noexcept {
+  if (self->container == nullptr) return;
+  const std::shared_ptr<Container> container = std::move(*self->container);
+  delete std::exchange(self->container, nullptr);
+  container->object = nullptr;
+  if (series_registry != nullptr) {
+    bank().drop_container(container->id);
+    // What a failed construction has not shown yet would stay for ever.
+    for (const auto& series : container->variables()) {
+      if (series->shown_by.empty()) series_registry->drop(series->id);
+    }
+  }
+  mirn3::rtd::set_offline();
+}
+
+int container_traverse(PyObject* object, visitproc visit, void* arg) {
+  Py_VISIT(self_of(object)->dict);
+  return 0;
+}
+
+int container_clear(PyObject* object) {
+  Py_CLEAR(self_of(object)->dict);
+  return 0;
+}
+
+void container_dealloc(PyObject* object) {
+  PyObject_GC_UnTrack(object);
+  PyObject *type, *value, *traceback;
+  PyErr_Fetch(&type, &value, &traceback);
+  leave_registry(self_of(object));
+  container_clear(object);
+  delete self_of(object)->request;
+  Py_TYPE(object)->tp_free(object);
+  PyErr_Restore(type, value, traceback);
+}
+
+// ---- construction ----
+
+// Where a variable becomes an attribute: in its parent's object, or in the container's.
+PyObject** home_of(ContainerObject* self, const TimeSeries& series) {
+  for (const auto& weak : series.parents) {
+    const std::shared_ptr<TimeSeries> parent = weak.lock();
+    if (!parent || parent->owner == nullptr) continue;
+    parent->owner->flags |= flag_has_children;
+    return &parent->owner->dict;
+  }
+  return &self->dict;
+}
+
+void post_init(ContainerObject* self) {
+  const Trace trace("tp_init_post");
+  Container& container = **self->container;
+  container.object = self;
+  self->id64 = container.id;
+  for (const auto& series : container.variables()) {
+    if (series->owner != nullptr) continue;
+    const Ref object = show_record(series->id, self->request->tini, self->request->tend);
+    set_child_attribute(home_of(self, *series), *series, object.get());
+  }
+}
+
+// The host hears of it too; the exception that creation left tells the script.
+[[noreturn]] void fail_with_host(const char* text) {
+  if (mirn3::ilc::channel != nullptr) mirn3::ilc::channel->send_error(text);
+  if (PyErr_Occurred() == nullptr) PyErr_SetString(PyExc_Exception, text);
+  throw python_error();
+}
+
+void attach(ContainerObject* self, std::shared_ptr<Container> container, ContainerRequest request) {
+  self->container = new std::shared_ptr<Container>(std::move(container));
+  *self->request = std::move(request);
+  post_init(self);
+}
+
+void open_file(ContainerObject* self, ContainerRequest request) {
+  const bool with_plugin = request.plugin.size() >= 2;
+  std::shared_ptr<Container> container = with_plugin
+                                             ? create_container_from_file(request.path, request.plugin)
+                                             : create_container_from_file(request.path, true);
+  if (!container) fail_with_host("File is not compatible!");
+  if (!with_plugin) request.plugin.clear();
+  attach(self, std::move(container), std::move(request));
+}
+
+void open_realtime(ContainerObject* self, ContainerRequest request) {
+  std::shared_ptr<Container> container = create_container_from_realtime(request.plugin);
+  if (!container) fail_with_host("Error with real-time data connection!");
+  mirn3::rtd::set_online();
+  attach(self, std::move(container), std::move(request));
+}
+
+int container_init(PyObject* object, PyObject* args, PyObject* kwargs) {
+  return guard(
+      PyExc_Exception,
+      [&] {
+        static const char* keywords[] = {"path", "plugin", "tini", "tend", "realtime", "samples", nullptr};
+        const char* path = nullptr;
+        const char* plugin = nullptr;
+        ContainerRequest request;
+        unsigned char realtime = 0;
+        unsigned int samples = 300;
+        if (!PyArg_ParseTupleAndKeywords(args, kwargs, "|ssddbI", const_cast<char**>(keywords), &path, &plugin,
+                                         &request.tini, &request.tend, &realtime, &samples)) {
+          throw python_error();
+        }
+        if (request.tini >= request.tend) {
+          fail(PyExc_ValueError, "Final time must be greater than initial time");
+        }
+        leave_registry(self_of(object));  // a second __init__ starts over
+        Py_CLEAR(self_of(object)->dict);
+        request.plugin = plugin != nullptr ? plugin : "";
+        if (path != nullptr) {
+          request.path = path;
+          open_file(self_of(object), std::move(request));
+        } else if (realtime != 0 && !request.plugin.empty()) {
+          open_realtime(self_of(object), std::move(request));
+        } else {
+          fail(PyExc_Exception, "Must provide path!");
+        }
+        return 0;
+      },
+      -1);
+}
+
+PyObject* container_repr(PyObject* object) {
+  return guard(PyExc_Exception, [&] {
+    const ContainerObject* self = self_of(object);
+    if (self->container == nullptr) return to_unicode("Empty container");
+    return to_unicode(fmt::format("{:d} variables", (*self->container)->count()));
+  });
+}
+
+// ---- mapping ----
+
+Py_ssize_t container_length(PyObject* object) {
+  const ContainerObject* self = self_of(object);
+  return self->container != nullptr ? static_cast<Py_ssize_t>((*self->container)->count()) : 0;
+}
+
+PyObject* container_subscript(PyObject* object, PyObject* key) {
+  return guard(PyExc_Exception, [&] {
+    if (!PyUnicode_Check(key)) fail(PyExc_TypeError, "Key must be a string");
+    const std::string name = text_argument(key);
+    const ContainerObject* self = self_of(object);
+    const std::shared_ptr<TimeSeries> series =
+        self->container != nullptr ? (*self->container)->find(name) : nullptr;
+    if (!series) fail(PyExc_KeyError, "'{:s}' is not a valid key for this Container", name);
+    return object_of(series).release();
+  });
+}
+
+int container_set_subscript(PyObject*, PyObject*, PyObject*) {
+  report(PyExc_NotImplementedError, "This operation is not allowed");
+  return -1;
+}
+
+// ---- methods ----
+
+PyObject* container_get_path(PyObject* object, PyObject*) {
+  return guard(PyExc_Exception, [&] {
+    Ref paths = checked(PyList_New(0));
+    const ContainerObject* self = self_of(object);
+    if (self->container == nullptr) return paths.release();
+    for (const auto& reader : (*self->container)->readers()) {
+      const std::string path = source_path(*reader).string();
+      const Ref text = checked(PyUnicode_DecodeFSDefaultAndSize(path.data(), static_cast<Py_ssize_t>(path.size())));
+      if (PyList_Append(paths.get(), text.get()) < 0) throw python_error();
+    }
+    return paths.release();
+  });
+}
+
+PyObject* container_get_size(PyObject* object, PyObject*) { return PyLong_FromSsize_t(container_length(object)); }
+
+struct AxisOf {
+  AxisScale TimeSeries::*scale;
+  Samples TimeSeries::*samples;
+};
+constexpr AxisOf x_axis{&TimeSeries::x_scale, &TimeSeries::x};
+constexpr AxisOf y_axis{&TimeSeries::y_scale, &TimeSeries::y};
+
+template <const AxisOf& axis, Name name>
+PyObject* container_scale(PyObject* object, PyObject* args) {
+  return guard(PyExc_ValueError, [&]() -> PyObject* {
+    refuse_online(name.text);
+    require_count(args, 2, name.text);
+    const double gain = number_argument(PyTuple_GET_ITEM(args, 0), "Gain must be a number");
+    const double offset = number_argument(PyTuple_GET_ITEM(args, 1), "Offset must be a number");
+    const ContainerObject* self = self_of(object);
+    if (self->container != nullptr) {
+      for (const auto& series : (*self->container)->variables()) {
+        scale_axis(*series, axis.scale, axis.samples, {gain, offset});
+      }
+    }
+    Py_RETURN_NONE;
+  });
+}
+
+PyObject* container_merge(PyObject* object, PyObject* args, PyObject* kwargs) {
+  return guard(PyExc_Exception, [&]() -> PyObject* {
+    const Trace trace("merge");
+    refuse_online("merge");
+    static const char* keywords[] = {"path", nullptr};
+    const char* path = nullptr;
+    if (!PyArg_ParseTupleAndKeywords(args, kwargs, "s", const_cast<char**>(keywords), &path)) {
+      throw python_error();
+    }
+    merge_file(self_of(object), path);
+    Py_RETURN_NONE;
+  });
+}
+
+// ---- tables ----
+
+PyMappingMethods container_mapping = {
+    .mp_length = container_length,
+    .mp_subscript = container_subscript,
+    .mp_ass_subscript = container_set_subscript,
+};
+
+PyMemberDef container_members[] = {
+    {"id64", T_ULONGLONG, offsetof(ContainerObject, id64), READONLY, nullptr},
+    {"flags", T_ULONGLONG, offsetof(ContainerObject, flags), 0, nullptr},
+    {nullptr, 0, 0, 0, nullptr},
+};
+
+PyGetSetDef container_getset[] = {
+    {"__dict__", PyObject_GenericGetDict, PyObject_GenericSetDict, nullptr, nullptr},
+    {nullptr, nullptr, nullptr, nullptr, nullptr},
+};
+
+PyMethodDef container_methods[] = {
+    {"get_path", container_get_path, METH_NOARGS, "Return container's list of paths"},
+    {"get_size", container_get_size, METH_NOARGS, "Return container's children count"},
+    {"axpb", container_scale<x_axis, "axpb">, METH_VARARGS,
+     "Apply gain and offset to x-axis values, as in A*X + B"},
+    {"aypb", container_scale<y_axis, "aypb">, METH_VARARGS,
+     "Apply gain and offset to y-axis values, as in A*Y + B"},
+    {"merge", with_keywords(container_merge), METH_VARARGS | METH_KEYWORDS,
+     "Merge another file into this Container"},
+    {"split", with_keywords(unavailable_ternary<"Container.split">), METH_VARARGS | METH_KEYWORDS,
+     "Split into other Containers"},
+    {"replace_xdata", unavailable<"Container.replace_xdata">, METH_VARARGS,
+     "Replace current time values by a TimeSeries y-axis values"},
+    {"rt_read", unavailable<"Container.rt_read">, METH_NOARGS,
+     "Refresh data received from connection (real-time only)"},
+    {"rt_start", unavailable<"Container.rt_start">, METH_NOARGS, "Start data acquisition (real-time only)"},
+    {"rt_stop", unavailable<"Container.rt_stop">, METH_NOARGS, "Stop data acquisition (real-time only)"},
+    {nullptr, nullptr, 0, nullptr},
+};
+
+}  // namespace
+
+ContainerObject* as_container(PyObject* object) noexcept {
+  return object != nullptr && PyObject_TypeCheck(object, &ContainerType) ? self_of(object) : nullptr;
+}
+
+void merge_file(ContainerObject* self, const std::string& path) {
+  if (self->container == nullptr) fail(PyExc_Exception, "The container is empty: there is nothing to merge into");
+  const std::shared_ptr<Container> container = *self->container;
+  container->insert_reader(create_reader_from_file(path), true);
+  post_init(self);
+}
+
+PyTypeObject ContainerType = {
+    .ob_base = {PyObject_HEAD_INIT(nullptr) 0},
+    .tp_name = "kvalo.Container",
+    .tp_basicsize = sizeof(ContainerObject),
+    .tp_dealloc = container_dealloc,
+    .tp_repr = container_repr,
+    .tp_as_mapping = &container_mapping,
+    .tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC,
+    .tp_doc = "Kvalo Container object",
+    .tp_traverse = container_traverse,
+    .tp_clear = container_clear,
+    .tp_methods = container_methods,
+    .tp_members = container_members,
+    .tp_getset = container_getset,
+    .tp_dictoffset = offsetof(ContainerObject, dict),
+    .tp_init = container_init,
+    .tp_new = container_new,
+};
+
+}  // namespace mirn2

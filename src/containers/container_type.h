@@ -1,0 +1,39 @@
+// kvalo.Container: the script object through which a loaded source is reached.
+#pragma once
+
+#include <Python.h>
+
+#include <memory>
+#include <string>
+
+#include "containers/container.h"
+#include "objects/ref.h"
+
+namespace mirn2 {
+
+// What construction stores beside the container itself.
+struct ContainerRequest {
+  std::string path;
+  std::string plugin;
+  double tini = earliest_time;
+  double tend = latest_time;
+};
+
+struct ContainerObject {
+  PyObject_HEAD
+  PyObject* dict;  // __dict__: one attribute per variable
+  uint64_t id64;
+  uint64_t flags;
+  ContainerRequest* request;
+  std::shared_ptr<Container>* container;  // null until creation succeeds
+};
+
+extern PyTypeObject ContainerType;
+
+// The object as a container when it is one (or a subtype), else null; accepts null.
+ContainerObject* as_container(PyObject* object) noexcept;
+
+// Reads another file into a container and shows its new variables. Throws mirn3::exc::error_t, python_error.
+void merge_file(ContainerObject* container, const std::string& path);
+
+}  // namespace mirn2

@@ -1,0 +1,223 @@
+// Reader choice and container assembly.
+#include "containers/creation.h"
+
+#include <array>
+#include <cstring>
+#include <fstream>
+
+#include "containers/bank.h"
+#include "objects/frame.h"
+#include "readers/ardupilot_bin.h"
+#include "readers/delimited.h"
+#include "runtime/exc.h"
+#include "runtime/log.h"
+#include "runtime/sys.h"
+
+namespace mirn2 {
+
+ArchiveTable* archive_table = nullptr;
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace sys = mirn3::sys;
+using mirn3::exc::error_t;
+using ReaderPtr = std::shared_ptr<rd::Reader>;
+
+constexpr const char* incompatible = "File is not compatible with any built-in loaders or plugins";
+
+// What the rules look at, gathered as they need it.
+struct Candidate {
+  fs::path path;
+  std::string explanation;  // why no delimiter fitted, for the log
+
+  // The first bytes of the file; fewer when it is shorter.
+  std::string head(size_t n) const {
+    std::ifstream file(path, std::ios::binary);
+    std::string bytes(n, '\0');
+    file.read(bytes.data(), static_cast<std::streamsize>(n));
+    bytes.resize(static_cast<size_t>(file.gcount()));
+    return bytes;
+  }
+
+  bool has_extension(std::string_view extension) const { return sys::ext_check(path, extension); }
+};
+
+// A format that is recognised in its place, for which there is no reader in this version.
+template <typename Format>
+ReaderPtr not_yet(const Candidate& candidate, Format format) {
+  throw error_t(fmt::format("'{:s}' is {:s}, which this version cannot read yet", candidate.path.string(),
+                            format));
+}
+
+// HDF5 files carry their signature at offset 0 or at a power of two from 512 on.
+bool is_hdf5(const Candidate& candidate) {
+  constexpr std::string_view signature("\x89HDF\r\n\x1a\n", 8);
+  std::ifstream file(candidate.path, std::ios::binary);
+  std::array<char, 8> bytes;
+  for (uint64_t offset = 0;; offset = offset == 0 ? 512 : offset * 2) {
+    if (!file.seekg(static_cast<std::streamoff>(offset)) || !file.read(bytes.data(), bytes.size())) return false;
+    if (std::string_view(bytes.data(), bytes.size()) == signature) return true;
+  }
+}
+
+bool first_line_has_fmt(const Candidate& candidate) {
+  const std::string text = candidate.head(4096);
+  const std::string_view line = std::string_view(text).substr(0, text.find('\n'));
+  return std::string_view(line.data(), strnlen(line.data(), line.size())).find("FMT, ") != std::string_view::npos;
+}
+
+ReaderPtr archive(const Candidate& candidate) {
+  for (const char* extension : {".7z", ".zip", ".tar.gz"}) {
+    if (candidate.has_extension(extension)) return not_yet(candidate, "an archive");
+  }
+  return nullptr;
+}
+
+ReaderPtr not_a_regular_file(const Candidate& candidate) {
+  const fs::file_status status = fs::symlink_status(candidate.path);
+  if (fs::is_regular_file(status)) return nullptr;
+  if (fs::is_symlink(status)) {
+    mirn3::log::write(mirn3::log::warning, fmt::format("'{:s}' is a link; load the file it points to instead",
+                                                       candidate.path.string()));
+  }
+  throw error_t(incompatible);
+}
+
+ReaderPtr hdf5(const Candidate& candidate) {
+  return is_hdf5(candidate) ? not_yet(candidate, "an HDF5 file") : nullptr;
+}
+ReaderPtr mat(const Candidate& candidate) {
+  return candidate.has_extension(".mat") ? not_yet(candidate, "a MAT file") : nullptr;
+}
+ReaderPtr xlsx(const Candidate& candidate) {
+  return candidate.has_extension(".xlsx") ? not_yet(candidate, "an XLSX workbook") : nullptr;
+}
+ReaderPtr delimited(const Candidate& candidate) {
+  const char delimiter = rd::probe_delimiter(candidate.path, &const_cast<Candidate&>(candidate).explanation);
+  return delimiter != 0 ? std::make_shared<rd::ReaderDelimited>(candidate.path, delimiter) : nullptr;
+}
+ReaderPtr parquet(const Candidate& candidate) {
+  const bool is_parquet = candidate.has_extension(".parquet") || candidate.head(4) == "PAR1";
+  return is_parquet ? not_yet(candidate, "a Parquet file") : nullptr;
+}
+ReaderPtr ardupilot_bin(const Candidate& candidate) {
+  const bool is_log = candidate.head(89).starts_with("\xA3\x95");
+  return is_log ? std::make_shared<rd::ReaderArduPilotBIN>(candidate.path) : nullptr;
+}
+ReaderPtr ardupilot_txt(const Candidate& candidate) {
+  return first_line_has_fmt(candidate) ? not_yet(candidate, "an ArduPilot text log") : nullptr;
+}
+ReaderPtr wav(const Candidate& candidate) {
+  return candidate.has_extension(".wav") ? not_yet(candidate, "a WAV file") : nullptr;
+}
+
+// The rules in their order: each gives a reader, passes (null), or throws. Compatible plug-ins will
+// stand before the archives.
+using Rule = ReaderPtr (*)(const Candidate&);
+constexpr Rule rules[] = {
+    archive, not_a_regular_file, hdf5, mat, xlsx, delimited, parquet, ardupilot_bin, ardupilot_txt, wav,
+};
+
+fs::path normalised(fs::path path) { return path.make_preferred(); }
+
+void check_plugin(const fs::path& plugin) {
+  if (!sys::exists(plugin)) throw error_t(fmt::format("Plugin {:s} not found", plugin.string()));
+  for (const char* extension : {".so", ".dll", ".py", ".pyd"}) {
+    if (!sys::ext_check(plugin, extension)) continue;
+    throw error_t("Plug-ins cannot be used in this version yet");
+  }
+  throw error_t("Extension not supported for plugin");
+}
+
+std::shared_ptr<Container> assemble(const ReaderPtr& reader, bool enter) {
+  auto container = std::make_shared<Container>();
+  container->insert_reader(reader, enter);
+  if (enter) bank().add(container);
+  return container;
+}
+
+}  // namespace
+
+ReaderPtr create_reader_from_file(const fs::path& path) {
+  const Trace trace("create_reader_from_file");
+  Candidate candidate{.path = normalised(path), .explanation = {}};
+  if (!sys::exists(candidate.path)) throw error_t(fmt::format("File {} not found", candidate.path.string()));
+  for (const Rule rule : rules) {
+    if (ReaderPtr reader = rule(candidate)) return reader;
+  }
+  if (!candidate.explanation.empty()) mirn3::log::write(mirn3::log::warning, candidate.explanation);
+  throw error_t(incompatible);
+}
+
+ReaderPtr create_reader_from_file(const fs::path& path, const fs::path& plugin) {
+  const Trace trace("create_reader_from_file");
+  const fs::path file = normalised(path);
+  if (!sys::exists(file)) throw error_t(fmt::format("File {:s} not found", file.string()));
+  check_plugin(normalised(plugin));
+  return nullptr;
+}
+
+std::shared_ptr<Container> create_container_from_file(const fs::path& path, bool enter) {
+  return guard(
+      PyExc_Exception,
+      [&]() -> std::shared_ptr<Container> {
+        const Trace trace("create_container_from_file");
+        try {
+          return assemble(create_reader_from_file(path), enter);
+        } catch (const std::bad_alloc&) {
+          throw;
+        } catch (const std::exception& error) {
+          fail(PyExc_Exception, "Error while loading file '{:s}': {:s}", path.string(), error.what());
+        }
+      },
+      std::shared_ptr<Container>());
+}
+
+std::shared_ptr<Container> create_container_from_file(const fs::path& path, const fs::path& plugin) {
+  return guard(
+      PyExc_Exception,
+      [&]() -> std::shared_ptr<Container> {
+        const Trace trace("create_container_from_file");
+        try {
+          return assemble(create_reader_from_file(path, plugin), true);
+        } catch (const std::bad_alloc&) {
+          throw;
+        } catch (const std::exception& error) {
+          fail(PyExc_Exception, "Error while loading file '{:s}' with plugin '{:s}': {:s}", path.string(),
+               plugin.string(), error.what());
+        }
+      },
+      std::shared_ptr<Container>());
+}
+
+std::shared_ptr<Container> create_container_from_realtime(const fs::path& plugin) {
+  return guard(
+      PyExc_Exception,
+      [&]() -> std::shared_ptr<Container> {
+        const Trace trace("create_container_from_realtime");
+        try {
+          check_plugin(normalised(plugin));
+          return nullptr;
+        } catch (const std::bad_alloc&) {
+          throw;
+        } catch (const std::exception& error) {
+          fail(PyExc_Exception, "Error while loading data from real-time source with plugin '{:s}': {:s}",
+               plugin.string(), error.what());
+        }
+      },
+      std::shared_ptr<Container>());
+}
+
+fs::path source_path(const rd::Reader& reader) {
+  if (archive_table != nullptr) {
+    for (const auto& [archive_path, extraction] : *archive_table) {
+      for (const fs::path& file : extraction.files) {
+        if (file == reader.path()) return archive_path;
+      }
+    }
+  }
+  return reader.path();
+}
+
+}  // namespace mirn2

@@ -1,0 +1,43 @@
+#include "models/unavailable_types.h"
+
+#include "objects/unavailable.h"
+
+namespace mirn2 {
+
+namespace {
+
+template <Name name>
+PyObject* refuse_new(PyTypeObject*, PyObject*, PyObject*) {
+  return not_available(name.text);
+}
+
+}  // namespace
+
+PyTypeObject MeshType = {
+    .ob_base = {PyObject_HEAD_INIT(nullptr) 0},
+    .tp_name = "kvalo.Mesh",
+    .tp_basicsize = sizeof(PyObject),
+    .tp_flags = Py_TPFLAGS_DEFAULT,
+    .tp_doc = "Kvalo mesh object",
+    .tp_new = refuse_new<"Mesh">,
+};
+
+PyTypeObject ModelType = {
+    .ob_base = {PyObject_HEAD_INIT(nullptr) 0},
+    .tp_name = "kvalo.Model",
+    .tp_basicsize = sizeof(PyObject),
+    .tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE,
+    .tp_doc = "Kvalo model object",
+    .tp_new = refuse_new<"Model">,
+};
+
+PyTypeObject ResultType = {
+    .ob_base = {PyObject_HEAD_INIT(nullptr) 0},
+    .tp_name = "kvalo.Result",
+    .tp_basicsize = sizeof(PyObject),
+    .tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE,
+    .tp_doc = "Kvalo simulation result object",
+    .tp_new = refuse_new<"Result">,
+};
+
+}  // namespace mirn2

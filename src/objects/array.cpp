@@ -1,0 +1,401 @@
+#include "objects/array.h"
+
+#include <algorithm>
+#include <new>
+
+#include "objects/array_kernels.h"
+#include "objects/frame.h"
+#include "objects/unavailable.h"
+
+namespace mirn2 {
+
+namespace {
+
+ArrayObject* self_of(PyObject* self) { return reinterpret_cast<ArrayObject*>(self); }
+
+Ref new_array(uint64_t size) {
+  Samples samples;
+  samples.resize(size);
+  return make_array(std::move(samples));
+}
+
+// ---- life and death ----
+
+PyObject* array_new(PyTypeObject* type, PyObject*, PyObject*) {
+  PyObject* self = type->tp_alloc(type, 0);
+  if (self != nullptr) new (&self_of(self)->data) Samples();
+  return self;
+}
+
+void array_dealloc(PyObject* self) {
+  self_of(self)->data.~Samples();
+  Py_TYPE(self)->tp_free(self);
+}
+
+Samples samples_from_size(PyObject* size) {
+  int overflow = 0;
+  const long long n = PyLong_AsLongLongAndOverflow(size, &overflow);
+  check_python();
+  if (overflow > 0) throw std::bad_alloc();
+  if (overflow < 0 || n <= 0) fail(PyExc_ValueError, "Argument must be a positive integer");
+  Samples samples;
+  samples.resize(static_cast<uint64_t>(n));
+  return samples;
+}
+
+int array_init(PyObject* self, PyObject* args, PyObject*) {
+  return guard(
+      PyExc_ValueError,
+      [&] {
+        const Py_ssize_t given = args == nullptr ? 0 : PyTuple_GET_SIZE(args);
+        if (given > 2) fail(PyExc_ValueError, "Constructor does not take more than two arguments");
+        if (given == 0) return 0;
+        PyObject* first = PyTuple_GET_ITEM(args, 0);
+        if (PyList_Check(first)) {
+          self_of(self)->data = samples_from_sequence(first);
+        } else if (PyLong_Check(first)) {
+          self_of(self)->data = samples_from_size(first);
+        } else if (const ArrayObject* other = as_array(first)) {
+          self_of(self)->data = Samples(other->data);
+          self_of(self)->aux = other->aux;
+        } else {
+          fail(PyExc_ValueError, "Constructor has invalid argument type");
+        }
+        return 0;
+      },
+      -1);
+}
+
+PyObject* array_repr(PyObject* self) {
+  return guard(PyExc_ValueError, [&] {
+    const Samples& data = self_of(self)->data;
+    if (data.empty()) return to_unicode("[]");
+    constexpr uint64_t shown = 16;
+    const bool whole = data.size() <= 2 * shown;
+    std::string text = "[";
+    for (uint64_t i = 0; i < data.size(); ++i) {
+      if (!whole && i == shown) {
+        text += fmt::format("<{} items>,", data.size() - 2 * shown);
+        i = data.size() - shown;
+      }
+      text += fmt::format("{:g},", data[i]);
+    }
+    text.back() = ']';
+    return to_unicode(text);
+  });
+}
+
+// ---- elements ----
+
+Py_ssize_t array_length(PyObject* self) { return static_cast<Py_ssize_t>(self_of(self)->data.size()); }
+
+uint64_t element_index(PyObject* self, Py_ssize_t index) {
+  const Samples& data = self_of(self)->data;
+  if (data.empty()) fail(PyExc_Exception, "Data is empty");
+  return checked_index(index, data.size());
+}
+
+PyObject* array_item(PyObject* self, Py_ssize_t index) {
+  return guard(PyExc_Exception,
+               [&] { return PyFloat_FromDouble(self_of(self)->data[element_index(self, index)]); });
+}
+
+int array_set_item(PyObject* self, Py_ssize_t index, PyObject* value) {
+  return guard(
+      PyExc_Exception,
+      [&] {
+        element_index(self, index);
+        if (value == nullptr) fail(PyExc_TypeError, "Elements of a kvalo.Array cannot be deleted");
+        const double number = number_argument(value, "Unsupported type");
+        Samples& data = self_of(self)->data;
+        data[element_index(self, index)] = number;
+        data.mark_modified();
+        return 0;
+      },
+      -1);
+}
+
+// The interpreter adds the length to a negative index once before it calls sq_item; going through the
+// mapping protocol keeps "negative counts from the end" exact for indexes below -length.
+PyObject* array_subscript(PyObject* self, PyObject* key) {
+  if (!PyIndex_Check(key)) return report(PyExc_TypeError, "Array indices must be integers");
+  const Py_ssize_t index = PyNumber_AsSsize_t(key, PyExc_IndexError);
+  if (index == -1 && PyErr_Occurred() != nullptr) return nullptr;
+  return array_item(self, index);
+}
+
+int array_set_subscript(PyObject* self, PyObject* key, PyObject* value) {
+  if (!PyIndex_Check(key)) {
+    report(PyExc_TypeError, "Array indices must be integers");
+    return -1;
+  }
+  const Py_ssize_t index = PyNumber_AsSsize_t(key, PyExc_IndexError);
+  if (index == -1 && PyErr_Occurred() != nullptr) return -1;
+  return array_set_item(self, index, value);
+}
+
+// ---- methods ----
+
+PyObject* array_clone(PyObject* self, PyObject*) {
+  return guard(PyExc_ValueError, [&] {
+    Ref copy = make_array(self_of(self)->data.clone());
+    self_of(copy.get())->aux = self_of(self)->aux;
+    return copy.release();
+  });
+}
+
+PyObject* array_to_list(PyObject* self, PyObject*) {
+  return guard(PyExc_ValueError, [&] {
+    const Samples data = self_of(self)->data;
+    Ref list = checked(PyList_New(static_cast<Py_ssize_t>(data.size())));
+    for (uint64_t i = 0; i < data.size(); ++i) {
+      PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), checked(PyFloat_FromDouble(data[i])).release());
+    }
+    return list.release();
+  });
+}
+
+PyObject* array_avg(PyObject* self, PyObject*) {
+  return PyFloat_FromDouble(kernels::mean(self_of(self)->data.span()));
+}
+
+PyObject* array_sum(PyObject* self, PyObject*) {
+  return PyFloat_FromDouble(kernels::sum(self_of(self)->data.span()));
+}
+
+constexpr const char* numeric_argument = "Argument must be a numeric value";
+
+PyObject* array_count_between(PyObject* self, PyObject* args) {
+  return guard(PyExc_ValueError, [&] {
+    require_count(args, 2, "count_bt");
+    const double lo = number_argument(PyTuple_GET_ITEM(args, 0), numeric_argument);
+    const double hi = number_argument(PyTuple_GET_ITEM(args, 1), numeric_argument);
+    return PyLong_FromUnsignedLongLong(kernels::count_between(self_of(self)->data.span(), lo, hi));
+  });
+}
+
+template <auto kernel>
+PyObject* array_count(PyObject* self, PyObject* args) {
+  return guard(PyExc_ValueError, [&] {
+    require_count(args, 1, "count_impl");
+    const double v = number_argument(PyTuple_GET_ITEM(args, 0), numeric_argument);
+    return PyLong_FromUnsignedLongLong(kernel(self_of(self)->data.span(), v));
+  });
+}
+
+template <kernels::Logic op, Name name>
+PyObject* array_logical(PyObject* self, PyObject* args) {
+  return guard(PyExc_ValueError, [&]() -> PyObject* {
+    require_count(args, 1, name.text);
+    PyObject* other = PyTuple_GET_ITEM(args, 0);
+    const Samples a = self_of(self)->data;
+    if (const ArrayObject* array = as_array(other)) {
+      const Samples b = array->data;
+      Ref result = new_array(std::max(a.size(), b.size()));
+      kernels::logical(op, a.span(), b.span(), self_of(result.get())->data.span());
+      return result.release();
+    }
+    if (is_number(other)) {
+      const double b = number_argument(other, numeric_argument);
+      Ref result = new_array(a.size());
+      kernels::logical(op, a.span(), b, self_of(result.get())->data.span());
+      return result.release();
+    }
+    Py_RETURN_NOTIMPLEMENTED;
+  });
+}
+
+PyObject* array_invert(PyObject* self) {
+  return guard(PyExc_ValueError, [&] {
+    const Samples a = self_of(self)->data;
+    Ref result = new_array(a.size());
+    kernels::logical_not(a.span(), self_of(result.get())->data.span());
+    return result.release();
+  });
+}
+
+PyObject* array_logical_not(PyObject* self, PyObject*) { return array_invert(self); }
+
+PyObject* array_round(PyObject* self, PyObject* args) {
+  return guard(PyExc_Exception, [&] {
+    const Py_ssize_t given = PyTuple_GET_SIZE(args);
+    if (given > 1) fail(PyExc_Exception, "Wrong number of arguments");
+    int64_t digits = 0;
+    if (given == 1) {
+      PyObject* precision = PyTuple_GET_ITEM(args, 0);
+      if (!PyLong_Check(precision)) fail(PyExc_Exception, "Precision must be an integer");
+      digits = PyLong_AsLongLong(precision);
+      if (digits == -1) check_python();
+    }
+    const Samples a = self_of(self)->data;
+    Ref result = new_array(a.size());
+    kernels::round_digits(a.span(), digits, self_of(result.get())->data.span());
+    return result.release();
+  });
+}
+
+// ---- buffer protocol: a writable one-dimensional view of doubles that keeps the samples alive ----
+
+struct View {
+  Samples samples;
+  Py_ssize_t shape;
+  Py_ssize_t stride = sizeof(double);
+};
+
+int array_get_buffer(PyObject* self, Py_buffer* view, int flags) {
+  return guard(
+      PyExc_BufferError,
+      [&] {
+        view->obj = nullptr;
+        Samples& data = self_of(self)->data;
+        data.watch();
+        auto* held = new View{.samples = data, .shape = static_cast<Py_ssize_t>(data.size())};
+        static double nothing;  // an empty Array has no buffer, but a view must point somewhere
+        view->buf = data.data() != nullptr ? static_cast<void*>(data.data()) : &nothing;
+        view->len = held->shape * held->stride;
+        view->readonly = 0;
+        view->itemsize = sizeof(double);
+        view->format = (flags & PyBUF_FORMAT) != 0 ? const_cast<char*>("d") : nullptr;
+        view->ndim = 1;
+        view->shape = (flags & PyBUF_ND) != 0 ? &held->shape : nullptr;
+        view->strides = (flags & PyBUF_STRIDES) == PyBUF_STRIDES ? &held->stride : nullptr;
+        view->suboffsets = nullptr;
+        view->internal = held;
+        Py_INCREF(self);
+        view->obj = self;
+        ++self_of(self)->views;
+        return 0;
+      },
+      -1);
+}
+
+void array_release_buffer(PyObject* self, Py_buffer* view) {
+  delete static_cast<View*>(view->internal);
+  --self_of(self)->views;
+}
+
+PyBufferProcs array_buffer = {.bf_getbuffer = array_get_buffer, .bf_releasebuffer = array_release_buffer};
+
+// ---- tables ----
+
+PyObject* array_richcompare(PyObject*, PyObject*, int) { return not_available("Array comparison"); }
+
+PyNumberMethods array_number = {
+    .nb_add = unavailable<"Array +">,
+    .nb_subtract = unavailable<"Array -">,
+    .nb_multiply = unavailable<"Array *">,
+    .nb_remainder = unavailable<"Array %">,
+    .nb_power = unavailable_ternary<"Array **">,
+    .nb_negative = unavailable_unary<"Array unary -">,
+    .nb_absolute = unavailable_unary<"Array abs">,
+    .nb_invert = array_invert,
+    .nb_and = unavailable<"Array &">,
+    .nb_xor = unavailable<"Array ^">,
+    .nb_or = unavailable<"Array |">,
+    .nb_inplace_add = unavailable<"Array +=">,
+    .nb_inplace_subtract = unavailable<"Array -=">,
+    .nb_inplace_multiply = unavailable<"Array *=">,
+    .nb_inplace_remainder = unavailable<"Array %=">,
+    .nb_inplace_power = unavailable_ternary<"Array **=">,
+    .nb_inplace_and = unavailable<"Array &=">,
+    .nb_inplace_xor = unavailable<"Array ^=">,
+    .nb_inplace_or = unavailable<"Array |=">,
+    .nb_true_divide = unavailable<"Array /">,
+    .nb_inplace_true_divide = unavailable<"Array /=">,
+};
+
+PySequenceMethods array_sequence = {
+    .sq_length = array_length,
+    .sq_item = array_item,
+    .sq_ass_item = array_set_item,
+};
+
+PyMappingMethods array_mapping = {
+    .mp_length = array_length,
+    .mp_subscript = array_subscript,
+    .mp_ass_subscript = array_set_subscript,
+};
+
+PyMethodDef array_methods[] = {
+    {"clone", array_clone, METH_VARARGS, "Clone kvalo.Array and its content"},
+    {"to_list", array_to_list, METH_VARARGS, "Convert kvalo.Array to standard Python list"},
+    {"avg", array_avg, METH_VARARGS, "Return kvalo.Array's average value"},
+    {"sum", array_sum, METH_VARARGS, "Return kvalo.Array's values sum"},
+    {"count_bt", array_count_between, METH_VARARGS,
+     "Return number of elements that are between the specified limits"},
+    {"count_eq", array_count<kernels::count_equal>, METH_VARARGS,
+     "Return number of elements that are equal to the argument"},
+    {"count_gt", array_count<kernels::count_greater>, METH_VARARGS,
+     "Return number of elements that are greater than the argument"},
+    {"count_lt", array_count<kernels::count_less>, METH_VARARGS,
+     "Return number of elements that are less than the argument"},
+    {"count_ne", array_count<kernels::count_not_equal>, METH_VARARGS,
+     "Return number of elements that are not equal to the argument"},
+    {"logical_and", array_logical<kernels::Logic::conjunction, "logical_and">, METH_VARARGS,
+     "Return new kvalo.Array with 0's and 1's, result from logical and operation"},
+    {"logical_or", array_logical<kernels::Logic::disjunction, "logical_or">, METH_VARARGS,
+     "Return new kvalo.Array with 0's and 1's, result from logical or operation"},
+    {"logical_not", array_logical_not, METH_NOARGS,
+     "Return new kvalo.Array with 0's and 1's, result from logical not operation"},
+    {"logical_xor", array_logical<kernels::Logic::exclusive, "logical_xor">, METH_VARARGS,
+     "Return new kvalo.Array with 0's and 1's, result from logical xor operation"},
+    {"__round__", array_round, METH_VARARGS,
+     "Return kvalo.Array rounded to ndigits precision after the decimal point"},
+    {nullptr, nullptr, 0, nullptr},
+};
+
+}  // namespace
+
+ArrayObject* as_array(PyObject* object) noexcept {
+  return object != nullptr && PyObject_TypeCheck(object, &ArrayType) ? self_of(object) : nullptr;
+}
+
+Ref make_array(Samples samples) {
+  Ref array = checked(array_new(&ArrayType, nullptr, nullptr));
+  self_of(array.get())->data = std::move(samples);
+  return array;
+}
+
+Samples samples_from_sequence(PyObject* sequence) {
+  Samples samples;
+  const Py_ssize_t n = PySequence_Fast_GET_SIZE(sequence);
+  samples.resize(static_cast<uint64_t>(n));
+  for (Py_ssize_t i = 0; i < n; ++i) {
+    // An item's own __float__ may shorten the list meanwhile.
+    if (i >= PySequence_Fast_GET_SIZE(sequence)) {
+      fail(PyExc_ValueError, "The sequence changed its size while it was read");
+    }
+    const Ref item = Ref::share(PySequence_Fast_GET_ITEM(sequence, i));
+    const double value = PyFloat_AsDouble(item.get());
+    if (value == -1.0) check_python();
+    samples[static_cast<uint64_t>(i)] = value;
+  }
+  return samples;
+}
+
+uint64_t checked_index(Py_ssize_t index, uint64_t size) {
+  const auto count = static_cast<Py_ssize_t>(size);
+  const Py_ssize_t from_start = index < 0 ? index + count : index;
+  if (from_start < 0 || from_start >= count) fail(PyExc_IndexError, "Index out of bounds");
+  return static_cast<uint64_t>(from_start);
+}
+
+PyTypeObject ArrayType = {
+    .ob_base = {PyObject_HEAD_INIT(nullptr) 0},
+    .tp_name = "kvalo.Array",
+    .tp_basicsize = sizeof(ArrayObject),
+    .tp_dealloc = array_dealloc,
+    .tp_repr = array_repr,
+    .tp_as_number = &array_number,
+    .tp_as_sequence = &array_sequence,
+    .tp_as_mapping = &array_mapping,
+    .tp_as_buffer = &array_buffer,
+    .tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE,
+    .tp_doc = "Kvalo array object",
+    .tp_richcompare = array_richcompare,
+    .tp_methods = array_methods,
+    .tp_init = array_init,
+    .tp_new = array_new,
+};
+
+}  // namespace mirn2

@@ -1,0 +1,117 @@
+#include "objects/series.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <mutex>
+#include <numeric>
+
+#include "objects/array_kernels.h"
+#include "readers/reader.h"
+#include "runtime/exc.h"
+
+namespace mirn2 {
+
+SeriesRegistry* series_registry = nullptr;
+
+std::shared_ptr<TimeSeries> TimeSeries::child(std::string_view name) const {
+  for (const auto& weak : children) {
+    const auto record = weak.lock();
+    if (record && record->main_name == name) return record;
+  }
+  return nullptr;
+}
+
+void TimeSeries::attach(TimeSeriesObject* object) {
+  shown_by.push_back(object);
+  owner = object;
+}
+
+bool TimeSeries::detach(TimeSeriesObject* object) noexcept {
+  std::erase(shown_by, object);
+  owner = shown_by.empty() ? nullptr : shown_by.back();
+  return shown_by.empty();
+}
+
+bool TimeSeries::can_unload() const noexcept {
+  if (in_use > 0 || readers.empty()) return false;
+  const bool reloadable = std::ranges::all_of(
+      readers, [](const auto& reader) { return reader->state() == rd::LoaderState::reloadable; });
+  return reloadable && !x.is_modified() && !y.is_modified();
+}
+
+namespace {
+
+// NaN sorts behind every number.
+bool is_earlier(double s, double t) { return std::isnan(t) ? !std::isnan(s) : s < t; }
+
+// Merges parts by time, stable. No part is empty; they are in order of their first stamp.
+LoadedSamples join(const std::vector<LoadedSamples>& parts) {
+  uint64_t total = 0;
+  for (const LoadedSamples& part : parts) total += part.x.size();
+  LoadedSamples joined;
+  joined.x.resize(total);
+  joined.y.resize(total);
+  uint64_t at = 0;
+  bool apart = true;  // every part ends before the next one begins
+  for (const LoadedSamples& part : parts) {
+    if (at != 0 && !(joined.x[at - 1] <= part.x[0])) apart = false;
+    std::memcpy(joined.x.data() + at, part.x.data(), part.x.size() * sizeof(double));
+    std::memcpy(joined.y.data() + at, part.y.data(), part.y.size() * sizeof(double));
+    at += part.x.size();
+  }
+  if (apart) return joined;
+  std::vector<uint64_t> order(total);
+  std::iota(order.begin(), order.end(), 0);
+  std::ranges::stable_sort(order,
+                           [&](uint64_t a, uint64_t b) { return is_earlier(joined.x[a], joined.x[b]); });
+  LoadedSamples sorted;
+  sorted.x.resize(total);
+  sorted.y.resize(total);
+  for (uint64_t i = 0; i < total; ++i) {
+    sorted.x[i] = joined.x[order[i]];
+    sorted.y[i] = joined.y[order[i]];
+  }
+  return sorted;
+}
+
+void apply(const AxisScale& scale, mirn3::shared_vector<double>& axis) {
+  if (!scale.is_identity()) kernels::scale(axis.span(), scale.gain, scale.offset);
+}
+
+}  // namespace
+
+LoadedSamples LoadPlan::load_one(rd::Reader& reader) const {
+  const std::lock_guard one_at_a_time(reader.busy);
+  rd::rto_t request;
+  request.tag_key = tag_key_;
+  request.name = name_;
+  reader.load(request);
+  if (request.x.size() != request.y.size()) {
+    throw mirn3::exc::error_t("The source gave " + std::to_string(request.x.size()) + " times for " +
+                              std::to_string(request.y.size()) + " values");
+  }
+  return {std::move(request.x), std::move(request.y)};
+}
+
+LoadedSamples LoadPlan::run() const {
+  std::vector<LoadedSamples> parts;
+  for (const auto& reader : readers_) {
+    LoadedSamples part = load_one(*reader);
+    if (!part.x.empty()) parts.push_back(std::move(part));
+  }
+  LoadedSamples samples;
+  if (parts.size() == 1) {
+    samples = std::move(parts.front());
+  } else if (parts.size() > 1) {
+    std::ranges::stable_sort(parts, [](const LoadedSamples& a, const LoadedSamples& b) {
+      return is_earlier(a.x[0], b.x[0]);
+    });
+    samples = join(parts);
+  }
+  apply(x_scale_, samples.x);
+  apply(y_scale_, samples.y);
+  return samples;
+}
+
+}  // namespace mirn2

@@ -1,0 +1,182 @@
+// Loading, showing and unloading of series: what the rest of the module asks of a TimeSeries object.
+#include "objects/time_series.h"
+
+#include <cstring>
+
+#include "objects/array_kernels.h"
+#include "objects/attribute_name.h"
+#include "objects/detached.h"
+#include "objects/frame.h"
+#include "readers/reader.h"
+#include "runtime/tag.h"
+#include "runtime/utc.h"
+
+namespace mirn2 {
+
+TimeSeriesObject* as_series(PyObject* object) noexcept {
+  const bool is_series = object != nullptr && PyObject_TypeCheck(object, &TimeSeriesType);
+  return is_series ? reinterpret_cast<TimeSeriesObject*>(object) : nullptr;
+}
+
+TimeSeriesObject* series_argument(PyObject* object) {
+  TimeSeriesObject* series = as_series(object);
+  if (series == nullptr) fail(PyExc_TypeError, "Argument must be a kvalo.TimeSeries object");
+  return series;
+}
+
+TimeSeries* record_of(const TimeSeriesObject* series) noexcept {
+  return series->source != nullptr ? series->source->get() : nullptr;
+}
+
+Samples* axis_of(PyObject* axis) noexcept {
+  ArrayObject* array = as_array(axis);
+  return array != nullptr ? &array->data : nullptr;
+}
+
+SeriesRegistry& registry() {
+  if (series_registry == nullptr) fail(PyExc_RuntimeError, "kvalo has been shut down in this process");
+  return *series_registry;
+}
+
+namespace {
+
+bool is_set(const PyObject* axis) { return axis != nullptr && axis != Py_None; }
+
+// Fills the record's vectors. The interpreter lock is released while the readers work; if another
+// thread has loaded the record meanwhile, its samples stand.
+void load_record(const std::shared_ptr<TimeSeries>& record) {
+  const LoadPlan plan(*record);
+  LoadedSamples loaded = without_gil([&] {
+    LoadedSamples samples = plan.run();
+    mirn3::tag::load();
+    return samples;
+  });
+  if (record->is_loaded()) return;
+  record->x = std::move(loaded.x);
+  record->y = std::move(loaded.y);
+}
+
+}  // namespace
+
+void load_samples(TimeSeriesObject* series) {
+  if (series->source == nullptr || is_set(series->xdata) || is_set(series->ydata)) return;
+  const std::shared_ptr<TimeSeries> record = *series->source;
+  const mirn3::utc::Timer timer("load", record->main_name);
+  if ((series->flags & flag_loadable) == 0) fail(PyExc_Exception, "kvalo.TimeSeries object is not loadable");
+  series->flags |= flag_load_started;
+  record->last_load = mirn3::utc::now_stamp();
+  if (!record->is_loaded()) load_record(record);
+  // From here to the end the interpreter lock is held, so the vectors cannot be emptied for room.
+  Ref x = make_array(record->x);
+  Ref y = make_array(record->y);
+  Py_XSETREF(series->xdata, x.release());
+  Py_XSETREF(series->ydata, y.release());
+}
+
+void load_series(TimeSeriesObject* series) {
+  const Trace trace("load");
+  const bool loads = series->source != nullptr && !is_set(series->xdata) && !is_set(series->ydata);
+  load_samples(series);
+  if (!loads) return;
+  if (record_of(series)->x.empty()) fail(PyExc_Exception, "X-Axis data is empty");
+  if (record_of(series)->y.empty()) fail(PyExc_Exception, "Y-Axis data is empty");
+}
+
+void ensure_loaded(TimeSeriesObject* series) {
+  if (!is_set(series->xdata) && series->source != nullptr) load_series(series);
+}
+
+Ref show_record(uint64_t id, double tini, double tend) {
+  return checked(PyObject_CallFunction(reinterpret_cast<PyObject*>(&TimeSeriesType), "Kdd",
+                                       static_cast<unsigned long long>(id), tini, tend));
+}
+
+Ref object_of(const std::shared_ptr<TimeSeries>& record) {
+  if (record->owner != nullptr) return Ref::share(reinterpret_cast<PyObject*>(record->owner));
+  return show_record(record->id, record->tini, record->tend);
+}
+
+void set_child_attribute(PyObject** dict, const TimeSeries& series, PyObject* object) {
+  if (*dict == nullptr) *dict = checked(PyDict_New()).release();
+  const std::string name = attribute_name(series.main_name);
+  const Ref key = checked(to_unicode(name));
+  PyObject* displaced = PyDict_GetItemWithError(*dict, key.get());
+  if (displaced == nullptr) {
+    check_python();
+  } else if (displaced != object) {
+    const TimeSeriesObject* other = as_series(displaced);
+    const std::string behind = other != nullptr ? name_of(other) : std::string();
+    const Ref aside = checked(to_unicode(fmt::format("'{}' behind '{}'", behind, name)));
+    if (PyDict_SetItem(*dict, aside.get(), displaced) < 0) throw python_error();
+  }
+  if (PyDict_SetItem(*dict, key.get(), object) < 0) throw python_error();
+}
+
+void set_script(TimeSeriesObject* series, const std::string& script) {
+  char* copy = strdup(script.c_str());
+  if (copy == nullptr) throw std::bad_alloc();
+  std::free(series->script);
+  series->script = copy;
+}
+
+bool unload(TimeSeries& record, std::vector<Ref>& dropped) {
+  if (!record.can_unload()) return false;
+  for (const TimeSeriesObject* object : record.shown_by) {
+    for (PyObject* axis : {object->xdata, object->ydata}) {
+      if (axis == nullptr) continue;
+      const ArrayObject* array = as_array(axis);
+      // An Array that somebody else holds, or that a view looks into, keeps its samples.
+      if (array == nullptr || Py_REFCNT(axis) > 1 || array->views > 0 || array->data.is_modified()) return false;
+    }
+  }
+  for (TimeSeriesObject* object : record.shown_by) {
+    for (PyObject** axis : {&object->xdata, &object->ydata}) {
+      if (Samples* samples = axis_of(*axis)) samples->reset();
+      dropped.push_back(Ref::steal(std::exchange(*axis, nullptr)));
+    }
+  }
+  record.x.reset();
+  record.y.reset();
+  return true;
+}
+
+void forget_samples(TimeSeries& record) {
+  if (!record.is_loaded()) return;
+  if (record.x.is_modified() || record.y.is_modified()) {
+    rd::warn(fmt::format("The samples of '{:s}' were changed by the script and stay as they are",
+                         record.full_name));
+    return;
+  }
+  record.x.reset();
+  record.y.reset();
+  for (TimeSeriesObject* object : record.shown_by) {
+    Py_CLEAR(object->xdata);
+    Py_CLEAR(object->ydata);
+  }
+}
+
+void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale, Samples TimeSeries::*axis, AxisScale value) {
+  Samples& samples = record.*axis;
+  const bool is_second = !(record.*scale).is_identity();
+  record.*scale = value;
+  if (samples.empty()) return;
+  kernels::scale(samples.span(), value.gain, value.offset);
+  // A reload applies only this last pair, so samples that carry an earlier one too must stay.
+  if (is_second) samples.mark_modified();
+}
+
+std::string name_of(const TimeSeriesObject* series) {
+  const TimeSeries* record = record_of(series);
+  return record != nullptr && !record->main_name.empty() ? record->main_name : std::string(series->script);
+}
+
+void ReaderDetached::load(rd::rto_t& request) {
+  const PyGILState_STATE state = PyGILState_Ensure();
+  if (object_ != nullptr) {
+    if (const Samples* x = axis_of(object_->xdata)) request.x = *x;
+    if (const Samples* y = axis_of(object_->ydata)) request.y = *y;
+  }
+  PyGILState_Release(state);
+}
+
+}  // namespace mirn2

@@ -1,0 +1,93 @@
+// kvalo.TimeSeries: the script object that shows a series record, or holds a series of its own.
+#pragma once
+
+#include <Python.h>
+
+#include <memory>
+#include <string>
+
+#include "objects/array.h"
+#include "objects/ref.h"
+#include "objects/series.h"
+
+namespace mirn2 {
+
+struct TimeSeriesObject {
+  PyObject_HEAD
+  PyObject* dict;                       // __dict__: child series are attributes
+  uint64_t id64;                        // key of the record in the registry
+  uint64_t flags;
+  PyObject* xdata;                      // kvalo.Array, or null when not loaded; scripts may put anything here
+  PyObject* ydata;
+  std::shared_ptr<TimeSeries>* source;  // the record shown, kept alive; null for a series built by a script
+  char* script;                         // creation script, from malloc
+};
+
+// Bits of `flags`.
+constexpr uint64_t pattern_mask = 0x7;
+constexpr uint64_t pattern_varying = 0x1;
+constexpr uint64_t flag_has_children = 0x8;
+constexpr uint64_t flag_loadable = 0x80;
+constexpr uint64_t flag_created_by_id = 0x100;
+constexpr uint64_t flag_load_started = 0x200;
+
+extern PyTypeObject TimeSeriesType;
+
+// The object as a series when it is one (or a subtype), else null; accepts null.
+TimeSeriesObject* as_series(PyObject* object) noexcept;
+
+// The same for an argument: throws TypeError "Argument must be a kvalo.TimeSeries object".
+TimeSeriesObject* series_argument(PyObject* object);
+
+// The record shown, or null.
+TimeSeries* record_of(const TimeSeriesObject* series) noexcept;
+
+// The vector of an axis, or null when there is no Array (not loaded, or replaced by something else).
+Samples* axis_of(PyObject* axis) noexcept;
+
+// Loads the samples from the source unless they are there already or there is no source; a source may
+// turn out to have none. Throws what readers throw, and script_error when the object is not loadable.
+void load_samples(TimeSeriesObject* series);
+
+// The same; no samples are a failure too: Exception "X-Axis data is empty" or "Y-Axis data is empty".
+void load_series(TimeSeriesObject* series);
+
+// The same for everything that needs samples: only when xdata is not there.
+void ensure_loaded(TimeSeriesObject* series);
+
+// Shows `record` in a new script object, with its children as attributes. Throws python_error.
+Ref show_record(uint64_t id, double tini, double tend);
+
+// The script object that shows the record, made anew when there is none. Throws python_error.
+Ref object_of(const std::shared_ptr<TimeSeries>& record);
+
+// Puts the script object of a series into an instance dictionary under its attribute name. It goes in
+// directly: a series that is called like a member ("flags", "xdata") must not overwrite it. A series
+// that had the name before moves to a key that is no identifier, so that it lives on and the mapping
+// still finds it. Throws python_error.
+void set_child_attribute(PyObject** dict, const TimeSeries& series, PyObject* object);
+
+// Replaces the creation script. Throws std::bad_alloc.
+void set_script(TimeSeriesObject* series, const std::string& script);
+
+// Drops the loaded samples of a record and of the objects that show it. Does nothing, and answers
+// false, while they cannot be had again or a script holds one of the Arrays. Call with the interpreter
+// lock; emptied Arrays are put into `dropped`, to be released when no other lock is held.
+bool unload(TimeSeries& record, std::vector<Ref>& dropped);
+
+// Forgets the loaded samples of a record whose sources have changed, so that the next use loads them
+// anew; Arrays that a script holds keep theirs. Samples that a script has changed stay, with a warning.
+void forget_samples(TimeSeries& record);
+
+// Gives a record a gain and an offset for one axis and applies them to the samples that are loaded.
+void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale, mirn3::shared_vector<double> TimeSeries::*axis,
+                AxisScale value);
+
+// The name of a series where a text is built from it: the record's main name when it has one, else
+// the creation script.
+std::string name_of(const TimeSeriesObject* series);
+
+// The registry; throws RuntimeError after teardown.
+SeriesRegistry& registry();
+
+}  // namespace mirn2

@@ -1,0 +1,72 @@
+#include "runtime/ilc.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "runtime/log.h"
+#include "runtime/python.h"
+
+namespace mirn3::ilc {
+
+Channel* channel = nullptr;
+
+namespace {
+
+// Writes out what the script printed, as an orderly end would.
+void flush_script_output() noexcept {
+  if (!python::is_filled()) return;
+  const python::Lock lock;
+  for (const char* name : {"stdout", "stderr"}) {
+    python::object stream = python::table.PySys_GetObject(name);
+    if (stream == nullptr) continue;
+    python::object result = python::table.PyObject_CallMethod(stream, "flush", nullptr);
+    if (result != nullptr) python::table.Py_DecRef(result);
+    python::table.PyErr_Clear();
+  }
+}
+
+[[noreturn]] void end_without_host(const char* name) noexcept {
+  flush_script_output();
+  std::fprintf(stderr,
+               "kvalo: there is no host to handle '%s'. Import kvalo_view first, or run the script under "
+               "kvalo-host.\n",
+               name);
+  std::fflush(nullptr);
+  log::write(log::error, std::string("There is no host to handle '") + name + "'; the process ends");
+  log::close();
+  std::_Exit(EXIT_FAILURE);
+}
+
+}  // namespace
+
+void Channel::install(handler_t handler) { handler_ = std::move(handler); }
+
+void Channel::send(const char* name, std::shared_ptr<void> record) const noexcept {
+  if (!handler_) end_without_host(name);
+  // A handler may install another one while it runs: what runs stays alive until it returns.
+  const handler_t handler = handler_;
+  handler(std::make_shared<msgdata_t>(msgdata_t{name_hash(name), std::move(record)}));
+}
+
+void Channel::send_error(std::string_view text) const noexcept {
+  if (!handler_) {
+    log::write(log::error, text);
+    return;
+  }
+  auto record = std::make_shared<dto_error_t>();
+  std::memcpy(record->text, text.data(), std::min(text.size(), sizeof(record->text)));
+  send("app_error", std::move(record));
+}
+
+void Channel::send_info(const char* parameter, var_t value) const noexcept {
+  auto record = std::make_shared<dto_misc_t>();
+  record->key = name_hash(parameter);
+  record->values[0] = std::move(value);
+  send("app_info", std::move(record));
+}
+
+}  // namespace mirn3::ilc
