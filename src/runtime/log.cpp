@@ -5,6 +5,7 @@
 #include "runtime/log.h"
 
 #include <fmt/format.h>
+#define SPDLOG_PREVENT_CHILD_FD  // programs that are started do not inherit the file
 #include <spdlog/sinks/rotating_file_sink.h>
 
 #include <atomic>

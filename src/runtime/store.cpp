@@ -132,9 +132,10 @@ void close_connection(State& s) noexcept {
 bool open_connection(State& s, Session::Absent absent) {
   if (s.database != nullptr && s.owner == ::getpid()) return true;
   s.database = nullptr;
-  const std::filesystem::path path = std::filesystem::absolute(sys::state_path() / "state.db");
-  s.path = path.string();
   std::error_code error;
+  std::filesystem::path path = sys::state_path() / "state.db";
+  if (std::filesystem::path absolute = std::filesystem::absolute(path, error); !error) path = absolute;
+  s.path = path.string();
   if (absent == Session::Absent::leave && !std::filesystem::exists(path, error) && !error) return false;
   std::filesystem::create_directories(path.parent_path(), error);
   s.owner = ::getpid();
