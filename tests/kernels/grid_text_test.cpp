@@ -48,6 +48,15 @@ TEST(DecimalText, IsWhatPrintfWrites) {
       ASSERT_EQ(std::string(room, static_cast<size_t>(end - room)), print(value, decimals)) << decimals;
     }
   };
+  const auto check_six = [](double value) {
+    char room[most_fast_text];
+    const char* end = write_six_decimals(room, value);
+    if (end != nullptr) {
+      ASSERT_EQ(std::string(room, static_cast<size_t>(end - room)), print(value, 6));
+    } else {
+      EXPECT_FALSE(std::abs(value) < 0.999e12) << value;
+    }
+  };
   std::vector<double> values = {0.0,        0.0000005,     2.5e-7,    1.5e-6, 0.5,     1.5,       2.5,
                                 0.999999,   1e12,          1e-300,    5e-324, 0.03125, 0.9999995, 0x1p-20,
                                 0x3p-20,    0x1p52,        0x1p53,    0x1p63, 1e18,    1e17,      999999.5,
@@ -60,7 +69,12 @@ TEST(DecimalText, IsWhatPrintfWrites) {
     values.push_back(static_cast<double>(random() % 2'000'000'000) / 1e6);                   // six decimals
     values.push_back(static_cast<double>(random() >> 11) * 0x1p-20);
   }
+  for (const double edge : {0.0005, 1.0, 10.0, 99999999.9999995, 1e8, 0x1p-11, 0x1p-10}) {
+    values.insert(values.end(), {std::nextafter(edge, 0.0), edge, std::nextafter(edge, inf)});
+  }
   for (const double value : values) {
+    check_six(value);
+    check_six(-value);
     for (const int decimals : {0, 1, 2, 6, 9, 17}) {
       check(value, decimals);
       check(-value, decimals);

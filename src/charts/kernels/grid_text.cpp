@@ -19,10 +19,12 @@ namespace {
 // that the texts of all parts stay in some megabytes.
 constexpr size_t values_of_part = size_t{1} << 17;
 
-constexpr int value_decimals = 6;
+// Rows that are looked up together before they are written.
+constexpr size_t rows_of_tile = 64;
 
-// Steps that a search walks before it bisects again.
-constexpr size_t longest_walk = 8;
+// Samples that a search looks at side by side, and how many times before it bisects again.
+constexpr size_t window = 4;
+constexpr size_t most_windows = 4;
 
 bool is_sorted(std::span<const double> x) {
   if (std::isnan(x.front())) return false;
@@ -33,15 +35,17 @@ bool is_sorted(std::span<const double> x) {
 
 // The first index at or after `first` whose time is at or after t, where that is likely to be near.
 size_t search_on(std::span<const double> x, size_t first, double t) {
-  const size_t near = std::min(first + longest_walk, x.size());
-  while (first < near && x[first] < t) ++first;
-  if (first < near || near == x.size()) return first;
-  size_t stride = longest_walk;
+  for (size_t i = 0; i < most_windows && first + window <= x.size(); ++i) {
+    // In sorted samples the number of earlier ones is the way to go; no branch depends on it.
+    size_t earlier = 0;
+    for (size_t k = 0; k < window; ++k) earlier += x[first + k] < t;
+    first += earlier;
+    if (earlier < window) return first;
+  }
   size_t last = first;
-  while (last < x.size() && x[last] < t) {
+  for (size_t stride = window; last < x.size() && x[last] < t; stride *= 2) {
     first = last;
-    last = stride < x.size() - last ? last + stride : x.size();
-    stride *= 2;
+    last += std::min(stride, x.size() - last);
   }
   return static_cast<size_t>(std::lower_bound(x.begin() + static_cast<ptrdiff_t>(first),
                                               x.begin() + static_cast<ptrdiff_t>(last), t) -
@@ -62,32 +66,54 @@ struct GridWriter::Column {
 class GridWriter::Part {
  public:
   void format(const GridWriter& grid, std::span<const double> times) {
+    const std::vector<Column>& columns = grid.columns_;
     size_ = 0;
-    cursors_.assign(grid.columns_.size(), 0);
-    // Rows in the usual form need no more than this; longer numbers make room for themselves.
-    const size_t room = (grid.columns_.size() + 1) * (grid.delimiter_.size() + most_fast_text) + 1;
-    bool first_row = true;
-    for (const double t : times) {
-      reserve(room);
-      char* out = text_.get() + size_;
-      out = write(out, t, grid.decimals_, room);
-      for (size_t i = 0; i < cursors_.size(); ++i) {
-        const Column& column = grid.columns_[i];
-        size_t& cursor = cursors_[i];
-        cursor = column.sorted && !first_row ? search_on(column.x, cursor, t) : bisect(column.x, t);
-        for (const char c : grid.delimiter_) *out++ = c;
-        char* end = write_decimal(out, column.value(cursor), value_decimals);
-        out = end != nullptr ? end : write(out, column.value(cursor), value_decimals, room);
-      }
-      *out++ = '\n';
-      size_ = static_cast<size_t>(out - text_.get());
-      first_row = false;
+    cursors_.resize(columns.size());
+    values_.resize(columns.size() * rows_of_tile);
+    for (size_t i = 0; i < columns.size(); ++i) cursors_[i] = bisect(columns[i].x, times.front());
+    while (!times.empty()) {
+      const auto tile = times.first(std::min(rows_of_tile, times.size()));
+      for (size_t i = 0; i < columns.size(); ++i) look_up(columns[i], tile, i, columns.size());
+      write_rows(grid, tile);
+      times = times.subspan(tile.size());
     }
   }
 
   std::string_view text() const { return {text_.get(), size_}; }
 
  private:
+  // Fills one column of the tile's values, which lie row by row. One column after the other, as many
+  // long vectors read side by side would push each other out of the cache.
+  void look_up(const Column& column, std::span<const double> tile, size_t first, size_t stride) {
+    size_t cursor = cursors_[first];
+    double* value = values_.data() + first;
+    for (const double t : tile) {
+      cursor = column.sorted ? search_on(column.x, cursor, t) : bisect(column.x, t);
+      *value = column.value(cursor);
+      value += stride;
+    }
+    cursors_[first] = cursor;
+  }
+
+  void write_rows(const GridWriter& grid, std::span<const double> tile) {
+    // Rows in the usual form need no more than this; longer numbers make room for themselves.
+    const std::string_view delimiter = grid.delimiter_;
+    const size_t columns = grid.columns_.size();
+    const size_t room = (columns + 1) * (delimiter.size() + most_fast_text) + 1;
+    const double* value = values_.data();
+    for (const double t : tile) {
+      reserve(room);
+      char* out = write(text_.get() + size_, t, grid.decimals_, room);
+      for (size_t i = 0; i < columns; ++i, ++value) {
+        for (const char c : delimiter) *out++ = c;
+        char* end = write_six_decimals(out, *value);
+        out = end != nullptr ? end : write(out, *value, 6, room);
+      }
+      *out++ = '\n';
+      size_ = static_cast<size_t>(out - text_.get());
+    }
+  }
+
   static size_t bisect(std::span<const double> x, double t) {
     return static_cast<size_t>(std::lower_bound(x.begin(), x.end(), t) - x.begin());
   }
@@ -119,6 +145,7 @@ class GridWriter::Part {
   size_t size_ = 0;
   size_t capacity_ = 0;
   std::vector<size_t> cursors_;
+  std::vector<double> values_;
 };
 
 int time_decimals(double step) {
