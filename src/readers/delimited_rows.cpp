@@ -13,11 +13,8 @@ namespace mirn2::rd {
 
 namespace {
 
-// Large enough that a piece outweighs what handing it out costs, small enough to share out evenly.
-constexpr size_t piece_bytes = size_t{1} << 20;
-
-// Line feeds expected in a piece, to begin with.
-constexpr size_t first_room = piece_bytes / 64;
+// Room for line starts that a piece gets to begin with; it doubles.
+constexpr size_t first_room = DelimitedRows::usual_piece_bytes / 64;
 
 constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
 
@@ -102,21 +99,22 @@ bool LineWalk::next(std::string_view& line) {
   return true;
 }
 
-DelimitedRows::DelimitedRows(const std::filesystem::path& path, char delimiter, uint64_t header_lines)
+DelimitedRows::DelimitedRows(const std::filesystem::path& path, char delimiter, uint64_t header_lines,
+                             size_t piece_bytes)
     : stamp_(mirn3::sys::file_stamp(path)), mapping_(path) {
   LineWalk walk(text());
   std::string_view line;
   uint64_t skipped = 0;
   while (skipped < header_lines && walk.next(line)) ++skipped;
   line_count_ = skipped;
-  if (walk.position() < text().size()) find_rows(walk.position(), delimiter);
+  if (walk.position() < text().size()) find_rows(walk.position(), delimiter, piece_bytes);
 
   size_t bytes = 0;
   for (const Piece& piece : pieces_) bytes += piece.starts.capacity() * sizeof(uint32_t);
   charge_.add(bytes);
 }
 
-void DelimitedRows::find_rows(size_t first, char delimiter) {
+void DelimitedRows::find_rows(size_t first, char delimiter, size_t piece_bytes) {
   const std::string_view all = text();
   pieces_.resize((all.size() - first + piece_bytes - 1) / piece_bytes);
 

@@ -56,7 +56,13 @@ class DelimitedRows {
   // A last line without a line feed that has fewer delimiters than the first data row is what a
   // recorder has not finished writing: it is no row. One that has as many is a row, as the last line of
   // a finished file often lacks its line feed.
-  DelimitedRows(const std::filesystem::path& path, char delimiter, uint64_t header_lines);
+  //
+  // `piece_bytes` is the size of the pieces the file is cut into, below 4 GiB.
+  DelimitedRows(const std::filesystem::path& path, char delimiter, uint64_t header_lines,
+                size_t piece_bytes = usual_piece_bytes);
+
+  // Large enough that a piece outweighs what handing it out costs, small enough to share out evenly.
+  static constexpr size_t usual_piece_bytes = size_t{1} << 20;
 
   // What the file was when it was mapped.
   const mirn3::sys::FileStamp& stamp() const noexcept { return stamp_; }
@@ -87,7 +93,7 @@ class DelimitedRows {
     scan::LineSearch search{nullptr};
   };
 
-  void find_rows(size_t first, char delimiter);
+  void find_rows(size_t first, char delimiter, size_t piece_bytes);
   void cut_at_short_line();
   void drop_rows_from(size_t offset);
 

@@ -197,8 +197,8 @@ KVALO_AVX2_INLINE void make_numbers(const uint8_t* digits, const double* by, dou
     halves = _mm256_permute4x64_epi64(halves, 0xd8);  // packing works within halves of the vector
     const __m256i mantissa = _mm256_add_epi64(_mm256_mul_epu32(halves, _mm256_set1_epi64x(100000000)),
                                               _mm256_srli_epi64(halves, 32));
-    const __m256d number = _mm256_sub_pd(_mm256_castsi256_pd(_mm256_or_si256(mantissa, offset)),
-                                         _mm256_castsi256_pd(offset));
+    const __m256d number =
+        _mm256_sub_pd(_mm256_castsi256_pd(_mm256_or_si256(mantissa, offset)), _mm256_castsi256_pd(offset));
     _mm256_storeu_pd(out + row, _mm256_div_pd(number, _mm256_load_pd(by + row)));
   }
 }
