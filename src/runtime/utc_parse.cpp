@@ -110,6 +110,11 @@ struct Clock {
   int64_t whole_seconds() const { return hour * 3600 + minute * 60 + second; }
 };
 
+// What follows a point or a comma, if there is one.
+bool read_fraction_of_second(Scanner& in, Clock& clock) {
+  return !(in.take('.') || in.take(',')) || in.take_fraction(clock.fraction);
+}
+
 // hh:mm[:ss[.frac]]; second 60 is a leap second, which Unix time counts as the first of the next
 // minute.
 bool read_clock(Scanner& in, int most_digits_of_hour, Clock& clock) {
@@ -117,7 +122,7 @@ bool read_clock(Scanner& in, int most_digits_of_hour, Clock& clock) {
   if (!in.take_number(1, 2, clock.minute) || clock.minute > 59) return false;
   if (!in.take(':')) return true;
   if (!in.take_number(1, 2, clock.second) || clock.second > 60) return false;
-  return !(in.take('.') || in.take(',')) || in.take_fraction(clock.fraction);
+  return read_fraction_of_second(in, clock);
 }
 
 // AM or PM, if there; false when the hour does not go with it.
@@ -175,19 +180,48 @@ bool take_separator(Scanner& in, std::string_view allowed, char& separator) {
   return allowed.find(separator) != std::string_view::npos && in.take(separator);
 }
 
-double read_iso8601(Scanner in) {
+// The usual layout, YYYY-MM-DDThh:mm:ss with every digit in its place and hours below 24, read without
+// looking for anything. False, and nothing changed, where the text has another layout.
+bool read_usual_iso8601(std::string_view text, Date& date, Clock& clock) {
+  constexpr size_t length = 19;
+  if (text.size() < length || (text.size() > length && is_digit(text[length]))) return false;
+  const char* p = text.data();
+  if (p[4] != '-' || p[7] != '-' || (p[10] != 'T' && p[10] != ' ') || p[13] != ':' || p[16] != ':')
+    return false;
+  bool digits = true;
+  const auto two = [&](int at) {
+    const unsigned tens = static_cast<unsigned char>(p[at]) - unsigned{'0'};
+    const unsigned ones = static_cast<unsigned char>(p[at + 1]) - unsigned{'0'};
+    digits &= (tens <= 9) & (ones <= 9);
+    return static_cast<int32_t>(tens * 10 + ones);
+  };
+  const Date day{two(0) * int64_t{100} + two(2), two(5), two(8)};
+  const Clock time{two(11), two(14), two(17), {}};
+  if (!digits || time.hour > 23 || time.minute > 59 || time.second > 60) return false;
+  date = day;
+  clock = time;
+  return true;
+}
+
+double read_iso8601(std::string_view text) {
   Date date{};
-  char separator = 0;
-  if (!in.take_number(4, 4, date.year) || !take_separator(in, "-/", separator)) return not_a_time;
-  if (!in.take_number(1, 2, date.month) || !in.take(separator)) return not_a_time;
-  if (!in.take_number(1, 2, date.day) || !valid(date)) return not_a_time;
   Clock clock;
-  int64_t zone_seconds = 0;
-  if (!in.done()) {
-    if (!in.take_letter('t') && !in.take_blanks()) return not_a_time;
-    if (!read_clock(in, 2, clock) || !within_day(clock)) return not_a_time;
-    if (!read_zone(in, zone_seconds) || !in.done()) return not_a_time;
+  Scanner in(text);
+  bool timed = read_usual_iso8601(text, date, clock);
+  if (timed) {
+    in = Scanner(text.substr(19));
+    if (!read_fraction_of_second(in, clock) || !valid(date)) return not_a_time;
+  } else {
+    char separator = 0;
+    if (!in.take_number(4, 4, date.year) || !take_separator(in, "-/", separator)) return not_a_time;
+    if (!in.take_number(1, 2, date.month) || !in.take(separator)) return not_a_time;
+    if (!in.take_number(1, 2, date.day) || !valid(date)) return not_a_time;
+    timed = !in.done();
+    if (timed && !in.take_letter('t') && !in.take_blanks()) return not_a_time;
+    if (timed && (!read_clock(in, 2, clock) || !within_day(clock))) return not_a_time;
   }
+  int64_t zone_seconds = 0;
+  if (timed && (!read_zone(in, zone_seconds) || !in.done())) return not_a_time;
   return join(date, clock, zone_seconds);
 }
 
@@ -318,7 +352,7 @@ double to_double(std::string_view text, int32_t type) {
     case seconds:
       return read_number(text);
     case iso8601:
-      return read_iso8601(Scanner(text));
+      return read_iso8601(text);
     case day_month:
       return read_short_date_and_time(Scanner(text), true);
     case month_day:
