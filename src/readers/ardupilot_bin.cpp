@@ -268,8 +268,8 @@ struct ReaderArduPilotBIN::Learned {
           const ardupilot::Lengths& lengths)
       : stamp(state), file(path), walk(ardupilot::walk(file.bytes(), lengths)), charge(walk.bytes_held()) {}
 
-  // The values of a field if they were decoded ahead; drops what waits for another message.
-  std::optional<shared_vector<double>> take_ready(uint8_t type, uint64_t field);
+  // Hands over the values of a field if they were decoded ahead; drops what waits for another message.
+  bool take_ready(uint8_t type, uint64_t field, shared_vector<double>& values);
 
   // Buffers for the numeric fields that come after the `ordinal`-th variable, as far as there is memory
   // to spare, and the columns that fill them.
@@ -286,12 +286,13 @@ struct ReaderArduPilotBIN::Learned {
   Buffers ready;  // fields of ready_type decoded ahead
 };
 
-std::optional<shared_vector<double>> ReaderArduPilotBIN::Learned::take_ready(uint8_t type, uint64_t field) {
+bool ReaderArduPilotBIN::Learned::take_ready(uint8_t type, uint64_t field, shared_vector<double>& values) {
   if (ready_type != type) ready.clear();
   ready_type = type;
   auto taken = ready.extract(field);
-  if (taken.empty()) return {};
-  return std::move(taken.mapped());
+  if (taken.empty()) return false;
+  values = std::move(taken.mapped());
+  return true;
 }
 
 ReaderArduPilotBIN::Learned::Buffers ReaderArduPilotBIN::Learned::reserve_ahead(
@@ -417,18 +418,24 @@ void ReaderArduPilotBIN::load(rto_t& request) {
     columns.push_back({time, times.values.data()});
   }
 
-  const auto listed = std::find(message.offered.begin(), message.offered.end(), at.value_field);
-  const auto ordinal = static_cast<size_t>(listed - message.offered.begin());
-  const bool in_order =
-      listed != message.offered.end() && known->sweep.follows(at.type, ordinal, message.offered.size());
+  // A group's own name may go by another time field, and then by other records.
+  const auto listed = at.time_field == message.time_field
+                          ? std::find(message.offered.begin(), message.offered.end(), at.value_field)
+                          : message.offered.end();
   Learned::Buffers ahead;
   shared_vector<double> y;
-  if (auto ready = known->take_ready(at.type, at.value_field)) {
-    y = std::move(*ready);
-  } else {
+  bool decoded = false;
+  if (listed != message.offered.end()) {
+    const auto ordinal = static_cast<size_t>(listed - message.offered.begin());
+    const bool in_order = known->sweep.follows(at.type, ordinal, message.offered.size());
+    decoded = known->take_ready(at.type, at.value_field, y);
+    if (!decoded && in_order) {
+      ahead = known->reserve_ahead(message, ordinal, samples, columns);
+    }
+  }
+  if (!decoded) {
     y.resize(samples);
     if (!value.letter->text) columns.push_back({value, y.data()});
-    if (in_order) ahead = known->reserve_ahead(message, ordinal, samples, columns);
   }
 
   const Pass pass{
