@@ -11,8 +11,8 @@ namespace mirn3 {
 
 inline void shared_vector<double>::adopt(uint64_t n, double* buffer, mem::BufferDeleter::Origin origin) {
   mem::BufferDeleter deleter{.n = n, .origin = origin};
-  if (n >= (uint64_t{1} << 61)) throw std::bad_alloc();
   try {
+    if (n >= (uint64_t{1} << 61)) throw std::bad_alloc();
     mem::reserve(n * sizeof(double));
   } catch (...) {
     if (buffer != nullptr) std::free(buffer);

@@ -2,6 +2,7 @@
 
 #include "charts/export.h"
 #include "containers/functions.h"
+#include "functions/calculus.h"
 #include "module/host_functions.h"
 #include "objects/frame.h"
 #include "objects/unavailable.h"
@@ -65,10 +66,10 @@ PyMethodDef function_table[] = {
     {"rectangle", with_keywords(unavailable_ternary<"rectangle">), keyworded, "Create a rectangle in a chart"},
     {"text", with_keywords(unavailable_ternary<"text">), keyworded, "Create a text in a chart"},
     {"angular_distance", with_keywords(unavailable_ternary<"angular_distance">), keyworded, "Minimum distance between two angles"},
-    {"derivative", unavailable<"derivative">, positional, "Discrete derivative"},
-    {"integral", unavailable<"integral">, positional, "Discrete integration (numerical quadrature), calculated using the trapezoidal rule"},
-    {"diff", unavailable<"diff">, positional, "Differences between adjacent elements"},
-    {"accumulate", unavailable<"accumulate">, positional, "The nth element is the sum of the 1...n elements of the argument"},
+    {"derivative", fn::derivative, positional, "Discrete derivative"},
+    {"integral", fn::integral, positional, "Discrete integration (numerical quadrature), calculated using the trapezoidal rule"},
+    {"diff", fn::diff, positional, "Differences between adjacent elements"},
+    {"accumulate", fn::accumulate, positional, "The nth element is the sum of the 1...n elements of the argument"},
     {"unpack", with_keywords(unavailable_ternary<"unpack">), keyworded, "Unpack values, selecting the desired bits and applying offset and resolution (bit extraction)"},
     {"debounce", with_keywords(unavailable_ternary<"debounce">), keyworded, "Debounce. Persistences should be provided in the same unit of the argument's time vector"},
     {"hysteresis", with_keywords(unavailable_ternary<"hysteresis">), keyworded, "Output 1 if the argument is bigger than the upper threshold and 0 if the argument is smaller than the lower threshold"},
@@ -85,8 +86,8 @@ PyMethodDef function_table[] = {
     {"fftdata", with_keywords(unavailable_ternary<"fftdata">), keyworded, "Calculate FFT data"},
     {"heatmapdata", with_keywords(unavailable_ternary<"heatmapdata">), keyworded, "Calculate heatmap data"},
     {"histdata", with_keywords(unavailable_ternary<"histdata">), keyworded, "Calculate histogram data"},
-    {"estimate_sampling_frequency", unavailable<"estimate_sampling_frequency">, positional, "Estimate each sample frequency"},
-    {"estimate_sampling_period", unavailable<"estimate_sampling_period">, positional, "Estimate each sample period"},
+    {"estimate_sampling_frequency", fn::estimate_sampling_frequency, positional, "Estimate each sample frequency"},
+    {"estimate_sampling_period", fn::estimate_sampling_period, positional, "Estimate each sample period"},
     {"fit_linear", unavailable<"fit_linear">, positional, "Linear curve fit: Y = A*X + B"},
     {"fit_exp", unavailable<"fit_exp">, positional, "Exponential curve fit: Y = A * exp(B*X)"},
     {"fit_polynomial", unavailable<"fit_polynomial">, positional, "Polynomial curve fit: Y = B0 + B1*X + B2*X^2 + ...  + Bn*X^n"},

@@ -170,6 +170,32 @@ std::string name_of(const TimeSeriesObject* series) {
   return record != nullptr && !record->main_name.empty() ? record->main_name : std::string(series->script);
 }
 
+Operand::Operand(TimeSeriesObject* series)
+    : in_use_(series->source != nullptr ? *series->source : nullptr), name_(name_of(series)) {
+  ensure_loaded(series);
+  const Samples* x = axis_of(series->xdata);
+  const Samples* y = axis_of(series->ydata);
+  if (x == nullptr || y == nullptr) fail(PyExc_Exception, "kvalo.TimeSeries object is empty");
+  if (x->size() != y->size()) {
+    fail(PyExc_ValueError, "'{:s}' has {} times for {} values", name_, x->size(), y->size());
+  }
+  x_ = *x;
+  y_ = *y;
+}
+
+Ref make_result(uint64_t size) {
+  Samples x;
+  Samples y;
+  x.resize(size);
+  y.resize(size);
+  Ref result = Ref::steal(PyObject_CallNoArgs(reinterpret_cast<PyObject*>(&TimeSeriesType)));
+  if (!result) fail(PyExc_Exception, "Internal error while creating kvalo.TimeSeries");
+  TimeSeriesObject* series = as_series(result.get());
+  series->xdata = make_array(std::move(x)).release();
+  series->ydata = make_array(std::move(y)).release();
+  return result;
+}
+
 void ReaderDetached::load(rd::rto_t& request) {
   const PyGILState_STATE state = PyGILState_Ensure();
   if (object_ != nullptr) {

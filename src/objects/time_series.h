@@ -87,6 +87,30 @@ void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale, mirn3::shared_
 // the creation script.
 std::string name_of(const TimeSeriesObject* series);
 
+// A series taken into a computation: loaded, and with its samples held until the computation ends,
+// whatever is unloaded or replaced meanwhile.
+class Operand {
+ public:
+  // Loads the series if need be. Throws what loading throws; Exception "kvalo.TimeSeries object is
+  // empty" when there is nothing to load from; ValueError when x and y differ in size.
+  explicit Operand(TimeSeriesObject* series);
+
+  std::span<const double> x() const noexcept { return x_.span(); }
+  std::span<const double> y() const noexcept { return y_.span(); }
+  uint64_t size() const noexcept { return x_.size(); }
+  const std::string& name() const noexcept { return name_; }
+
+ private:
+  InUse in_use_;
+  std::string name_;
+  Samples x_;
+  Samples y_;
+};
+
+// A new series of a computation's result: registered under a random name, with x and y of `size`
+// zeros. Throws Exception "Internal error while creating kvalo.TimeSeries".
+Ref make_result(uint64_t size);
+
 // The registry; throws RuntimeError after teardown.
 SeriesRegistry& registry();
 

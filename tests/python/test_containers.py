@@ -1,0 +1,275 @@
+"""kvalo.Container, reader choice, the registry's functions, merging."""
+
+import gc
+import os
+import re
+from pathlib import Path
+
+import kvalo
+import numpy as np
+import pytest
+
+
+def write(path: Path, text) -> str:
+    path.write_bytes(text if isinstance(text, bytes) else text.encode())
+    return str(path)
+
+
+def columns(path, **names):
+    """A file with a time column 0, 1, 2, ... and one column per keyword."""
+    rows = len(next(iter(names.values())))
+    lines = ["time," + ",".join(names)]
+    lines += [",".join([str(i), *(str(values[i]) for values in names.values())]) for i in range(rows)]
+    return write(path, "\n".join(lines) + "\n")
+
+
+@pytest.fixture
+def small(tmp_path):
+    return columns(tmp_path / "small.csv", a=[1, 2, 3], b=[4, 5, 6])
+
+
+def values(series):
+    series.load()
+    return np.asarray(series.ydata).tolist()
+
+
+def test_a_container_maps_names_to_series(small):
+    c = kvalo.Container(path=small)
+    assert (repr(c), len(c), c.get_size(), c.flags, c.get_path()) == ("2 variables", 2, 2, 9, [small])
+    assert c["a"] is c.a
+    assert values(c.b) == [4.0, 5.0, 6.0]
+    with pytest.raises(KeyError, match="'z' is not a valid key for this Container"):
+        c["z"]
+    with pytest.raises(TypeError, match="Key must be a string"):
+        c[0]
+    for change in (lambda: c.__setitem__("a", 1), lambda: c.__delitem__("a")):
+        with pytest.raises(NotImplementedError, match="This operation is not allowed"):
+            change()
+    with pytest.raises(AttributeError):
+        c.id64 = 1
+
+
+@pytest.mark.parametrize(
+    ("title", "attribute"),
+    [
+        ("1st speed/avg", "_1st_speed_avg"),
+        ("2x", "_2x"),
+        ("a-b", "a_b"),
+        ("", "_"),
+        ('"q"', "q"),
+        ("%", "_"),
+        ("µ", "__"),
+        ("flags", "flags"),
+        ("xdata", "xdata"),
+    ],
+)
+def test_attribute_names(tmp_path, title, attribute):
+    c = kvalo.Container(path=write(tmp_path / "f.csv", f"time,{title}\n0,1\n1,2\n2,3\n"))
+    assert list(c.__dict__) == [attribute]
+    assert c[title].get_main_name() == title
+    assert c.flags == 9
+
+
+def test_names_with_one_attribute_both_stay_reachable(tmp_path):
+    c = kvalo.Container(path=columns(tmp_path / "f.csv", **{"a-b": [1, 2, 3], "a_b": [4, 5, 6], "a+b": [7, 8, 9]}))
+    gc.collect()
+    assert [values(c[name])[0] for name in ("a-b", "a_b", "a+b")] == [1.0, 4.0, 7.0]
+    assert c.a_b is c["a+b"]
+
+
+@pytest.mark.parametrize(
+    ("arguments", "error", "text"),
+    [
+        ({}, Exception, "^Must provide path!$"),
+        ({"path": "nowhere.csv"}, Exception, "^Error while loading file 'nowhere.csv': File nowhere.csv not found$"),
+        ({"path": "nowhere.csv", "plugin": "p"}, Exception, "File nowhere.csv not found$"),
+        (
+            {"path": "nowhere.csv", "plugin": "p.so"},
+            Exception,
+            "^Error while loading file 'nowhere.csv' with plugin 'p.so': File nowhere.csv not found$",
+        ),
+        ({"path": "nowhere", "tini": 5, "tend": 5}, ValueError, "^Final time must be greater than initial time$"),
+        ({"path": "nowhere", "tini": float("nan")}, Exception, "File nowhere not found$"),
+        ({"realtime": True}, Exception, "^Must provide path!$"),
+        ({"realtime": True, "plugin": "none.so"}, Exception, "Plugin none.so not found$"),
+        ({"path": None}, TypeError, ""),
+        ({"file": "x"}, TypeError, ""),
+    ],
+)
+def test_refused_construction(arguments, error, text):
+    with pytest.raises(error, match=text):
+        kvalo.Container(**arguments)
+
+
+def test_plug_in_names(small, tmp_path):
+    for name, text in (("p.txt", "Extension not supported for plugin"), ("none.so", "Plugin .*none.so not found")):
+        if name == "p.txt":
+            write(tmp_path / name, "")
+        with pytest.raises(Exception, match=text):
+            kvalo.Container(path=small, plugin=str(tmp_path / name))
+
+
+HDF5_SIGNATURE = b"\x89HDF\r\n\x1a\n"
+
+# Each file would also satisfy a later rule; the error, or the reader, tells which rule came first.
+ORDER = [
+    ("archive before delimited", "x.zip", "t,a\n0,1\n1,2\n", "an archive"),
+    ("HDF5 before its extension", "x.mat", HDF5_SIGNATURE, "an HDF5 file"),
+    ("HDF5 behind a user block", "x.dat", b"\0" * 512 + HDF5_SIGNATURE, "an HDF5 file"),
+    ("MAT before delimited", "x.mat", "t,a\n0,1\n1,2\n", "a MAT file"),
+    ("XLSX before delimited", "x.xlsx", "t,a\n0,1\n1,2\n", "an XLSX workbook"),
+    ("delimited before Parquet", "x.parquet", "t,a\n0,1\n1,2\n", None),
+    ("delimited before WAV", "x.wav", "t,a\n0,1\n1,2\n", None),
+    ("delimited before text logs", "x.log", "FMT, a\n0, 1\n1, 2\n", None),
+    ("Parquet by its first bytes", "noextension", b"PAR1\0\0\0\0", "a Parquet file"),
+    ("Parquet by its extension", "x.parquet", b"\xa3\x95\x80", "a Parquet file"),
+    ("binary log before WAV", "x.wav", b"\xa3\x95\x80", None),
+    ("text log by its first line", "x.txt", "FMT, 128, 89, FMT\nx\n", "an ArduPilot text log"),
+    ("WAV by its extension", "x.wav", b"RIFF", "a WAV file"),
+    ("nothing fits", "x.bin", b"\0\1\2", "File is not compatible with any built-in loaders or plugins"),
+    ("empty file", "x.csv", b"", "File is not compatible with any built-in loaders or plugins"),
+]
+
+
+@pytest.mark.parametrize(("name", "content", "error"), [row[1:] for row in ORDER], ids=[row[0] for row in ORDER])
+def test_reader_choice(tmp_path, name, content, error):
+    path = write(tmp_path / name, content)
+    if error is None:
+        kvalo.Container(path=path)
+    else:
+        with pytest.raises(Exception, match=error):
+            kvalo.Container(path=path)
+
+
+@pytest.mark.parametrize("kind", ["folder", "link", "pipe"])
+def test_only_regular_files_are_read(tmp_path, small, kind):
+    path = tmp_path / kind
+    {"folder": path.mkdir, "link": lambda: path.symlink_to(small), "pipe": lambda: os.mkfifo(path)}[kind]()
+    with pytest.raises(Exception, match="File is not compatible"):
+        kvalo.Container(path=str(path))
+
+
+@pytest.mark.parametrize(
+    ("content", "delimiter"),
+    [("t\ta,b\n0\t1,2\n1\t2,3\n", "tab"), ("t,a;b\n0,1\n1,2\n", ","), ("t;a\n0;1\n1;2\n", ";"), ("t|a\n0|1\n1|2\n", "|")],
+)
+def test_delimiters_are_tried_in_order(tmp_path, content, delimiter):
+    assert len(kvalo.Container(path=write(tmp_path / "data.csv", content))) == 1
+
+
+def test_a_failed_load_leaves_nothing(tmp_path, small):
+    keep = kvalo.Container(path=small)
+    before = len(kvalo.list(".*"))
+    for content in (b"\xa3\x95", b"\0", b"t,a\n"):
+        try:
+            kvalo.Container(path=write(tmp_path / "bad.csv", content))
+        except Exception:
+            pass
+        gc.collect()
+    assert len(kvalo.list(".*")) == before
+    del keep
+
+
+def test_gain_and_offset_hold_for_now_and_for_later_loads(small):
+    c = kvalo.Container(path=small)
+    c.a.load()
+    c.aypb(2, 1)
+    c.axpb(10, 0)
+    assert values(c.a) == [3.0, 5.0, 7.0]
+    assert values(c.b) == [9.0, 11.0, 13.0]
+    assert c.b[1] == (10.0, 11.0)
+    c.aypb(1, 1)  # current values are transformed again
+    assert values(c.a) == [4.0, 6.0, 8.0]
+    with pytest.raises(ValueError, match=r"Function 'aypb' takes 2 arguments \(1 given\)"):
+        c.aypb(1)
+
+
+def test_find_and_list(small):
+    c = kvalo.Container(path=small)
+    assert kvalo.find("a") is c.a
+    assert [s.get_main_name() for s in kvalo.list("a|b")] == ["a", "b"]
+    for call in (kvalo.find, kvalo.list):
+        with pytest.raises(Exception, match="No regular expression provided"):
+            call(3)
+        with pytest.raises(Exception, match="No regular expression provided"):
+            call(type("text", (str,), {})("a"))
+        with pytest.raises(Exception, match="Invalid regular expression: "):
+            call("(")
+        with pytest.raises(Exception, match=re.escape("No variable matched the regular expression x+y")):
+            call("x+y")
+        with pytest.raises(Exception, match="Invalid regular expression: "):
+            call("(" * 5000)
+
+
+def test_hostile_expressions_and_long_names_end(tmp_path):
+    long_name = "a" * 90_000
+    c = kvalo.Container(path=write(tmp_path / "f.csv", f"t,{long_name}\n0,1\n1,2\n"))
+    assert kvalo.find("a+") is c[long_name]
+    for expression in ("(a+)+b", "(a|aa)*c", r"(a)\1b"):
+        with pytest.raises(Exception, match="No variable matched"):
+            kvalo.find(expression)
+
+
+def test_nested_variables(data_folder):
+    c = kvalo.Container(path=str(data_folder / "flight" / "copter.bin"))
+    assert c.ATT.get_main_name() == "ATT"
+    assert c.ATT.flags & 0x8
+    assert c.ATT.Roll is c.ATT["Roll"] is c["ATT.Roll"]
+    assert c.ATT.Roll.get_full_name() == "ATT.Roll"
+    assert kvalo.find("ATT.Roll") is c.ATT.Roll
+    assert len(kvalo.list("Roll")) > 1
+    with pytest.raises(Exception, match="No variable matched"):
+        kvalo.list("ATT.Rol")
+    # Fields called alike in different messages are different series.
+    others = [s for s in kvalo.list("Roll") if s is not c.ATT.Roll]
+    assert all(s.get_full_name() != "ATT.Roll" for s in others)
+
+
+def test_merge_joins_recordings_in_time(tmp_path):
+    late = write(tmp_path / "late.csv", "t,a,c\n3,30,1\n4,40,2\n5,50,3\n")
+    early = write(tmp_path / "early.csv", "t,a,b\n0,0,7\n1,10,8\n2,20,9\n")
+    between = write(tmp_path / "between.csv", "t,a,d\n2.5,25,1\n3.5,35,1\n9,90,1\n")
+    c = kvalo.Container(path=late)
+    assert values(c.a) == [30.0, 40.0, 50.0]
+    c.merge(path=early)
+    assert (len(c), c.get_path()) == (3, [late, early])
+    assert values(c.a) == [0.0, 10.0, 20.0, 30.0, 40.0, 50.0]
+    assert values(c.b) == [7.0, 8.0, 9.0]
+    kvalo.merge(between)
+    assert values(c.a) == [0.0, 10.0, 20.0, 25.0, 30.0, 35.0, 40.0, 50.0, 90.0]
+    with pytest.raises(Exception, match="not found"):
+        c.merge("nowhere.csv")
+    assert len(c) == 4
+
+
+def test_merge_finds_a_container_by_few_names_and_find_by_ratio_by_half(tmp_path):
+    names = {f"v{i}": [1, 2, 3] for i in range(10)}
+    c = kvalo.Container(path=columns(tmp_path / "one.csv", v0=[1, 2, 3], other=[1, 2, 3]))
+    ten = columns(tmp_path / "ten.csv", **names)
+    assert kvalo.find_by_ratio(ten) is None
+    assert kvalo.find_by_ratio(ten, 0.1) is c
+    assert kvalo.find_by_ratio(path=ten, ratio=0) is c
+    assert kvalo.find_by_ratio("nowhere.csv") is None
+    alone = columns(tmp_path / "alone.csv", none_of_these=[1, 2, 3])
+    with pytest.raises(Exception, match="There's no container compatible with '.*alone.csv'"):
+        kvalo.merge(alone)
+    kvalo.merge(path=ten)
+    assert len(c) == 11
+
+
+def test_dropping_a_container_drops_its_variables(small):
+    c = kvalo.Container(path=small)
+    number = c.a.id64
+    del c
+    gc.collect()
+    with pytest.raises(ValueError, match="Invalid id"):
+        kvalo.TimeSeries(number, 0.0, 1.0)
+
+
+def test_an_invalid_time_vector_becomes_indexes_with_two_warnings(tmp_path, capfd):
+    c = kvalo.Container(path=write(tmp_path / "f.csv", "t,a\n0,1\n2,2\n1,3\n3,4\n"))
+    c.a.load()
+    assert np.asarray(c.a.xdata).tolist() == [0.0, 1.0, 2.0, 3.0]
+    printed = capfd.readouterr().out
+    assert "The source provided an invalid time vector\n" in printed
+    assert f"A strictly increasing vector of indexes will be used instead for file '{tmp_path / 'f.csv'}'\n" in printed
