@@ -266,6 +266,25 @@ TEST_F(ArduPilotBin, LoadsAGroupNameAsItsFirstField) {
   EXPECT_EQ(load(*open(small_log()), "BAR"), (Samples{{1500 * 0.001, 2500 * 0.001}, {1500, 2500}}));
 }
 
+TEST_F(ArduPilotBin, TheLastOfEqualNamesIsTheOneLoaded) {
+  auto reader =
+      open(Log().declare(A, 6, "X", "BBB", "Time,v,v").record(A, uint8_t{1}, uint8_t{2}, uint8_t{3}));
+  EXPECT_EQ(load(*reader, "X.v"), (Samples{{1}, {3}}));
+}
+
+// The group's name goes by its first field, which a record may hold without holding the time.
+TEST_F(ArduPilotBin, AGroupNameAndItsFirstFieldMayDifferInRecords) {
+  Log log;
+  log.declare(A, 9, "SEQ", "BBI", "Seq,v,TimeMS").record(A, uint8_t{1}, uint8_t{2}, 1000);
+  log.declare(A, 5, "SEQ", "BB", "Seq,v").record(A, uint8_t{3}, uint8_t{4});
+  auto reader = open(log);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(load(*reader, "SEQ"), (Samples{{1, 3}, {1, 3}}));
+    EXPECT_EQ(load(*reader, "SEQ.Seq"), (Samples{{1}, {1}}));
+    EXPECT_EQ(load(*reader, "SEQ.v"), (Samples{{1}, {2}}));
+  }
+}
+
 TEST_F(ArduPilotBin, RefusesUnknownNamesUnlessTolerated) {
   auto reader = open(small_log());
   EXPECT_THROW(load(*reader, "ATT.Yaw"), mirn3::exc::error_t);
