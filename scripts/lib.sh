@@ -86,10 +86,10 @@ ensure_venv() {
   printf '%s\n' "$wanted" >"$folder/.stamp"
 }
 
-# build PRESET: configures when needed and compiles into build/PRESET. The release build is also
-# installed into the environment; other presets install into build/PRESET/site.
+# build PRESET [TARGET]: configures when needed and compiles everything, or one target, into build/PRESET.
+# The release build is also installed into the environment; other presets install into build/PRESET/site.
 build() {
-  local preset=$1 folder=$repo/build/$1 site
+  local preset=$1 target=${2:-all} folder=$repo/build/$1 site
   local cache=$folder/CMakeCache.txt
   if [[ -f $cache ]] && ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$repo" "$cache"; then
     rm -rf "$folder" # the tree was moved or copied
@@ -99,17 +99,17 @@ build() {
     cmake --preset "$preset" -DPython_EXECUTABLE=$system_python
   fi
   say "Building $preset"
-  cmake --build "$folder"
+  cmake --build "$folder" --target "$target"
   [[ $preset == fuzz ]] && return 0
   site=$folder/site
   [[ $preset == release ]] && site=$site_packages
   cmake --install "$folder" --component python --prefix "$site" >/dev/null
 }
 
-# prepare PRESET: environment and build, with the tree locked meanwhile.
+# prepare PRESET [TARGET]: environment and build, with the tree locked meanwhile.
 prepare() {
   one_at_a_time
   ensure_venv "$venv" scripts/requirements.txt
-  build "$1"
+  build "$@"
   done_with_tree
 }
