@@ -76,8 +76,8 @@ double read_hexadecimal(const char* first, const char* last) noexcept {
     }
     magnitude = magnitude * 16 + static_cast<uint64_t>(digit);
   }
-  // A difference, as an integer has no negative zero.
-  return negative ? 0.0 - static_cast<double>(magnitude) : static_cast<double>(magnitude);
+  // The sign goes to the integer, which has no negative zero.
+  return static_cast<double>(static_cast<int64_t>(negative ? 0 - magnitude : magnitude));
 }
 
 }  // namespace mirn2::rd

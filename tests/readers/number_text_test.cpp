@@ -1,0 +1,124 @@
+// Number fields, one at a time and many at once, against the standard library.
+#include "readers/number_text.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <charconv>
+#include <cstdlib>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "readers/delimited_scan.h"
+
+namespace mirn2::rd {
+namespace {
+
+uint64_t bits(double value) { return std::bit_cast<uint64_t>(value); }
+
+double standard_number(const std::string& text) {
+  double value = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+  return result.ec == std::errc() ? value : std::numeric_limits<double>::quiet_NaN();
+}
+
+// A text of one of the shapes that fields have, right and wrong ones.
+std::string any_text(std::mt19937_64& random) {
+  const auto below = [&](size_t n) { return static_cast<size_t>(random() % n); };
+  const auto digits = [&](size_t most) {
+    std::string text;
+    for (size_t n = below(most + 1); n != 0; --n) text += static_cast<char>('0' + below(10));
+    return text;
+  };
+  std::string text = below(3) == 0 ? "-" : "";
+  switch (below(8)) {
+    case 0:
+      return text + digits(20);
+    case 1:
+      return text + digits(4) + "." + digits(14);
+    case 2:
+      return text + digits(3) + "." + digits(20) + "e" + (below(2) != 0 ? "-" : "") + digits(3);
+    case 3: {
+      char shortest[32];
+      const double value = std::bit_cast<double>(random());
+      return {shortest, std::to_chars(shortest, shortest + sizeof shortest, value).ptr};
+    }
+    case 4: {
+      constexpr std::string_view characters = "0123456789.-+eExX ainfNAIF\"";
+      for (size_t n = below(18); n != 0; --n) text += characters[below(characters.size())];
+      return text;
+    }
+    case 5:
+      return text +
+             std::vector<std::string>{"inf", "nan", "Infinity", "NaN(x)", "in", "-1", "+1", " 1"}[below(8)];
+    default:
+      return text + digits(5) + "." + digits(6);
+  }
+}
+
+TEST(NumberText, ReadsWhatFromCharsReads) {
+  std::mt19937_64 random(301);
+  for (int i = 0; i < 300000; ++i) {
+    const std::string text = any_text(random);
+    const double read = read_number(text.data(), text.data() + text.size());
+    ASSERT_EQ(bits(read), bits(standard_number(text))) << "'" << text << "'";
+  }
+}
+
+TEST(NumberText, RowsOfNumbersReadTheSame) {
+  std::mt19937_64 random(302);
+  constexpr size_t fields = 5;
+  for (int round = 0; round < 300; ++round) {
+    std::string text;
+    std::vector<uint32_t> starts;
+    std::vector<std::string> expected;
+    for (int row = 0; row < 100; ++row) {
+      starts.push_back(static_cast<uint32_t>(text.size()));
+      for (size_t k = 0; k < fields; ++k) {
+        expected.push_back(any_text(random));
+        text += expected.back() + (k + 1 < fields ? ',' : '\n');
+      }
+    }
+    const size_t size = text.size();
+    text += std::string(1000, ' ');
+    for (const scan::Level level : {scan::Level::plain, scan::best_level()}) {
+      std::vector<std::vector<double>> columns(fields, std::vector<double>(starts.size()));
+      std::vector<double*> out;
+      for (auto& column : columns) out.push_back(column.data());
+      std::vector<uint64_t> odd(fields);
+      scan::read_numbers(level, {.span = {.base = text.data(),
+                                          .starts = starts.data(),
+                                          .rows = starts.size(),
+                                          .last_end = text.data() + size - 1,
+                                          .readable = text.data() + text.size()},
+                                 .fields = fields,
+                                 .out = out.data(),
+                                 .odd = odd.data()});
+      for (size_t i = 0; i < expected.size(); ++i) {
+        const double read = columns[i % fields][i / fields];
+        if (expected[i].empty()) {
+          ASSERT_TRUE(scan::is_missing(read));
+        } else {
+          ASSERT_EQ(bits(read), bits(standard_number(expected[i]))) << "'" << expected[i] << "'";
+        }
+      }
+    }
+  }
+}
+
+TEST(NumberText, ReadsHexadecimalAsStrtollDoes) {
+  std::mt19937_64 random(303);
+  constexpr std::string_view characters = "0123456789abcdefABCDEFxX+- \tg";
+  for (int i = 0; i < 100000; ++i) {
+    std::string text = random() % 2 != 0 ? "0x" : "";
+    for (size_t n = random() % 20; n != 0; --n) text += characters[random() % characters.size()];
+    const auto expected = static_cast<double>(std::strtoll(text.c_str(), nullptr, 16));
+    ASSERT_EQ(bits(read_hexadecimal(text.data(), text.data() + text.size())), bits(expected))
+        << "'" << text << "'";
+  }
+}
+
+}  // namespace
+}  // namespace mirn2::rd
