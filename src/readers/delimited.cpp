@@ -194,32 +194,49 @@ void read_times(const Rows& rows, char delimiter, int32_t type, bool only_unread
   });
 }
 
-// Reads fields first ... first + outputs.size() - 1 of every row in one walk over the file. Returns how
-// many values of each are missing or unread.
-std::vector<uint64_t> read_number_fields(const Rows& rows, uint64_t first, char delimiter, bool time_first,
-                                         const std::vector<double*>& outputs, uint32_t* left_at,
-                                         uint64_t& left_before) {
-  const bool goes_on = left_before != 0 && left_before <= first;
-  const uint64_t from_column = std::exchange(left_before, 0);
+// Which fields one walk over the file reads, and where they go.
+struct Walk {
+  uint64_t first = 0;            // the first column; the others follow it
+  std::vector<double*> outputs;  // of the columns, by row
+  double* time = nullptr;        // of the time column; null: it is not wanted
+};
+
+// Reads the fields of every row, and the time where wanted. Returns
+// how many values of each column are missing and, last, how many times are unread.
+std::vector<uint64_t> read_number_fields(const Rows& rows, char delimiter, const Walk& walk,
+                                         uint32_t* left_at, uint64_t& left_before) {
+  uint64_t from_column = std::exchange(left_before, 0);
+  bool goes_on = from_column != 0 && from_column <= walk.first;
+  if (walk.time != nullptr) {
+    goes_on = true;
+    from_column = 1;
+  }
+  const size_t fields = walk.outputs.size();
   std::vector<std::array<uint64_t, scan::most_fields>> odd(rows.pieces());
   rows.for_each_piece([&](size_t piece) {
     const uint64_t row = rows.first_row_of(piece);
+    scan::NumberPass pass{.span = rows.span(piece), .delimiter = delimiter, .to = left_at + row};
+    if (walk.time != nullptr) {
+      double* time = walk.time + row;
+      pass.time_first = true;
+      pass.out = &time;
+      pass.odd = &odd[piece][fields];
+      scan::read_numbers(scan::best_level(), pass);
+    }
     std::array<double*, scan::most_fields> out{};
-    for (size_t k = 0; k < outputs.size(); ++k) out[k] = outputs[k] + row;
-    scan::read_numbers(scan::best_level(), {.span = rows.span(piece),
-                                            .delimiter = delimiter,
-                                            .column = first,
-                                            .fields = outputs.size(),
-                                            .time_first = time_first,
-                                            .from = goes_on ? left_at + row : nullptr,
-                                            .from_column = from_column,
-                                            .to = left_at + row,
-                                            .out = out.data(),
-                                            .odd = odd[piece].data()});
+    for (size_t k = 0; k < fields; ++k) out[k] = walk.outputs[k] + row;
+    pass.column = walk.first;
+    pass.fields = fields;
+    pass.time_first = false;
+    pass.from = goes_on ? left_at + row : nullptr;
+    pass.from_column = from_column;
+    pass.out = out.data();
+    pass.odd = odd[piece].data();
+    scan::read_numbers(scan::best_level(), pass);
   });
-  left_before = first + outputs.size();
+  left_before = walk.first + fields;
 
-  std::vector<uint64_t> totals(outputs.size());
+  std::vector<uint64_t> totals(fields + 1);
   for (const auto& counts : odd) {
     for (size_t k = 0; k < totals.size(); ++k) totals[k] += counts[k];
   }
@@ -298,12 +315,8 @@ void ReaderDelimited::load(rto_t& request) {
     return c < learned->types.size() ? learned->types[c] : ValueType::number;
   };
 
-  if (column == learned->last_column + 1) {
-    // In order: the run goes on.
-  } else if (column != learned->last_column) {
-    learned->ahead = 0;
-  }
-  const bool in_order = column == learned->last_column + 1 && learned->last_column != 0;
+  const bool in_order = learned->last_column != 0 && column == learned->last_column + 1;
+  if (!in_order && column != learned->last_column) learned->ahead = 0;
   learned->last_column = column;
 
   const auto read_ahead = [&] {
@@ -335,23 +348,22 @@ void ReaderDelimited::load(rto_t& request) {
       learned->charge.add(count * sizeof(uint32_t));
       learned->left_at = std::make_unique_for_overwrite<uint32_t[]>(count);
     }
-    const bool with_time = column == 1 && !learned->has_time && time_type == mirn3::utc::seconds;
-    std::vector<double*> outputs;
+    Walk walk{.first = column, .outputs = {}};
+    const bool with_time = !learned->has_time && time_type == mirn3::utc::seconds;
     if (with_time) {
       make_time();
-      outputs.push_back(learned->time.data());
+      walk.time = learned->time.data();
     }
     std::vector<Column> made(columns);
     for (Column& one : made) {
       one.values = make_samples(row_capacity, count);
-      outputs.push_back(one.values.data());
+      walk.outputs.push_back(one.values.data());
     }
     const std::vector<uint64_t> odd =
-        read_number_fields(rows, with_time ? 0 : column, delimiter, with_time, outputs,
-                           learned->left_at.get(), learned->left_before);
-    if (with_time) finish_time(odd[0]);
+        read_number_fields(rows, delimiter, walk, learned->left_at.get(), learned->left_before);
+    if (with_time) finish_time(odd.back());
     for (size_t k = 0; k < columns; ++k) {
-      made[k].missing = odd[k + with_time];
+      made[k].missing = odd[k];
       if (k != 0) learned->ready[column + k] = std::move(made[k]);
     }
     return std::move(made[0]);

@@ -62,7 +62,7 @@ struct RowSpan {
 constexpr uint32_t row_is_over = 0xffffffff;
 constexpr uint32_t row_is_too_long = 0xfffffffe;
 
-constexpr size_t most_fields = 33;  // the time and 32 columns
+constexpr size_t most_fields = 33;
 
 // What stands in an output where a row had no value. No number reads as these NaNs.
 constexpr uint64_t missing_bits = 0x7ff8'6d69'7373'696e;
