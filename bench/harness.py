@@ -3,7 +3,7 @@
 Import this before any contender: it pins the process and sets the thread counts that libraries read when
 they are loaded. A benchmark first checks that all contenders agree, then measures them in turns, so that
 whatever else the machine does hits everyone alike. The figure of a contender is its best round; the median
-is printed beside it as a hint how calm the machine was. Nothing is ever asserted about a time.
+and the first round are printed beside it as a hint how calm the machine was. No time is ever asserted.
 """
 
 import gc
@@ -76,9 +76,11 @@ class Row:
 class Timing:
     best: float
     median: float
+    first: float  # with whatever is still cold: memory from the system, caches of the processor
 
     def __str__(self) -> str:
-        return f"best {self.best * 1e3:.1f} ms, median {self.median * 1e3:.1f} ms"
+        times = {"best": self.best, "median": self.median, "first": self.first}
+        return ", ".join(f"{name} {seconds * 1e3:.1f} ms" for name, seconds in times.items())
 
 
 def measure(contenders: dict[str, Callable[[], object]], rounds: int = 5) -> dict[str, Timing]:
@@ -91,7 +93,7 @@ def measure(contenders: dict[str, Callable[[], object]], rounds: int = 5) -> dic
             result = run()
             taken[name].append(time.perf_counter() - start)
             del result
-    timings = {name: Timing(min(times), statistics.median(times)) for name, times in taken.items()}
+    timings = {name: Timing(min(times), statistics.median(times), times[0]) for name, times in taken.items()}
     width = max(map(len, timings))
     for name, timing in timings.items():
         print(f"  {name:<{width}}  {timing}")
