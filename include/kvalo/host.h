@@ -101,7 +101,7 @@ struct dto_exit_t {
 // Settings and small commands: "app_info", "app_selfie", "misc_set", "misc_reset", "misc_close",
 // "misc_bookmark".
 struct dto_misc_t {
-  uint32_t key;              // name_hash of the parameter's name
-  mirn3::var_t values[2];    // unused ones stay empty
+  uint32_t key;            // name_hash of the parameter's name
+  mirn3::var_t values[2];  // unused ones stay empty
   char text[1024];
 };

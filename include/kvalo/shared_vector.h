@@ -37,11 +37,11 @@ MIRN3_API uint64_t digest(const double* samples, size_t n) noexcept;
 struct MIRN3_API BufferDeleter {
   enum class Origin : uint8_t { pool, heap };
 
-  size_t n = 0;                   // elements charged
-  Origin origin = Origin::pool;   // allocate_samples, or malloc by whoever handed it over
-  bool modified = false;          // samples differ from what the source would give again
-  bool watched = false;           // handed out writable; `seen` tells whether it was written
-  uint64_t seen = 0;              // digest at the time of handing out
+  size_t n = 0;                  // elements charged
+  Origin origin = Origin::pool;  // allocate_samples, or malloc by whoever handed it over
+  bool modified = false;         // samples differ from what the source would give again
+  bool watched = false;          // handed out writable; `seen` tells whether it was written
+  uint64_t seen = 0;             // digest at the time of handing out
   size_t seen_size = 0;
 
   void operator()(double* buffer) const noexcept;

@@ -34,8 +34,8 @@ Request parse(PyObject* args, PyObject* kwargs) {
   static const char* keywords[] = {"path", "delimiter", "step", "tini", "tend", "src", nullptr};
   Request request;
   int delimiter = 0;
-  if (!PyArg_ParseTupleAndKeywords(args, kwargs, "sCdddO", const_cast<char**>(keywords), &request.path, &delimiter,
-                                   &request.grid.step, &request.grid.tini, &request.grid.tend,
+  if (!PyArg_ParseTupleAndKeywords(args, kwargs, "sCdddO", const_cast<char**>(keywords), &request.path,
+                                   &delimiter, &request.grid.step, &request.grid.tini, &request.grid.tend,
                                    &request.source)) {
     throw python_error();
   }
@@ -70,7 +70,8 @@ std::vector<Column> selection_of_list(PyObject* list) {
       fail(PyExc_TypeError, "Elements of the list must be tuples (kvalo.TimeSeries, title)");
     }
     TimeSeriesObject* series = series_argument(PyTuple_GET_ITEM(element, 0));
-    columns.push_back({Ref::share(PyTuple_GET_ITEM(element, 0)), title_argument(PyTuple_GET_ITEM(element, 1)), {}, {}, {}});
+    columns.push_back(
+        {Ref::share(PyTuple_GET_ITEM(element, 0)), title_argument(PyTuple_GET_ITEM(element, 1)), {}, {}, {}});
     if (const TimeSeries* record = record_of(series)) add_children(columns, *record);
   }
   return columns;
@@ -98,7 +99,8 @@ void check_grid(const kernels::Grid& grid) {
   }
   if (!kernels::grid_advances(grid.tini, grid.step, grid.tend)) {
     fail(PyExc_ValueError,
-         "Step ({:g}), start time ({:g}) and end time ({:g}) must be finite, and the step large enough to move "
+         "Step ({:g}), start time ({:g}) and end time ({:g}) must be finite, and the step large enough to "
+         "move "
          "the time at both ends",
          grid.step, grid.tini, grid.tend);
   }

@@ -26,7 +26,8 @@ bool is_written_directly(const fs::path& path) {
 }
 
 fs::path temporary_name(const fs::path& path) {
-  return path.parent_path() / fmt::format(".{}.{}", path.filename().string(), mirn3::str::random(random_length));
+  return path.parent_path() /
+         fmt::format(".{}.{}", path.filename().string(), mirn3::str::random(random_length));
 }
 
 }  // namespace

@@ -32,34 +32,45 @@ class Expression {
       fail(PyExc_Exception, "Invalid regular expression: {:s}", "longer than 1000 characters");
     }
     try {
-      regex_.assign(text, std::regex::ECMAScript | std::regex_constants::__polynomial);
-      return;
+      compile(text, std::regex::ECMAScript | std::regex_constants::__polynomial);
     } catch (const std::regex_error& error) {
-      if (error.code() != std::regex_constants::error_complexity) {
-        fail(PyExc_Exception, "Invalid regular expression: {:s}", error.what());
-      }
-    }
-    try {
-      regex_.assign(text, std::regex::ECMAScript);
+      if (error.code() != std::regex_constants::error_complexity) refuse(error);
       recursive_ = true;
+    }
+    if (!recursive_) return;
+    try {
+      compile(text, std::regex::ECMAScript);
     } catch (const std::regex_error& error) {
-      fail(PyExc_Exception, "Invalid regular expression: {:s}", error.what());
+      refuse(error);
     }
   }
 
   bool matches_whole(const std::string& name) const {
-    return is_safe(name) && std::regex_match(name, regex_);
+    return is_safe(name) && std::regex_match(name, whole_);
   }
-  bool is_found_in(const std::string& name) const { return is_safe(name) && std::regex_search(name, regex_); }
+  bool is_found_in(const std::string& name) const {
+    return is_safe(name) && std::regex_match(name, anywhere_);
+  }
 
  private:
+  // Searching is matching with anything around: std::regex_search would start anew at every character.
+  void compile(const std::string& text, std::regex::flag_type flags) {
+    whole_.assign(text, flags);
+    anywhere_.assign("[\\s\\S]*(?:" + text + ")[\\s\\S]*", flags);
+  }
+
+  [[noreturn]] static void refuse(const std::regex_error& error) {
+    fail(PyExc_Exception, "Invalid regular expression: {:s}", error.what());
+  }
+
   bool is_safe(const std::string& name) const {
     constexpr size_t longest_name = 100'000;
     constexpr size_t longest_recursive = 2'000;
     return name.size() <= (recursive_ ? longest_recursive : longest_name);
   }
 
-  std::regex regex_;
+  std::regex whole_;
+  std::regex anywhere_;
   bool recursive_ = false;
 };
 
@@ -110,7 +121,8 @@ std::shared_ptr<TimeSeries> Bank::find(const std::string& text) const {
   const Expression expression(text);
   const std::lock_guard guard(lock_);
   for (const auto& [id, series] : variables_) {
-    if (expression.matches_whole(series->main_name) || expression.is_found_in(series->full_name)) return series;
+    if (expression.matches_whole(series->main_name) || expression.is_found_in(series->full_name))
+      return series;
   }
   return nullptr;
 }

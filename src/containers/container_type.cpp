@@ -136,8 +136,8 @@ int container_init(PyObject* object, PyObject* args, PyObject* kwargs) {
         ContainerRequest request;
         unsigned char realtime = 0;
         unsigned int samples = 300;
-        if (!PyArg_ParseTupleAndKeywords(args, kwargs, "|ssddbI", const_cast<char**>(keywords), &path, &plugin,
-                                         &request.tini, &request.tend, &realtime, &samples)) {
+        if (!PyArg_ParseTupleAndKeywords(args, kwargs, "|ssddbI", const_cast<char**>(keywords), &path,
+                                         &plugin, &request.tini, &request.tend, &realtime, &samples)) {
           throw python_error();
         }
         if (request.tini >= request.tend) {
@@ -200,14 +200,17 @@ PyObject* container_get_path(PyObject* object, PyObject*) {
     if (self->container == nullptr) return paths.release();
     for (const auto& reader : (*self->container)->readers()) {
       const std::string path = source_path(*reader).string();
-      const Ref text = checked(PyUnicode_DecodeFSDefaultAndSize(path.data(), static_cast<Py_ssize_t>(path.size())));
+      const Ref text =
+          checked(PyUnicode_DecodeFSDefaultAndSize(path.data(), static_cast<Py_ssize_t>(path.size())));
       if (PyList_Append(paths.get(), text.get()) < 0) throw python_error();
     }
     return paths.release();
   });
 }
 
-PyObject* container_get_size(PyObject* object, PyObject*) { return PyLong_FromSsize_t(container_length(object)); }
+PyObject* container_get_size(PyObject* object, PyObject*) {
+  return PyLong_FromSsize_t(container_length(object));
+}
 
 struct AxisOf {
   AxisScale TimeSeries::*scale;
@@ -293,7 +296,8 @@ ContainerObject* as_container(PyObject* object) noexcept {
 }
 
 void merge_file(ContainerObject* self, const std::string& path) {
-  if (self->container == nullptr) fail(PyExc_Exception, "The container is empty: there is nothing to merge into");
+  if (self->container == nullptr)
+    fail(PyExc_Exception, "The container is empty: there is nothing to merge into");
   const std::shared_ptr<Container> container = *self->container;
   container->insert_reader(create_reader_from_file(path), true);
   post_init(self);

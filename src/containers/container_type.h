@@ -20,8 +20,7 @@ struct ContainerRequest {
 };
 
 struct ContainerObject {
-  PyObject_HEAD
-  PyObject* dict;  // __dict__: one attribute per variable
+  PyObject_HEAD PyObject* dict;  // __dict__: one attribute per variable
   uint64_t id64;
   uint64_t flags;
   ContainerRequest* request;

@@ -46,8 +46,8 @@ struct Candidate {
 // A format that is recognised in its place, for which there is no reader in this version.
 template <typename Format>
 ReaderPtr not_yet(const Candidate& candidate, Format format) {
-  throw error_t(fmt::format("'{:s}' is {:s}, which this version cannot read yet", candidate.path.string(),
-                            format));
+  throw error_t(
+      fmt::format("'{:s}' is {:s}, which this version cannot read yet", candidate.path.string(), format));
 }
 
 // HDF5 files carry their signature at offset 0 or at a power of two from 512 on.
@@ -56,7 +56,8 @@ bool is_hdf5(const Candidate& candidate) {
   std::ifstream file(candidate.path, std::ios::binary);
   std::array<char, 8> bytes;
   for (uint64_t offset = 0;; offset = offset == 0 ? 512 : offset * 2) {
-    if (!file.seekg(static_cast<std::streamoff>(offset)) || !file.read(bytes.data(), bytes.size())) return false;
+    if (!file.seekg(static_cast<std::streamoff>(offset)) || !file.read(bytes.data(), bytes.size()))
+      return false;
     if (std::string_view(bytes.data(), bytes.size()) == signature) return true;
   }
 }
@@ -64,7 +65,8 @@ bool is_hdf5(const Candidate& candidate) {
 bool first_line_has_fmt(const Candidate& candidate) {
   const std::string text = candidate.head(4096);
   const std::string_view line = std::string_view(text).substr(0, text.find('\n'));
-  return std::string_view(line.data(), strnlen(line.data(), line.size())).find("FMT, ") != std::string_view::npos;
+  return std::string_view(line.data(), strnlen(line.data(), line.size())).find("FMT, ") !=
+         std::string_view::npos;
 }
 
 ReaderPtr archive(const Candidate& candidate) {

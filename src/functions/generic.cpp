@@ -19,8 +19,8 @@ PyObject* builtin_generic(PyObject* args, std::string_view name, std::string_vie
     const Operand operand(series_argument(argument));
     Ref result = make_result(operand.size());
     TimeSeriesObject* series = as_series(result.get());
-    set_script(series, fmt::format("kvalo.{:s}({:s}{:s}{:s})", name, operand.name(), options.empty() ? "" : ", ",
-                                   options));
+    set_script(series, fmt::format("kvalo.{:s}({:s}{:s}{:s})", name, operand.name(),
+                                   options.empty() ? "" : ", ", options));
     Samples& x = *axis_of(series->xdata);
     Samples& y = *axis_of(series->ydata);
     without_gil([&] {

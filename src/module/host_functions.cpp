@@ -47,7 +47,8 @@ PyObject* selfie(PyObject*, PyObject* args, PyObject* kwargs) {
     auto record = std::make_shared<dto_misc_t>();
     const size_t length = std::strlen(path);
     if (length >= sizeof(record->text)) {
-      fail(PyExc_ValueError, "The path must be shorter than {:d} bytes ({:d} given)", sizeof(record->text), length);
+      fail(PyExc_ValueError, "The path must be shorter than {:d} bytes ({:d} given)", sizeof(record->text),
+           length);
     }
     record->key = ilc::name_hash("path");
     std::memcpy(record->text, path, length + 1);

@@ -13,8 +13,7 @@ namespace mirn2 {
 using Samples = mirn3::shared_vector<double>;
 
 struct ArrayObject {
-  PyObject_HEAD
-  uint64_t aux;      // carried along by copies, not interpreted
+  PyObject_HEAD uint64_t aux;  // carried along by copies, not interpreted
   Samples data;
   Py_ssize_t views;  // buffer views that are held now
 };

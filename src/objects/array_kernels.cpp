@@ -18,9 +18,12 @@ double apply(Logic op, double a, double b) {
   const bool p = a != 0.0;
   const bool q = b != 0.0;
   switch (op) {
-    case Logic::conjunction: return p && q ? 1.0 : 0.0;
-    case Logic::disjunction: return p || q ? 1.0 : 0.0;
-    case Logic::exclusive: return p != q ? 1.0 : 0.0;
+    case Logic::conjunction:
+      return p && q ? 1.0 : 0.0;
+    case Logic::disjunction:
+      return p || q ? 1.0 : 0.0;
+    case Logic::exclusive:
+      return p != q ? 1.0 : 0.0;
   }
   return 0.0;
 }

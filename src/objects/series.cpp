@@ -104,9 +104,8 @@ LoadedSamples LoadPlan::run() const {
   if (parts.size() == 1) {
     samples = std::move(parts.front());
   } else if (parts.size() > 1) {
-    std::ranges::stable_sort(parts, [](const LoadedSamples& a, const LoadedSamples& b) {
-      return is_earlier(a.x[0], b.x[0]);
-    });
+    std::ranges::stable_sort(
+        parts, [](const LoadedSamples& a, const LoadedSamples& b) { return is_earlier(a.x[0], b.x[0]); });
     samples = join(parts);
   }
   apply(x_scale_, samples.x);

@@ -42,7 +42,7 @@ class TimeSeries {
   uint64_t last_load = 0;             // stamp of the last load: the oldest make room first
   double tini = earliest_time;        // the time range it was opened with
   double tend = latest_time;
-  mirn3::shared_vector<double> x;     // loaded samples
+  mirn3::shared_vector<double> x;  // loaded samples
   mirn3::shared_vector<double> y;
   std::vector<std::shared_ptr<rd::Reader>> readers;
   std::vector<std::weak_ptr<TimeSeries>> children;

@@ -126,7 +126,8 @@ bool unload(TimeSeries& record, std::vector<Ref>& dropped) {
       if (axis == nullptr) continue;
       const ArrayObject* array = as_array(axis);
       // An Array that somebody else holds, or that a view looks into, keeps its samples.
-      if (array == nullptr || Py_REFCNT(axis) > 1 || array->views > 0 || array->data.is_modified()) return false;
+      if (array == nullptr || Py_REFCNT(axis) > 1 || array->views > 0 || array->data.is_modified())
+        return false;
     }
   }
   for (TimeSeriesObject* object : record.shown_by) {
@@ -155,7 +156,8 @@ void forget_samples(TimeSeries& record) {
   }
 }
 
-void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale, Samples TimeSeries::*axis, AxisScale value) {
+void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale, Samples TimeSeries::*axis,
+                AxisScale value) {
   Samples& samples = record.*axis;
   const bool is_second = !(record.*scale).is_identity();
   record.*scale = value;

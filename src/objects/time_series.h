@@ -13,11 +13,10 @@
 namespace mirn2 {
 
 struct TimeSeriesObject {
-  PyObject_HEAD
-  PyObject* dict;                       // __dict__: child series are attributes
-  uint64_t id64;                        // key of the record in the registry
+  PyObject_HEAD PyObject* dict;  // __dict__: child series are attributes
+  uint64_t id64;                 // key of the record in the registry
   uint64_t flags;
-  PyObject* xdata;                      // kvalo.Array, or null when not loaded; scripts may put anything here
+  PyObject* xdata;  // kvalo.Array, or null when not loaded; scripts may put anything here
   PyObject* ydata;
   std::shared_ptr<TimeSeries>* source;  // the record shown, kept alive; null for a series built by a script
   char* script;                         // creation script, from malloc
@@ -80,8 +79,8 @@ bool unload(TimeSeries& record, std::vector<Ref>& dropped);
 void forget_samples(TimeSeries& record);
 
 // Gives a record a gain and an offset for one axis and applies them to the samples that are loaded.
-void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale, mirn3::shared_vector<double> TimeSeries::*axis,
-                AxisScale value);
+void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale,
+                mirn3::shared_vector<double> TimeSeries::*axis, AxisScale value);
 
 // The name of a series where a text is built from it: the record's main name when it has one, else
 // the creation script.

@@ -168,11 +168,20 @@ int series_init(PyObject* object, PyObject* args, PyObject*) {
         leave_record(self);  // a second __init__ starts over
         PyObject* const* items = &PyTuple_GET_ITEM(args, 0);
         switch (PyTuple_GET_SIZE(args)) {
-          case 0: register_as(self, mirn3::str::random(random_name_length)); break;
-          case 1: init_from_one(self, items[0]); break;
-          case 2: init_from_sequences(self, items[0], items[1]); break;
-          case 3: init_from_id(self, items[0], items[1], items[2]); break;
-          default: fail(PyExc_ValueError, "Constructor does not take more than three arguments");
+          case 0:
+            register_as(self, mirn3::str::random(random_name_length));
+            break;
+          case 1:
+            init_from_one(self, items[0]);
+            break;
+          case 2:
+            init_from_sequences(self, items[0], items[1]);
+            break;
+          case 3:
+            init_from_id(self, items[0], items[1], items[2]);
+            break;
+          default:
+            fail(PyExc_ValueError, "Constructor does not take more than three arguments");
         }
         return 0;
       },
@@ -331,7 +340,7 @@ PyObject* series_tag(PyObject* object, PyObject* args) {
     PyObject* argument = PyTuple_GET_ITEM(args, 0);
     if (!is_number(argument)) fail(PyExc_ValueError, "Argument must be a numeric value");
     const std::string text = mirn3::tag::get(record->main_name, number_argument(argument, ""));
-    return to_unicode(text.empty() ? "n/a" : text);
+    return to_unicode(text.empty() ? "n/a" : mirn3::str::to_utf8(text));
   });
 }
 
@@ -404,10 +413,8 @@ PyMethodDef series_methods[] = {
     {"get_fs", series_get_fs, METH_NOARGS, "Return estimated sampling frequency in hertz"},
     {"get_ts", series_get_ts, METH_NOARGS, "Return estimated sampling period in seconds"},
     {"get_script", series_get_script, METH_NOARGS, "Return re-built creation script [beta]"},
-    {"axpb", later<"TimeSeries.axpb">, METH_VARARGS,
-     "Apply gain and offset to x-axis values, as in A*X + B"},
-    {"aypb", later<"TimeSeries.aypb">, METH_VARARGS,
-     "Apply gain and offset to y-axis values, as in A*Y + B"},
+    {"axpb", later<"TimeSeries.axpb">, METH_VARARGS, "Apply gain and offset to x-axis values, as in A*X + B"},
+    {"aypb", later<"TimeSeries.aypb">, METH_VARARGS, "Apply gain and offset to y-axis values, as in A*Y + B"},
     {"avg", later<"TimeSeries.avg">, METH_NOARGS,
      "Return kvalo.TimeSeries' average value. The logic uses ZOH to interpolate between samples"},
     {"max", later<"TimeSeries.max">, METH_NOARGS, "Return kvalo.TimeSeries' maximum y-value"},
@@ -431,8 +438,7 @@ PyMethodDef series_methods[] = {
     {"pattern", later<"TimeSeries.pattern">, METH_VARARGS, "Detect pattern and return flags"},
     {"slice", with_keywords(unavailable_ternary<"TimeSeries.slice">), METH_VARARGS | METH_KEYWORDS,
      "Extract subsequence delimited by time arguments"},
-    {"sort", later<"TimeSeries.sort">, METH_NOARGS,
-     "Sort samples chronologically (i.e. by x-axis values)"},
+    {"sort", later<"TimeSeries.sort">, METH_NOARGS, "Sort samples chronologically (i.e. by x-axis values)"},
     {nullptr, nullptr, 0, nullptr},
 };
 

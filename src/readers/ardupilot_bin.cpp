@@ -18,6 +18,7 @@
 #include "runtime/log.h"
 #include "runtime/mem.h"
 #include "runtime/par.h"
+#include "runtime/str.h"
 #include "runtime/tag.h"
 
 namespace mirn2::rd {
@@ -179,23 +180,14 @@ void decode_text(const Pass& pass, const Column& column, Tags& tags) {
   }
 }
 
-void save_tags() {
-  try {
-    mirn3::tag::save();
-  } catch (const mirn3::exc::error_t& failure) {
-    // The numbers hold for this session, and the next save writes them with its own.
-    mirn3::log::write(mirn3::log::warning, failure.what());
-  }
-}
-
 // Splits at commas; a line end ends the text.
 std::vector<std::string> split_labels(std::string_view text) {
   text = text.substr(0, text.find_first_of("\r\n"));
   std::vector<std::string> labels;
   for (size_t comma; (comma = text.find(',')) != std::string_view::npos; text.remove_prefix(comma + 1)) {
-    labels.emplace_back(text.substr(0, comma));
+    labels.push_back(mirn3::str::to_utf8(text.substr(0, comma)));
   }
-  labels.emplace_back(text);
+  labels.push_back(mirn3::str::to_utf8(text));
   return labels;
 }
 
@@ -336,7 +328,7 @@ void ReaderArduPilotBIN::scan() {
     if (time == message.labels.end()) continue;
     message.time_field = static_cast<uint64_t>(time - message.labels.begin());
 
-    const std::string name(ardupilot::fixed_text(format.name));
+    const std::string name = mirn3::str::to_utf8(ardupilot::fixed_text(format.name));
     VariableNode& group = root.children.emplace_back(VariableNode{name, name, {}});
     places[name] = {.type = type};
     for (uint64_t k = 0; k < message.labels.size(); ++k) {

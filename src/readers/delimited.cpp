@@ -16,6 +16,7 @@
 #include "runtime/log.h"
 #include "runtime/mem.h"
 #include "runtime/par.h"
+#include "runtime/str.h"
 #include "runtime/tag.h"
 #include "runtime/utc.h"
 
@@ -272,7 +273,7 @@ void ReaderDelimited::scan() {
 
   root_.children.reserve(header.titles.size());
   for (size_t i = 0; i < header.titles.size(); ++i) {
-    const std::string& title = header.titles[i];
+    const std::string title = mirn3::str::to_utf8(header.titles[i]);
     root_.children.push_back({.name = title, .full_name = title, .children = {}});
     index_[title] = i + 1;
   }
@@ -404,7 +405,7 @@ void ReaderDelimited::load(rto_t& request) {
   request.x = std::move(x);
   request.y = std::move(values.values);
   check_time_vector(*this, request.x.span());
-  if (type == ValueType::text) mirn3::tag::save();
+  if (type == ValueType::text) save_tags();
 
   if (values.missing != 0 || rows.has_unfinished_row()) {
     mirn3::log::write(

@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/python.h"
+#include "runtime/tag.h"
 
 namespace mirn2::rd {
 
@@ -41,6 +43,14 @@ void check_time_vector(const Reader& reader, std::span<double> x) {
   warn("The source provided an invalid time vector");
   warn(fmt::format("A strictly increasing vector of indexes will be used instead for file '{:s}'",
                    reader.path().string()));
+}
+
+void save_tags() {
+  try {
+    mirn3::tag::save();
+  } catch (const mirn3::exc::error_t& failure) {
+    mirn3::log::write(mirn3::log::warning, failure.what());
+  }
 }
 
 void warn(std::string_view text) {

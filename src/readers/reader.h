@@ -80,6 +80,10 @@ std::string compose_name(std::string_view prefix, std::string_view name);
 // Otherwise all of x becomes 0, 1, 2, ... and two warnings are reported. An empty x stays.
 void check_time_vector(const Reader& reader, std::span<double> x);
 
+// Saves the tags that a load created. A store that cannot be written is no reason to lose the load: the
+// log says so, the numbers hold for this session, and the next save writes them with its own.
+void save_tags();
+
 // Reports a warning: to the log at severity 2 and to the script's standard output.
 void warn(std::string_view text);
 

@@ -1,9 +1,9 @@
 #include "runtime/ilc.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <algorithm>
 #include <string>
 #include <utility>
 

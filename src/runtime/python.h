@@ -16,69 +16,69 @@ namespace mirn3::python {
 using object = void*;
 
 // name, result, arguments; in the order in which the module fills them.
-#define MIRN3_PYTHON_TABLE(F, D)                                              \
-  F(Py_DecRef, void, (object))                                                \
-  F(Py_IncRef, void, (object))                                                \
-  D(PyExc_Exception)                                                          \
-  D(PyExc_RuntimeError)                                                       \
-  F(PyErr_Clear, void, ())                                                    \
-  F(PyErr_Occurred, object, ())                                               \
-  F(PyErr_Fetch, void, (object*, object*, object*))                           \
-  F(PyErr_Print, void, ())                                                    \
-  F(PyErr_Restore, void, (object, object, object))                            \
-  F(PyErr_SetString, void, (object, const char*))                             \
-  F(PyGILState_Ensure, int, ())                                               \
-  F(PyGILState_Release, void, (int))                                          \
-  F(Py_GetVersion, const char*, ())                                           \
-  F(PyRun_SimpleFileExFlags, int, (void*, const char*, int, void*))           \
-  F(PyRun_SimpleStringFlags, int, (const char*, void*))                       \
-  F(PyImport_Import, object, (object))                                        \
-  F(PyImport_ImportModule, object, (const char*))                             \
-  F(PyImport_AddModule, object, (const char*))                                \
-  F(PyModule_AddObject, int, (object, const char*, object))                   \
-  F(PyModule_Create2, object, (void*, int))                                   \
-  F(PyModule_GetDict, object, (object))                                       \
-  F(PyCapsule_New, object, (void*, const char*, void (*)(object)))            \
-  F(PyDict_New, object, ())                                                   \
-  F(PyDict_GetItemString, object, (object, const char*))                      \
-  F(PyDict_SetItemString, int, (object, const char*, object))                 \
-  F(PyDict_Size, ptrdiff_t, (object))                                         \
-  F(PyDict_Next, int, (object, ptrdiff_t*, object*, object*))                 \
-  D(PyFloat_Type)                                                             \
-  F(PyFloat_AsDouble, double, (object))                                       \
-  F(PyFloat_FromDouble, object, (double))                                     \
-  F(PyLong_AsLong, long, (object))                                            \
-  F(PyLong_AsLongLong, long long, (object))                                   \
-  F(PyLong_AsUnsignedLongLong, unsigned long long, (object))                  \
-  F(PyLong_FromLong, object, (long))                                          \
-  F(PyLong_FromLongLong, object, (long long))                                 \
-  F(PyLong_FromUnsignedLong, object, (unsigned long))                         \
-  F(PyLong_FromUnsignedLongLong, object, (unsigned long long))                \
-  F(PyList_New, object, (ptrdiff_t))                                          \
-  F(PyList_Append, int, (object, object))                                     \
-  F(PyList_GetItem, object, (object, ptrdiff_t))                              \
-  F(PyList_SetItem, int, (object, ptrdiff_t, object))                         \
-  F(PyList_Size, ptrdiff_t, (object))                                         \
-  F(PyTuple_New, object, (ptrdiff_t))                                         \
-  F(PyTuple_GetItem, object, (object, ptrdiff_t))                             \
-  F(PyTuple_SetItem, int, (object, ptrdiff_t, object))                        \
-  F(PyTuple_Size, ptrdiff_t, (object))                                        \
-  F(Py_BuildValue, object, (const char*, ...))                                \
-  F(PyArg_ParseTuple, int, (object, const char*, ...))                        \
-  F(PyType_GenericNew, object, (object, object, object))                      \
-  F(PyType_Ready, int, (object))                                              \
-  F(PySys_GetObject, object, (const char*))                                   \
-  F(PySys_SetObject, int, (const char*, object))                              \
-  F(PySys_WriteStdout, void, (const char*, ...))                              \
-  F(PyBytes_AsString, char*, (object))                                        \
-  F(PyUnicode_AsEncodedString, object, (object, const char*, const char*))    \
-  F(PyUnicode_FromString, object, (const char*))                              \
-  F(PyObject_GetAttrString, object, (object, const char*))                    \
-  F(PyObject_HasAttrString, int, (object, const char*))                       \
-  F(PyObject_SetAttrString, int, (object, const char*, object))               \
-  F(PyObject_Repr, object, (object))                                          \
-  F(PyObject_Str, object, (object))                                           \
-  F(PyObject_Call, object, (object, object, object))                          \
+#define MIRN3_PYTHON_TABLE(F, D)                                           \
+  F(Py_DecRef, void, (object))                                             \
+  F(Py_IncRef, void, (object))                                             \
+  D(PyExc_Exception)                                                       \
+  D(PyExc_RuntimeError)                                                    \
+  F(PyErr_Clear, void, ())                                                 \
+  F(PyErr_Occurred, object, ())                                            \
+  F(PyErr_Fetch, void, (object*, object*, object*))                        \
+  F(PyErr_Print, void, ())                                                 \
+  F(PyErr_Restore, void, (object, object, object))                         \
+  F(PyErr_SetString, void, (object, const char*))                          \
+  F(PyGILState_Ensure, int, ())                                            \
+  F(PyGILState_Release, void, (int))                                       \
+  F(Py_GetVersion, const char*, ())                                        \
+  F(PyRun_SimpleFileExFlags, int, (void*, const char*, int, void*))        \
+  F(PyRun_SimpleStringFlags, int, (const char*, void*))                    \
+  F(PyImport_Import, object, (object))                                     \
+  F(PyImport_ImportModule, object, (const char*))                          \
+  F(PyImport_AddModule, object, (const char*))                             \
+  F(PyModule_AddObject, int, (object, const char*, object))                \
+  F(PyModule_Create2, object, (void*, int))                                \
+  F(PyModule_GetDict, object, (object))                                    \
+  F(PyCapsule_New, object, (void*, const char*, void (*)(object)))         \
+  F(PyDict_New, object, ())                                                \
+  F(PyDict_GetItemString, object, (object, const char*))                   \
+  F(PyDict_SetItemString, int, (object, const char*, object))              \
+  F(PyDict_Size, ptrdiff_t, (object))                                      \
+  F(PyDict_Next, int, (object, ptrdiff_t*, object*, object*))              \
+  D(PyFloat_Type)                                                          \
+  F(PyFloat_AsDouble, double, (object))                                    \
+  F(PyFloat_FromDouble, object, (double))                                  \
+  F(PyLong_AsLong, long, (object))                                         \
+  F(PyLong_AsLongLong, long long, (object))                                \
+  F(PyLong_AsUnsignedLongLong, unsigned long long, (object))               \
+  F(PyLong_FromLong, object, (long))                                       \
+  F(PyLong_FromLongLong, object, (long long))                              \
+  F(PyLong_FromUnsignedLong, object, (unsigned long))                      \
+  F(PyLong_FromUnsignedLongLong, object, (unsigned long long))             \
+  F(PyList_New, object, (ptrdiff_t))                                       \
+  F(PyList_Append, int, (object, object))                                  \
+  F(PyList_GetItem, object, (object, ptrdiff_t))                           \
+  F(PyList_SetItem, int, (object, ptrdiff_t, object))                      \
+  F(PyList_Size, ptrdiff_t, (object))                                      \
+  F(PyTuple_New, object, (ptrdiff_t))                                      \
+  F(PyTuple_GetItem, object, (object, ptrdiff_t))                          \
+  F(PyTuple_SetItem, int, (object, ptrdiff_t, object))                     \
+  F(PyTuple_Size, ptrdiff_t, (object))                                     \
+  F(Py_BuildValue, object, (const char*, ...))                             \
+  F(PyArg_ParseTuple, int, (object, const char*, ...))                     \
+  F(PyType_GenericNew, object, (object, object, object))                   \
+  F(PyType_Ready, int, (object))                                           \
+  F(PySys_GetObject, object, (const char*))                                \
+  F(PySys_SetObject, int, (const char*, object))                           \
+  F(PySys_WriteStdout, void, (const char*, ...))                           \
+  F(PyBytes_AsString, char*, (object))                                     \
+  F(PyUnicode_AsEncodedString, object, (object, const char*, const char*)) \
+  F(PyUnicode_FromString, object, (const char*))                           \
+  F(PyObject_GetAttrString, object, (object, const char*))                 \
+  F(PyObject_HasAttrString, int, (object, const char*))                    \
+  F(PyObject_SetAttrString, int, (object, const char*, object))            \
+  F(PyObject_Repr, object, (object))                                       \
+  F(PyObject_Str, object, (object))                                        \
+  F(PyObject_Call, object, (object, object, object))                       \
   F(PyObject_CallMethod, object, (object, const char*, const char*, ...))
 
 struct table_t {

@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -216,6 +217,20 @@ Session::~Session() {
 }
 
 void Session::execute(const char* sql) { execute_on(database_, sql); }
+
+Stamp stamp() {
+  Stamp result;
+  const std::string path = (sys::state_path() / "state.db").string();
+  for (int i = 0; const std::string& file : {path, path + "-wal"}) {
+    struct stat status;
+    if (::stat(file.c_str(), &status) == 0) {
+      result.sizes[i] = status.st_size;
+      result.modified_ns[i] = status.st_mtim.tv_sec * 1'000'000'000 + status.st_mtim.tv_nsec;
+    }
+    ++i;
+  }
+  return result;
+}
 
 Transaction::Transaction(Session& session) : session_(session) { session_.execute("BEGIN IMMEDIATE"); }
 

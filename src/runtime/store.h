@@ -68,6 +68,14 @@ class Session {
   sqlite3* database_ = nullptr;
 };
 
+// What changes whenever any process commits to the store: sizes and times of its files.
+struct Stamp {
+  int64_t sizes[2] = {-1, -1};  // state.db and its write-ahead log; -1 for a file that is not there
+  int64_t modified_ns[2] = {0, 0};
+  bool operator==(const Stamp&) const = default;
+};
+Stamp stamp();
+
 // A write transaction: what is not committed did not happen.
 class Transaction {
  public:

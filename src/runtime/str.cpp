@@ -45,4 +45,49 @@ std::string to_lower(std::string_view text) {
   return lower;
 }
 
+namespace {
+
+// Length of the valid UTF-8 sequence that the text begins with; 0 when there is none. The bounds of the
+// second byte are those of the Unicode Standard's table of well-formed sequences.
+size_t sequence_length(std::string_view text) {
+  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = byte(0);
+  if (lead < 0x80) return 1;
+  const size_t length = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+  if (length == 0 || text.size() < length) return 0;
+  const unsigned char lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+  const unsigned char highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+  if (byte(1) < lowest || byte(1) > highest) return 0;
+  for (size_t i = 2; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  }
+  return length;
+}
+
+bool is_utf8(std::string_view text) {
+  while (!text.empty()) {
+    const size_t length = sequence_length(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
+
+}  // namespace
+
+std::string to_utf8(std::string_view text) {
+  if (is_utf8(text)) return std::string(text);
+  std::string result;
+  for (const char c : text) {
+    const auto code = static_cast<unsigned char>(c);
+    if (code < 0x80) {
+      result += c;
+    } else {
+      result += static_cast<char>(0xC0 | (code >> 6));
+      result += static_cast<char>(0x80 | (code & 0x3F));
+    }
+  }
+  return result;
+}
+
 }  // namespace mirn3::str

@@ -19,4 +19,7 @@ MIRN3_API std::string replace_all(std::string_view text, std::string_view from, 
 // Lower case of ASCII letters; every other byte stays.
 MIRN3_API std::string to_lower(std::string_view text);
 
+// Text from a file as UTF-8: itself when it is valid UTF-8, else every byte taken as a Latin-1 character.
+MIRN3_API std::string to_utf8(std::string_view text);
+
 }  // namespace mirn3::str

@@ -60,6 +60,7 @@ struct State {
   std::unordered_map<std::string, Table, Hash, std::equal_to<>> tables;
   std::pair<const std::string, Table>* latest = nullptr;  // used last: readers stay with one key
   int64_t seen = -1;           // rows of the store up to this one are in, for the keys in `tables`
+  store::Stamp looked_at;      // the store's state when load() last took rows in
   bool without_store = false;  // the store failed; save() tries again
   bool told = false;           // and the log says so
 };
@@ -266,9 +267,13 @@ void load() {
   {
     const std::lock_guard lock(s.mutex);
     if (s.tables.empty() || s.without_store) return;
+    // Every load of a series comes here: asking the files is a hundred times cheaper than a query.
+    const store::Stamp now = store::stamp();
+    if (now == s.looked_at) return;
     try {
       Session session(Session::Absent::leave);
       if (session.is_open()) take_in_new_rows(s, session);
+      s.looked_at = now;
     } catch (const exc::error_t& failure) {
       message = note_failure(s, failure);
     }

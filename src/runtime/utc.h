@@ -14,12 +14,12 @@ namespace mirn3::utc {
 
 // The forms of a time stamp. Values are stable: a reader keeps them as a 32-bit integer.
 enum type_t : int32_t {
-  seconds = 0,         // a plain number, taken as it is
-  iso8601 = 1,         // 2026-11-21T04:22:01.5Z, with blank or T, zone or none, fraction or none, date alone
-  day_month = 2,       // 21/11/2026 04:22:01.5, with / . or -
-  month_day = 3,       // 11/21/2026 04:22:01.5, with / . or -
-  time_of_day = 4,     // 04:22:01.5 (hours:minutes[:seconds]); see unroll_midnight
-  epoch_ms = 5,        // Unix times in ms, us, ns; in s they are plain numbers
+  seconds = 0,      // a plain number, taken as it is
+  iso8601 = 1,      // 2026-11-21T04:22:01.5Z, with blank or T, zone or none, fraction or none, date alone
+  day_month = 2,    // 21/11/2026 04:22:01.5, with / . or -
+  month_day = 3,    // 11/21/2026 04:22:01.5, with / . or -
+  time_of_day = 4,  // 04:22:01.5 (hours:minutes[:seconds]); see unroll_midnight
+  epoch_ms = 5,     // Unix times in ms, us, ns; in s they are plain numbers
   epoch_us = 6,
   epoch_ns = 7,
 };

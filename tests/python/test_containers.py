@@ -92,8 +92,8 @@ def test_names_with_one_attribute_both_stay_reachable(tmp_path):
         ({"path": "nowhere", "tini": float("nan")}, Exception, "File nowhere not found$"),
         ({"realtime": True}, Exception, "^Must provide path!$"),
         ({"realtime": True, "plugin": "none.so"}, Exception, "Plugin none.so not found$"),
-        ({"path": None}, TypeError, ""),
-        ({"file": "x"}, TypeError, ""),
+        ({"path": None}, TypeError, None),
+        ({"file": "x"}, TypeError, None),
     ],
 )
 def test_refused_construction(arguments, error, text):

@@ -46,7 +46,7 @@ def test_series_from_lists_and_tuples():
         (((1,), (3, 4)), ValueError, "Both tuples must have the same size"),
         (([1, 2], (3, 4)), TypeError, "Constructor has invalid argument type"),
         ((1, 2), TypeError, "Constructor has invalid argument type"),
-        (([1], ["a"]), TypeError, ""),
+        (([1], ["a"]), TypeError, None),
         ((12345, 0.0, 1.0), ValueError, "Invalid id"),
         ((-1, 0.0, 1.0), ValueError, "Invalid id"),
         ((2**64, 0.0, 1.0), ValueError, "Invalid id"),

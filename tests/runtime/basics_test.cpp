@@ -79,6 +79,26 @@ TEST(StrTest, ReplaceAll) {
 
 TEST(StrTest, LowerCaseOfAsciiAlone) { EXPECT_EQ(str::to_lower("AZaz09[]@`ÄÖ"), "azaz09[]@`ÄÖ"); }
 
+TEST(StrTest, TextsBecomeUtf8) {
+  const struct {
+    std::string_view text, utf8;
+  } cases[] = {
+      {"", ""},
+      {"plain", "plain"},
+      {"\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x9A\x81", "\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x9A\x81"},  // valid, stays
+      {"\xB0"
+       "C",
+       "\xC2\xB0"
+       "C"},                                                     // Latin-1
+      {"\xC3\xA9\xFF", "\xC3\x83\xC2\xA9\xC3\xBF"},              // one bad byte: all of it is Latin-1
+      {"\xC0\x80", "\xC3\x80\xC2\x80"},                          // overlong
+      {"\xED\xA0\x80", "\xC3\xAD\xC2\xA0\xC2\x80"},              // surrogate
+      {"\xF4\x90\x80\x80", "\xC3\xB4\xC2\x90\xC2\x80\xC2\x80"},  // beyond Unicode
+      {"\xE2\x82", "\xC3\xA2\xC2\x82"},                          // cut
+  };
+  for (const auto& [text, utf8] : cases) EXPECT_EQ(str::to_utf8(text), utf8) << text;
+}
+
 TEST(HostTest, MessageIds) {
   // Worked out apart from this code, with Python's unbounded integers.
   EXPECT_EQ(mirn3::ilc::name_hash(""), 5381u);

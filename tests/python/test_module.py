@@ -1,0 +1,197 @@
+"""The module itself: its table, its types, its life in a process, and the channel to a host."""
+
+import ctypes
+import gc
+import os
+import subprocess
+import sys
+from pathlib import Path
+
+import kvalo
+import pytest
+
+ROOT = Path(__file__).resolve().parent.parent.parent
+BUILD = Path(os.environ.get("KVALO_BUILD", ROOT / "build" / "release"))
+
+
+def run(code, **environment):
+    """Runs a script in a process of its own."""
+    return subprocess.run(
+        [sys.executable, "-c", code],
+        capture_output=True,
+        text=True,
+        timeout=120,
+        env={**os.environ, **environment},
+    )
+
+
+def test_types_are_published_in_order():
+    types = [name for name, value in vars(kvalo).items() if isinstance(value, type)]
+    assert types == ["Array", "Container", "Mesh", "Model", "Result", "TimeSeries"]
+    assert kvalo.TimeSeries.__basicsize__ == 9 * 8
+
+
+def test_every_function_has_a_docstring_and_either_works_or_names_itself():
+    functions = {name: f for name, f in vars(kvalo).items() if callable(f) and not isinstance(f, type)}
+    assert len(functions) == 98
+    assert list(functions)[:4] == ["callback", "exit", "selfie", "export_to_file"]
+    assert list(functions)[-1] == "del_page"
+    for name, function in functions.items():
+        assert function.__doc__
+        if name in ("exit", "callback"):
+            continue
+        with pytest.raises(Exception) as raised:
+            function()
+        if raised.type is NotImplementedError:
+            assert f"kvalo.{name} " in str(raised.value)
+
+
+@pytest.mark.parametrize("name", ["Mesh", "Model", "Result"])
+def test_types_that_are_not_available_name_themselves(name):
+    with pytest.raises(NotImplementedError, match=f"kvalo.{name} "):
+        getattr(kvalo, name)()
+
+
+def test_operators_that_are_not_available_name_themselves():
+    s, a = kvalo.TimeSeries([1], [2]), kvalo.Array([1])
+    for operand, name in ((s, "TimeSeries"), (a, "Array")):
+        for operator in ("+", "-", "*", "/", "%", "**", "&", "|", "^", "<", "=="):
+            with pytest.raises(NotImplementedError, match=f"kvalo.{name}"):
+                eval(f"operand {operator} 2")  # noqa: S307
+    with pytest.raises(NotImplementedError, match="kvalo.TimeSeries.avg"):
+        s.avg()
+
+
+def test_a_second_import_sees_the_same_registry():
+    code = """
+import sys, kvalo
+s = kvalo.TimeSeries("kept")
+first = sys.modules.pop("kvalo")
+import kvalo
+assert kvalo is not first
+assert kvalo.find("kept") is s
+"""
+    done = run(code)
+    assert done.returncode == 0, done.stderr
+
+
+def test_errors_are_logged_as_they_are_raised(tmp_path):
+    code = "import kvalo\ntry: kvalo.Array(0)\nexcept ValueError: pass"
+    assert run(code, KVALO_HOME=str(tmp_path), KVALO_LOG_LEVEL="0").returncode == 0
+    lines = (tmp_path / "kvalo.log").read_text().splitlines()
+    assert [line.split(" ", 1)[1] for line in lines] == ["3 Argument must be a positive integer"]
+
+
+def test_loading_is_traced(tmp_path):
+    path = tmp_path / "f.csv"
+    path.write_text("t,a\n0,1\n1,2\n2,3\n")
+    code = f"import kvalo\nc = kvalo.Container(path={str(path)!r})\nc.a.load()"
+    assert run(code, KVALO_HOME=str(tmp_path), KVALO_LOG_LEVEL="0").returncode == 0
+    entries = [line.split(" ", 1)[1] for line in (tmp_path / "kvalo.log").read_text().splitlines()]
+    traces = [e.removeprefix("0 ") for e in entries if e.endswith("[enter]")]
+    assert traces[:5] == [
+        f"{name} [enter]"
+        for name in (
+            "create_container_from_file",
+            "create_reader_from_file",
+            "insert_reader",
+            "build_family",
+            "tp_init_post",
+        )
+    ]
+    assert "0 load [enter]" in entries
+    assert any(entry.startswith("0 load 'a' took ") for entry in entries)
+
+
+def test_a_process_ends_quietly_with_everything_loaded(tmp_path):
+    path = tmp_path / "f.csv"
+    path.write_text("t,a\n0,x\n1,y\n2,x\n")
+    for ending in ("", "import os; os.fork() and os.wait()", "del sys.modules['kvalo'], kvalo, c; gc.collect()"):
+        code = f"import kvalo, sys, gc\nc = kvalo.Container(path={str(path)!r})\nc.a.load()\n{ending}"
+        done = run(code)
+        assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+
+
+def test_unwritable_homes_do_not_stop_the_work(tmp_path):
+    path = tmp_path / "f.csv"
+    path.write_text("t,a\n0,x\n1,y\n2,x\n")
+    code = f"import kvalo\nc = kvalo.Container(path={str(path)!r})\nc.a.load()\nprint(c.a[1][1], c.a.tag(1))"
+    done = run(code, KVALO_HOME="/dev/null/home")
+    assert done.stdout == "1.0 y\n", done.stderr
+
+
+# ---- the host ----
+
+
+def name_hash(name: str) -> int:
+    h = 5381
+    for c in name.encode():
+        h = ((h * 33) ^ ((c - 256 if c > 127 else c) & 0xFFFFFFFF)) & 0xFFFFFFFF
+    return h
+
+
+@pytest.fixture(scope="module")
+def host():
+    """The recording host, installed as this process's handler."""
+    recorder = ctypes.CDLL(str(BUILD / "tests" / "libhost_recorder.so"))
+    recorder.recorder_handler.restype = ctypes.c_void_p
+    recorder.recorder_id.restype = recorder.recorder_misc_key.restype = ctypes.c_uint32
+    new_capsule = ctypes.pythonapi.PyCapsule_New
+    new_capsule.restype = ctypes.py_object
+    new_capsule.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_void_p]
+    capsule = new_capsule(recorder.recorder_handler(), None, None)
+    assert kvalo.callback(capsule) is None
+    del capsule
+    gc.collect()
+    assert kvalo.callback(42) is None  # no capsule: the handler stays
+    return recorder
+
+
+@pytest.fixture
+def messages(host):
+    host.recorder_clear()
+    return host
+
+
+def text_of(read, index, size):
+    buffer = ctypes.create_string_buffer(size)
+    read(index, buffer)
+    return buffer.raw
+
+
+def test_exit_is_a_message(messages):
+    assert kvalo.exit() is None
+    assert messages.recorder_count() == 1
+    assert messages.recorder_id(0) == name_hash("app_exit")
+    assert text_of(messages.recorder_error_text, 0, 512) == bytes(512)
+    assert messages.recorder_holders(0) == 1
+
+
+def test_selfie_carries_a_path(messages):
+    assert kvalo.selfie(path="/tmp/é.png") is None
+    assert messages.recorder_id(0) == name_hash("app_selfie")
+    assert messages.recorder_misc_key(0) == name_hash("path")
+    assert text_of(messages.recorder_misc_text, 0, 1024) == "/tmp/é.png".encode().ljust(1024, b"\0")
+    kvalo.selfie("a" * 1023)
+    with pytest.raises(ValueError, match="shorter than 1024 bytes"):
+        kvalo.selfie("a" * 1024)
+    assert messages.recorder_count() == 2
+    with pytest.raises(TypeError):
+        kvalo.selfie(3)
+
+
+def test_a_failed_load_is_reported_to_the_host(messages):
+    with pytest.raises(Exception, match="not found"):
+        kvalo.Container(path="nowhere.csv")
+    assert messages.recorder_id(0) == name_hash("app_error")
+    assert text_of(messages.recorder_error_text, 0, 512).rstrip(b"\0") == b"File is not compatible!"
+
+
+@pytest.mark.parametrize("call", ["exit()", "selfie('x')"])
+def test_requests_without_a_host_end_the_process(call):
+    done = run(f"import kvalo\nprint('before')\nkvalo.{call}\nprint('after')")
+    assert done.returncode != 0
+    assert done.stdout == "before\n"
+    assert "kvalo_view" in done.stderr
+    assert f"app_{call.split('(')[0]}" in done.stderr
+    assert len(done.stderr.splitlines()) == 1

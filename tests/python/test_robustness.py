@@ -1,0 +1,283 @@
+"""What must hold whatever happens: the memory budget, no leaks, hostile files, several threads."""
+
+import gc
+import os
+import random
+import subprocess
+import sys
+import threading
+from pathlib import Path
+
+import kvalo
+import numpy as np
+import pytest
+from hypothesis import HealthCheck, given, settings
+from hypothesis import strategies as st
+from sample_flight import write_flight
+
+SANITIZED = "san.so" in os.environ.get("LD_PRELOAD", "")
+
+
+def run(code, **environment):
+    return subprocess.run(
+        [sys.executable, "-c", code],
+        capture_output=True,
+        text=True,
+        timeout=300,
+        env={**os.environ, **environment},
+    )
+
+
+@pytest.fixture(scope="session")
+def flight(tmp_path_factory):
+    folder = tmp_path_factory.mktemp("flight")
+    return {name: Path(path) for name, path in write_flight(folder, minutes=5, forms=("bin", "csv")).items()}
+
+
+BUDGET = """
+import random, sys, gc, kvalo
+import numpy as np
+rows, columns = 20_000, 30
+c = kvalo.Container(path=sys.argv[1])
+expected = lambda k: np.arange(rows) * (k + 1.0)
+names = [f"v{k}" for k in range(columns)]
+rng = random.Random(7)
+held = {}
+for _ in range(6):
+    rng.shuffle(names)
+    for name in names:
+        s = c[name]
+        s.load()
+        assert np.array_equal(np.asarray(s.ydata), expected(int(name[1:]))), name
+        assert np.array_equal(np.asarray(s.xdata), np.arange(rows)), name
+# What a script holds or has changed is never taken away.
+array = c.v0.ydata if c.v0.ydata is not None else (c.v0.load(), c.v0.ydata)[1]
+c.v1.load(); c.v1[5] = -1.0
+c.v2.load(); view = np.asarray(c.v2.ydata); view[7] = -2.0; del view
+c.v3.load(); c.v3.ydata[3] = -3.0
+for _ in range(2):
+    for name in names: c[name].load()
+assert array[10] == 10.0
+assert c.v1[5][1] == -1.0 and c.v2[7][1] == -2.0 and c.v3[3][1] == -3.0
+unloaded = sum(repr(c[name]) == "kvalo.TimeSeries hasn't been loaded yet" for name in names)
+print(unloaded)
+"""
+
+
+def test_more_than_the_budget_loads_in_any_order(tmp_path):
+    rows, columns = 20_000, 30
+    table = np.outer(np.arange(rows), np.arange(1, columns + 1))
+    path = tmp_path / "big.csv"
+    with path.open("w") as file:
+        file.write("t," + ",".join(f"v{k}" for k in range(columns)) + "\n")
+        for i in range(rows):
+            file.write(f"{i}," + ",".join(map(str, table[i])) + "\n")
+    # Room for about six of the thirty series.
+    done = subprocess.run(
+        [sys.executable, "-c", BUDGET, str(path)],
+        capture_output=True,
+        text=True,
+        timeout=300,
+        env={**os.environ, "KVALO_MEMORY_BANK": str(2_000_000)},
+    )
+    assert done.returncode == 0, done.stderr
+    assert int(done.stdout) > columns // 2
+
+
+def test_exporting_more_than_the_budget_is_right(tmp_path, flight):
+    code = """
+import sys, kvalo
+c = kvalo.Container(path=sys.argv[1])
+names = list(c.__dict__)
+t0 = 0.0
+kvalo.export_to_file(sys.argv[2], ",", 1.0, 0.0, 200.0, c)
+"""
+    texts = []
+    for bank in ("1000", ""):
+        out = tmp_path / f"out{bank}.csv"
+        done = subprocess.run(
+            [sys.executable, "-c", code, str(flight["csv"]), str(out)],
+            capture_output=True,
+            text=True,
+            env={**os.environ, **({"KVALO_MEMORY_BANK": bank} if bank else {})},
+        )
+        assert done.returncode == 0, done.stderr
+        texts.append(out.read_text())
+    assert texts[0] == texts[1]
+
+
+LEAK = """
+import gc, kvalo, sys
+def resident():
+    gc.collect()
+    return int(open("/proc/self/statm").read().split()[1]) * 4096
+def round():
+    c = kvalo.Container(path=sys.argv[1])
+    s = c.a
+    s.load()
+    kvalo.integral(s)
+    kvalo.TimeSeries([1, 2], [3, 4]).get_ts()
+    try: kvalo.Container(path=sys.argv[1] + "x")
+    except Exception: pass
+    try: s[10**6]
+    except IndexError: pass
+    memoryview(s.ydata)
+for _ in range(500): round()
+before = resident()
+for _ in range(10_000): round()
+print((resident() - before) / 1e6)
+"""
+
+
+@pytest.mark.skipif(SANITIZED, reason="sanitizers keep freed memory in quarantine")
+def test_ten_thousand_rounds_do_not_grow(tmp_path):
+    path = tmp_path / "f.csv"
+    path.write_text("t,a,b\n" + "".join(f"{i},{i},{i}\n" for i in range(200)))
+    done = subprocess.run(
+        [sys.executable, "-c", LEAK, str(path)], capture_output=True, text=True, timeout=600, check=True
+    )
+    assert float(done.stdout) < 8
+
+
+def try_to_load(path):
+    """Opens a file and loads what it offers, as a script would; any Exception is fine, and answered."""
+    try:
+        c = kvalo.Container(path=str(path))
+        series = [s for s in vars(c).values() if isinstance(s, kvalo.TimeSeries)]
+        for s in series[:20]:
+            for one in [s, *(child for child in vars(s).values() if isinstance(child, kvalo.TimeSeries))]:
+                try:
+                    one.load()
+                except Exception:
+                    continue
+                assert len(one.xdata) == len(one.ydata)
+        return c
+    except Exception as error:
+        return error
+
+
+@settings(max_examples=60, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
+@given(content=st.binary(max_size=3000), extension=st.sampled_from([".csv", ".bin", ".wav", ".zip", ".mat", ""]))
+def test_binary_rubbish(tmp_path, content, extension):
+    path = tmp_path / ("rubbish" + extension)
+    path.write_bytes(content)
+    try_to_load(path)
+
+
+@pytest.mark.parametrize(
+    "content",
+    [
+        b"",
+        b"\n\n\n\n",
+        b"t,a\n",
+        b"t,a\nt,a\nt,a\n",
+        b"t,a\0,b\n0,1\0,2\n1,2,3\n2,3,4\n",
+        b"t,a\n0,1\n\0\n1,2\n2,3\n",
+        b"t," + b"x" * 10_000_000 + b"\n0,1\n1,2\n2," + b"9" * 10_000_000 + b"\n",
+        b"t" + b"".join(b",c%d" % i for i in range(1_000_000)) + b"\n" + (b"0" + b",1" * 1_000_000 + b"\n") * 3,
+        "t,Größe\n0,1\n1,2\n2,3\n".encode("latin-1"),
+        "t,a\n0,1\n1,2\n2,3\n".encode("utf-16"),
+        b"\xef\xbb\xbft,a\r\n0,1\r\n1,2\r\n2,3\r\n",
+    ],
+    ids=["empty", "blank", "header", "titles", "nul", "nul line", "10 MB rows", "1e6 columns", "latin", "utf16", "bom"],
+)
+def test_odd_text_files(tmp_path, content):
+    path = tmp_path / "odd.csv"
+    path.write_bytes(content)
+    result = try_to_load(path)
+    assert isinstance(result, (kvalo.Container, Exception))
+    if isinstance(result, kvalo.Container):
+        for name, s in list(vars(result).items())[:5]:
+            assert name.isidentifier()
+            assert result[s.get_main_name()] is not None
+
+
+def test_a_cut_or_damaged_log_keeps_what_is_whole(tmp_path, flight):
+    whole = flight["bin"].read_bytes()[:300_000]
+    rng = random.Random(3)
+    path = tmp_path / "damaged.bin"
+    for _ in range(60):
+        damaged = bytearray(whole[: rng.randrange(len(whole))])
+        for _ in range(rng.randrange(3)):
+            if damaged:
+                damaged[rng.randrange(len(damaged))] ^= 1 << rng.randrange(8)
+        path.write_bytes(damaged)
+        try_to_load(path)
+
+
+def test_a_file_that_vanishes_or_shrinks_after_opening(tmp_path):
+    path = tmp_path / "f.csv"
+    path.write_text("t,a,b\n" + "".join(f"{i},{i},{i}\n" for i in range(100_000)))
+    c = kvalo.Container(path=str(path))
+    c.a.load()
+    path.write_text("t,a,b\n0,1,2\n1,2,3\n2,3,4\n")
+    c.b.load()
+    assert np.asarray(c.b.ydata).tolist() == [2.0, 3.0, 4.0]
+    again = kvalo.Container(path=str(path))
+    path.unlink()
+    with pytest.raises(Exception, match=str(path)):
+        again.a.load()
+    assert len(c.a) == 100_000
+
+
+def test_threads_load_and_drop_at_once(flight):
+    c = kvalo.Container(path=str(flight["csv"]))
+    names = [s.get_main_name() for s in vars(c).values()]
+    sums = {}
+    for name in names:
+        c[name].load()
+        sums[name] = float(np.nansum(np.asarray(c[name].ydata)))
+    errors = []
+
+    def work(seed):
+        rng = random.Random(seed)
+        try:
+            for _ in range(15):
+                mine = kvalo.Container(path=str(flight["csv"]))
+                for name in rng.sample(names, 4):
+                    s = rng.choice([c, mine])[name]
+                    s.load()
+                    assert float(np.nansum(np.asarray(s.ydata))) == sums[name]
+                    kvalo.integral(s)
+        except BaseException as error:  # noqa: BLE001
+            errors.append(error)
+
+    threads = [threading.Thread(target=work, args=(seed,)) for seed in range(4)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert errors == []
+    gc.collect()
+
+
+number = st.one_of(
+    st.floats(allow_nan=False, allow_infinity=True),
+    st.integers(-(10**18), 10**18).map(float),
+    st.sampled_from([0.0, -0.0, 1e-320, 2.5, 1e22]),
+)
+
+
+@settings(max_examples=80, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
+@given(
+    rows=st.lists(st.tuples(number, st.one_of(st.none(), number), number), min_size=4, max_size=60),
+    delimiter=st.sampled_from("\t,;|"),
+    ending=st.sampled_from(["\n", "\r\n"]),
+)
+def test_numbers_come_back_bit_for_bit(tmp_path, rows, delimiter, ending):
+    path = tmp_path / "numbers.csv"
+    lines = [delimiter.join(("t", "a", "b", "c"))]
+    for i, row in enumerate(rows):
+        lines.append(delimiter.join([str(i), *("" if v is None else repr(v) for v in row)]))
+    path.write_bytes((ending.join(lines) + ending).encode())
+    c = kvalo.Container(path=str(path))
+    for k, name in enumerate("abc"):
+        kept = [(float(i), row[k]) for i, row in enumerate(rows) if row[k] is not None]
+        first = rows[0][k]
+        if not kept or (first is not None and "inf" in repr(first)):
+            continue  # nothing there, or a column of text by its first value
+        c[name].load()
+        x, y = np.asarray(c[name].xdata), np.asarray(c[name].ydata)
+        if len(kept) > 1:
+            assert x.tolist() == [t for t, _ in kept]
+        assert y.tobytes() == np.array([v for _, v in kept]).tobytes()
