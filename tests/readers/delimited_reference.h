@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "runtime/str.h"
 #include "runtime/tag.h"
 #include "runtime/utc.h"
 
@@ -38,7 +39,10 @@ class DelimitedFile {
     if (!lines_.empty()) {
       const std::vector<std::string> titles = split(lines_[0]);
       titles_.assign(titles.begin() + 1, titles.end());
-      for (size_t i = 0; i < titles_.size(); ++i) index_[titles_[i]] = i + 1;
+      for (size_t i = 0; i < titles_.size(); ++i) {
+        titles_[i] = mirn3::str::to_utf8(titles_[i]);
+        index_[titles_[i]] = i + 1;
+      }
     }
     cut_rows();
   }
