@@ -66,11 +66,7 @@ def test_a_list_that_shrinks_while_it_is_read_is_an_error():
         (range(32), "[" + ",".join(map(str, range(32))) + "]"),
         (
             range(40),
-            "["
-            + ",".join(map(str, range(16)))
-            + ",<8 items>,"
-            + ",".join(map(str, range(24, 40)))
-            + "]",
+            "[" + ",".join(map(str, range(16))) + ",<8 items>," + ",".join(map(str, range(24, 40))) + "]",
         ),
     ],
 )

@@ -71,7 +71,9 @@ def test_attribute_names(tmp_path, title, attribute):
 
 
 def test_names_with_one_attribute_both_stay_reachable(tmp_path):
-    c = kvalo.Container(path=columns(tmp_path / "f.csv", **{"a-b": [1, 2, 3], "a_b": [4, 5, 6], "a+b": [7, 8, 9]}))
+    c = kvalo.Container(
+        path=columns(tmp_path / "f.csv", **{"a-b": [1, 2, 3], "a_b": [4, 5, 6], "a+b": [7, 8, 9]})
+    )
     gc.collect()
     assert [values(c[name])[0] for name in ("a-b", "a_b", "a+b")] == [1.0, 4.0, 7.0]
     assert c.a_b is c["a+b"]
@@ -81,14 +83,22 @@ def test_names_with_one_attribute_both_stay_reachable(tmp_path):
     ("arguments", "error", "text"),
     [
         ({}, Exception, "^Must provide path!$"),
-        ({"path": "nowhere.csv"}, Exception, "^Error while loading file 'nowhere.csv': File nowhere.csv not found$"),
+        (
+            {"path": "nowhere.csv"},
+            Exception,
+            "^Error while loading file 'nowhere.csv': File nowhere.csv not found$",
+        ),
         ({"path": "nowhere.csv", "plugin": "p"}, Exception, "File nowhere.csv not found$"),
         (
             {"path": "nowhere.csv", "plugin": "p.so"},
             Exception,
             "^Error while loading file 'nowhere.csv' with plugin 'p.so': File nowhere.csv not found$",
         ),
-        ({"path": "nowhere", "tini": 5, "tend": 5}, ValueError, "^Final time must be greater than initial time$"),
+        (
+            {"path": "nowhere", "tini": 5, "tend": 5},
+            ValueError,
+            "^Final time must be greater than initial time$",
+        ),
         ({"path": "nowhere", "tini": float("nan")}, Exception, "File nowhere not found$"),
         ({"realtime": True}, Exception, "^Must provide path!$"),
         ({"realtime": True, "plugin": "none.so"}, Exception, "Plugin none.so not found$"),
@@ -102,7 +112,10 @@ def test_refused_construction(arguments, error, text):
 
 
 def test_plug_in_names(small, tmp_path):
-    for name, text in (("p.txt", "Extension not supported for plugin"), ("none.so", "Plugin .*none.so not found")):
+    for name, text in (
+        ("p.txt", "Extension not supported for plugin"),
+        ("none.so", "Plugin .*none.so not found"),
+    ):
         if name == "p.txt":
             write(tmp_path / name, "")
         with pytest.raises(Exception, match=text):
@@ -131,7 +144,9 @@ ORDER = [
 ]
 
 
-@pytest.mark.parametrize(("name", "content", "error"), [row[1:] for row in ORDER], ids=[row[0] for row in ORDER])
+@pytest.mark.parametrize(
+    ("name", "content", "error"), [row[1:] for row in ORDER], ids=[row[0] for row in ORDER]
+)
 def test_reader_choice(tmp_path, name, content, error):
     path = write(tmp_path / name, content)
     if error is None:
@@ -151,7 +166,12 @@ def test_only_regular_files_are_read(tmp_path, small, kind):
 
 @pytest.mark.parametrize(
     ("content", "delimiter"),
-    [("t\ta,b\n0\t1,2\n1\t2,3\n", "tab"), ("t,a;b\n0,1\n1,2\n", ","), ("t;a\n0;1\n1;2\n", ";"), ("t|a\n0|1\n1|2\n", "|")],
+    [
+        ("t\ta,b\n0\t1,2\n1\t2,3\n", "tab"),
+        ("t,a;b\n0,1\n1,2\n", ","),
+        ("t;a\n0;1\n1;2\n", ";"),
+        ("t|a\n0|1\n1|2\n", "|"),
+    ],
 )
 def test_delimiters_are_tried_in_order(tmp_path, content, delimiter):
     assert len(kvalo.Container(path=write(tmp_path / "data.csv", content))) == 1
@@ -272,4 +292,7 @@ def test_an_invalid_time_vector_becomes_indexes_with_two_warnings(tmp_path, capf
     assert np.asarray(c.a.xdata).tolist() == [0.0, 1.0, 2.0, 3.0]
     printed = capfd.readouterr().out
     assert "The source provided an invalid time vector\n" in printed
-    assert f"A strictly increasing vector of indexes will be used instead for file '{tmp_path / 'f.csv'}'\n" in printed
+    assert (
+        f"A strictly increasing vector of indexes will be used instead for file '{tmp_path / 'f.csv'}'\n"
+        in printed
+    )

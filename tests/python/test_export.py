@@ -130,10 +130,12 @@ import kvalo, signal, sys
 signal.setitimer(signal.ITIMER_REAL, 0.3)
 signal.signal(signal.SIGALRM, lambda *_: (_ for _ in ()).throw(KeyboardInterrupt))
 try:
-    kvalo.export_to_file({str(tmp_path / 'o.csv')!r}, ',', 1, 0, 1e12, [(kvalo.TimeSeries([0], [1]), 's')])
+    kvalo.export_to_file({str(tmp_path / "o.csv")!r}, ',', 1, 0, 1e12, [(kvalo.TimeSeries([0], [1]), 's')])
 except KeyboardInterrupt:
     print('stopped')
 """
-    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True, timeout=60)
+    done = subprocess.run(
+        [sys.executable, "-c", code], capture_output=True, text=True, check=True, timeout=60
+    )
     assert done.stdout == "stopped\n"
     assert list(tmp_path.iterdir()) == []

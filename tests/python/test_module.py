@@ -57,7 +57,7 @@ def test_operators_that_are_not_available_name_themselves():
     for operand, name in ((s, "TimeSeries"), (a, "Array")):
         for operator in ("+", "-", "*", "/", "%", "**", "&", "|", "^", "<", "=="):
             with pytest.raises(NotImplementedError, match=f"kvalo.{name}"):
-                eval(f"operand {operator} 2")  # noqa: S307
+                eval(f"operand {operator} 2", {"operand": operand})
     with pytest.raises(NotImplementedError, match="kvalo.TimeSeries.avg"):
         s.avg()
 
@@ -106,7 +106,11 @@ def test_loading_is_traced(tmp_path):
 def test_a_process_ends_quietly_with_everything_loaded(tmp_path):
     path = tmp_path / "f.csv"
     path.write_text("t,a\n0,x\n1,y\n2,x\n")
-    for ending in ("", "import os; os.fork() and os.wait()", "del sys.modules['kvalo'], kvalo, c; gc.collect()"):
+    for ending in (
+        "",
+        "import os; os.fork() and os.wait()",
+        "del sys.modules['kvalo'], kvalo, c; gc.collect()",
+    ):
         code = f"import kvalo, sys, gc\nc = kvalo.Container(path={str(path)!r})\nc.a.load()\n{ending}"
         done = run(code)
         assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
@@ -118,6 +122,49 @@ def test_unwritable_homes_do_not_stop_the_work(tmp_path):
     code = f"import kvalo\nc = kvalo.Container(path={str(path)!r})\nc.a.load()\nprint(c.a[1][1], c.a.tag(1))"
     done = run(code, KVALO_HOME="/dev/null/home")
     assert done.stdout == "1.0 y\n", done.stderr
+
+
+# ---- an active real-time connection ----
+
+
+@pytest.fixture
+def online(tmp_path):
+    """The process as if a real-time connection were active; a Container of a file that is loaded already."""
+    path = tmp_path / "f.csv"
+    path.write_text("t,a\n0,1\n1,2\n2,3\n")
+    c = kvalo.Container(path=str(path))
+    c.a.load()
+    mapped = Path("/proc/self/maps").read_text().split()
+    runtime = ctypes.CDLL(next(name for name in mapped if name.endswith("/libmirn3.so")))
+    runtime._ZN5mirn33rtd10set_onlineEv()
+    yield c
+    runtime._ZN5mirn33rtd11set_offlineEv()
+
+
+def test_what_computes_refuses_while_a_connection_is_active(online):
+    refusals = {
+        "builtin_generic": lambda: kvalo.derivative(online.a),
+        "get_fs": online.a.get_fs,
+        "tag": lambda: online.a.tag(1),
+        "axpb": lambda: online.axpb(1, 0),
+        "aypb": lambda: online.aypb(1, 0),
+        "merge": lambda: kvalo.merge("x.csv"),
+        "export_to_file": lambda: kvalo.export_to_file("x.csv", ",", 1, 0, 1, online),
+    }
+    for name, call in refusals.items():
+        text = f"^Function '{name}' cannot be used while there's an active real-time data connection$"
+        with pytest.raises(RuntimeError, match=text):
+            call()
+    with pytest.raises(RuntimeError, match="'merge'"):
+        online.merge("x.csv")
+    assert kvalo.find("a") is online.a
+    assert online.a.get_ts() == 1.0
+
+
+def test_dropping_any_container_ends_the_connection(online, tmp_path):
+    other = kvalo.Container(path=online.get_path()[0])
+    del other
+    assert len(kvalo.diff(online.a)) == 3
 
 
 # ---- the host ----

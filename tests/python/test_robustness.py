@@ -157,7 +157,9 @@ def try_to_load(path):
 
 
 @settings(max_examples=60, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
-@given(content=st.binary(max_size=3000), extension=st.sampled_from([".csv", ".bin", ".wav", ".zip", ".mat", ""]))
+@given(
+    content=st.binary(max_size=3000), extension=st.sampled_from([".csv", ".bin", ".wav", ".zip", ".mat", ""])
+)
 def test_binary_rubbish(tmp_path, content, extension):
     path = tmp_path / ("rubbish" + extension)
     path.write_bytes(content)
@@ -174,12 +176,27 @@ def test_binary_rubbish(tmp_path, content, extension):
         b"t,a\0,b\n0,1\0,2\n1,2,3\n2,3,4\n",
         b"t,a\n0,1\n\0\n1,2\n2,3\n",
         b"t," + b"x" * 10_000_000 + b"\n0,1\n1,2\n2," + b"9" * 10_000_000 + b"\n",
-        b"t" + b"".join(b",c%d" % i for i in range(1_000_000)) + b"\n" + (b"0" + b",1" * 1_000_000 + b"\n") * 3,
+        b"t"
+        + b"".join(b",c%d" % i for i in range(1_000_000))
+        + b"\n"
+        + (b"0" + b",1" * 1_000_000 + b"\n") * 3,
         "t,Größe\n0,1\n1,2\n2,3\n".encode("latin-1"),
         "t,a\n0,1\n1,2\n2,3\n".encode("utf-16"),
         b"\xef\xbb\xbft,a\r\n0,1\r\n1,2\r\n2,3\r\n",
     ],
-    ids=["empty", "blank", "header", "titles", "nul", "nul line", "10 MB rows", "1e6 columns", "latin", "utf16", "bom"],
+    ids=[
+        "empty",
+        "blank",
+        "header",
+        "titles",
+        "nul",
+        "nul line",
+        "10 MB rows",
+        "1e6 columns",
+        "latin",
+        "utf16",
+        "bom",
+    ],
 )
 def test_odd_text_files(tmp_path, content):
     path = tmp_path / "odd.csv"

@@ -17,7 +17,9 @@ def series(x, y):
 def recording(tmp_path):
     """A container of a small file: mode is text, speed and height are numbers."""
     path = tmp_path / "small.csv"
-    path.write_text("time,speed,mode,height\n" + "".join(f"{i / 10},{i * i},{'AB'[i % 2]},{-i}\n" for i in range(20)))
+    path.write_text(
+        "time,speed,mode,height\n" + "".join(f"{i / 10},{i * i},{'AB'[i % 2]},{-i}\n" for i in range(20))
+    )
     return kvalo.Container(path=str(path))
 
 
