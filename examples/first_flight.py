@@ -54,11 +54,11 @@ def main() -> None:
         head = f"{series.get_full_name():<10} {len(series):6d} samples at {series.get_fs():5.1f} Hz"
         print(f"  {head}, {y.min():7.1f} to {y.max():.1f} {unit}")
 
-    # The charge drawn from the battery: the current, summed up over time.
-    t, amperes = numbers(current)
-    charge = np.concatenate([[0.0], np.cumsum(np.diff(t) * (amperes[1:] + amperes[:-1]) / 2)]) / 3.6
-    used = kvalo.TimeSeries(t.tolist(), charge.tolist())
-    print(f"  Charge drawn from the battery: {charge[-1]:.0f} mAh")
+    # The charge drawn from the battery: the current, integrated over time.
+    used = kvalo.integral(current)
+    t, charge = numbers(used)
+    charge /= 3.6  # from ampere seconds to milliampere hours, in place
+    print(f"  Charge drawn from the battery: {charge[-1]:.0f} mAh, by {used.get_script()}")
 
     table = options.folder / "flight.csv"
     chosen = [(roll, "roll [deg]"), (altitude, "altitude [m]"), (current, "current [A]")]
