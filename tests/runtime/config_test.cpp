@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <csignal>
 #include <limits>
+#include <tuple>
 
 #include "runtime/exc.h"
 #include "runtime/home.h"
@@ -19,10 +19,12 @@ using testing::HasSubstr;
 namespace {
 
 using ConfigTest = Home;
+using mirn3::exc::error_t;
 
 // A value as text with its type's number before it.
 std::string shown(const var_t& v) {
   const std::string type = std::to_string(v.tag) + ":";
+  char text[64];
   switch (static_cast<tag_t>(v.tag)) {
     case tag_t::boolean:
       return type + (v.value.boolean ? "true" : "false");
@@ -30,11 +32,9 @@ std::string shown(const var_t& v) {
       return type + std::to_string(v.value.int32);
     case tag_t::int64:
       return type + std::to_string(v.value.int64);
-    case tag_t::float64: {
-      char text[64];
+    case tag_t::float64:
       std::snprintf(text, sizeof text, "%a", v.value.float64);
       return type + text;
-    }
     case tag_t::text:
       return type + v.value.text;
     default:
@@ -42,153 +42,116 @@ std::string shown(const var_t& v) {
   }
 }
 
+std::string stored(std::string_view group, std::string_view key) { return shown(config::get(group, key)); }
+
 TEST_F(ConfigTest, ValuesComeBackAsTheyWere) {
-  const var_t values[] = {
-      var_t::of(true),
-      var_t::of(false),
-      var_t::of(int32_t{-5}),
-      var_t::of(std::numeric_limits<int32_t>::min()),
-      var_t::of(std::numeric_limits<int64_t>::max()),
-      var_t::of(std::numeric_limits<int64_t>::min()),
-      var_t::of(0.1),
-      var_t::of(3.0),
-      var_t::of(5e-324),
-      var_t::of(-std::numeric_limits<double>::infinity()),
-      var_t::of(std::nan("")),
-      var_t::of(""),
-      var_t::of("text with 'quotes', \n and ü"),
-  };
+  using int32 = std::numeric_limits<int32_t>;
+  using int64 = std::numeric_limits<int64_t>;
+  const std::tuple values{true,
+                          false,
+                          int32_t{-5},
+                          int32::min(),
+                          int64::max(),
+                          int64::min(),
+                          0.1,
+                          3.0,
+                          5e-324,
+                          -HUGE_VAL,
+                          std::nan(""),
+                          "",
+                          "text with 'quotes', \n and ü"};
   for (const bool reopened : {false, true}) {
-    for (size_t i = 0; i < std::size(values); ++i) {
-      const std::string key = "key" + std::to_string(i);
-      const var_t& v = values[i];
+    int i = 0;
+    const auto check = [&](const auto& value) {
+      const std::string key = "key" + std::to_string(++i);
       if (!reopened) {
         // Every value replaces one of another type.
-        config::set("group", key, i % 2 == 0 ? "other" : "another");
-        switch (static_cast<tag_t>(v.tag)) {
-          case tag_t::boolean:
-            config::set("group", key, v.value.boolean);
-            break;
-          case tag_t::int32:
-            config::set("group", key, v.value.int32);
-            break;
-          case tag_t::int64:
-            config::set("group", key, v.value.int64);
-            break;
-          case tag_t::float64:
-            config::set("group", key, v.value.float64);
-            break;
-          default:
-            config::set("group", key, std::string_view(v.value.text));
+        i % 2 == 0 ? config::set("group", key, "other") : config::set("group", key, 99.5);
+        if constexpr (std::is_convertible_v<decltype(value), std::string_view>) {
+          config::set("group", key, std::string_view(value));
+        } else {
+          config::set("group", key, value);
         }
       }
-      EXPECT_EQ(shown(config::get("group", key)), shown(v)) << (reopened ? "reopened" : "same connection");
-    }
+      EXPECT_EQ(stored("group", key), shown(var_t::of(value))) << (reopened ? "reopened" : "same connection");
+    };
+    std::apply([&](const auto&... value) { (check(value), ...); }, values);
     restart();
   }
 }
 
 TEST_F(ConfigTest, GroupAndKeyIgnoreCaseAndAreApart) {
+  EXPECT_EQ(stored("group", "key"), "0:");
+  EXPECT_TRUE(std::filesystem::is_empty(folder)) << "reading made a file";
   config::set("Theme", "Color", "red");
   config::set("theme", "COLOR", "blue");
   config::set("themecolor", "", "joined");
-  EXPECT_EQ(shown(config::get("THEME", "color")), "14:blue");
-  EXPECT_EQ(shown(config::get("ThemeColor", "")), "14:joined");
-  EXPECT_EQ(shown(config::get("", "themecolor")), "0:");
+  EXPECT_THROW(config::set("theme", "color", std::string_view("a\0b", 3)), error_t);  // the old value stays
+  EXPECT_EQ(stored("THEME", "color"), "14:blue");
+  EXPECT_EQ(stored("ThemeColor", ""), "14:joined");
+  EXPECT_EQ(stored("", "themecolor"), "0:");
 }
 
-TEST_F(ConfigTest, ReadingMakesNoFile) {
-  EXPECT_EQ(config::get("group", "key").tag, 0);
-  EXPECT_TRUE(std::filesystem::is_empty(folder));
-}
-
-TEST_F(ConfigTest, ZeroCharacterIsRefusedAndTheOldValueStays) {
-  config::set("group", "key", "old");
-  EXPECT_THROW(config::set("group", "key", std::string_view("a\0b", 3)), mirn3::exc::error_t);
-  EXPECT_EQ(shown(config::get("group", "key")), "14:old");
-}
-
-TEST_F(ConfigTest, ProcessesWriteAtOnce) {
+TEST_F(ConfigTest, ProcessesThatWriteAtOnceLoseNothing) {
   // The first processes find no file; the parent's connection is open when the later ones are forked.
-  constexpr int each = 50;
+  constexpr int32_t each = 50;
+  const auto write_all = [](const std::string& group) {
+    for (int32_t i = 0; i < each; ++i) config::set(group, std::to_string(i), i);
+    return stored(group, "7") == "7:7";
+  };
+  std::vector<std::string> groups{"parent"};
   for (int round = 0; round < 2; ++round) {
     std::vector<pid_t> children;
     for (int child = 0; child < 4; ++child) {
-      children.push_back(start_process([&] {
-        const std::string group = "group" + std::to_string(round * 4 + child);
-        for (int32_t i = 0; i < each; ++i) config::set(group, std::to_string(i), i);
-        return config::get(group, "7").value.int32 == 7;
-      }));
+      groups.push_back("group" + std::to_string(groups.size()));
+      children.push_back(start_process([&] { return write_all(groups.back()); }));
     }
-    for (int32_t i = 0; i < each; ++i) config::set("parent", std::to_string(i), i);
+    EXPECT_TRUE(write_all("parent"));
     for (const pid_t child : children) EXPECT_EQ(wait_for(child), 0);
   }
   restart();
-  for (int32_t i = 0; i < each; ++i) {
-    EXPECT_EQ(shown(config::get("parent", std::to_string(i))), "7:" + std::to_string(i));
-    for (int child = 0; child < 8; ++child) {
-      EXPECT_EQ(shown(config::get("group" + std::to_string(child), std::to_string(i))),
-                "7:" + std::to_string(i));
+  for (const std::string& group : groups) {
+    for (int32_t i = 0; i < each; ++i) {
+      EXPECT_EQ(stored(group, std::to_string(i)), "7:" + std::to_string(i)) << group;
     }
   }
 }
 
-TEST_F(ConfigTest, KilledWriterLeavesAReadableStore) {
-  int32_t last = -1;
+TEST_F(ConfigTest, KilledWriterLeavesWhatWasConfirmed) {
+  int32_t next = 0;
   for (int round = 0; round < 8; ++round) {
-    int acknowledged[2];
-    ASSERT_EQ(::pipe(acknowledged), 0);
-    const pid_t writer = start_process([&] {
-      for (int32_t i = last + 1;; ++i) {
-        config::set("group", "counter", i);
-        if (::write(acknowledged[1], &i, sizeof i) != sizeof i) return false;
-      }
-    });
-    ::close(acknowledged[1]);
-    int32_t confirmed = -1;
-    for (int i = 0; i < 20 + round * 7; ++i)
-      ASSERT_EQ(::read(acknowledged[0], &confirmed, sizeof confirmed), 4);
-    ::kill(writer, SIGKILL);
-    EXPECT_EQ(wait_for(writer), -SIGKILL);
-    while (::read(acknowledged[0], &confirmed, sizeof confirmed) == 4) {
-    }
-    ::close(acknowledged[0]);
-    const var_t value = config::get("group", "counter");
+    const int32_t confirmed =
+        kill_in_step(next, 20 + round * 7, [](int32_t i) { config::set("g", "counter", i); });
+    const var_t value = config::get("g", "counter");
     ASSERT_EQ(value.tag, static_cast<uint8_t>(tag_t::int32));
-    // What was confirmed is there; at most the write in flight is there or not.
     EXPECT_GE(value.value.int32, confirmed);
     EXPECT_LE(value.value.int32, confirmed + 1);
-    last = value.value.int32;
-    config::set("group", "after", round);
+    next = value.value.int32 + 1;
+    config::set("g", "after", round);
   }
 }
 
-TEST_F(ConfigTest, DamagedStoreIsReportedAndKept) {
+TEST_F(ConfigTest, UnusableStoreIsReportedKeptAndUsableOnceMoved) {
   const std::filesystem::path file = folder / "state.db";
   const std::string rubbish(8192, '?');
-  std::ofstream(file) << rubbish;
+  make("state.db", rubbish);
   const auto read = [] { config::get("group", "key"); };
   const auto write = [] { config::set("group", "key", int32_t{1}); };
-  for (const std::function<void()>& use : {std::function<void()>(read), std::function<void()>(write)}) {
-    EXPECT_THAT(message_of<mirn3::exc::error_t>(use),
-                AllOf(HasSubstr(file.string()), HasSubstr("damaged"), HasSubstr("move it")));
-  }
-  std::stringstream content;
-  content << std::ifstream(file).rdbuf();
-  EXPECT_EQ(content.str(), rubbish);
-  std::filesystem::rename(file, folder / "moved");  // the advice helps at once
-  config::set("group", "key", int32_t{1});
-  EXPECT_EQ(config::get("group", "key").value.int32, 1);
-}
+  const auto damaged = AllOf(HasSubstr(file.string()), HasSubstr("damaged"), HasSubstr("move it"));
+  EXPECT_THAT(message_of<error_t>(read), damaged);
+  EXPECT_THAT(message_of<error_t>(write), damaged);
+  EXPECT_EQ(content(file), rubbish);
+  std::filesystem::rename(file, folder / "moved");
+  write();
+  EXPECT_EQ(stored("group", "key"), "7:1");
 
-TEST_F(ConfigTest, UnusablePlaceIsReportedUntilItIsUsable) {
-  std::filesystem::create_directories(folder / "home" / "state.db");
   restart(folder / "home");
-  EXPECT_THAT(message_of<mirn3::exc::error_t>([] { config::set("group", "key", true); }),
+  std::filesystem::create_directories(folder / "home" / "state.db");  // a folder where the file should be
+  EXPECT_THAT(message_of<error_t>(write),
               AllOf(HasSubstr((folder / "home" / "state.db").string()), HasSubstr("KVALO_HOME")));
   std::filesystem::remove(folder / "home" / "state.db");
-  config::set("group", "key", true);
-  EXPECT_TRUE(config::get("group", "key").value.boolean);
+  write();
+  EXPECT_EQ(stored("group", "key"), "7:1");
 }
 
 }  // namespace

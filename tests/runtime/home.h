@@ -1,16 +1,18 @@
-// What the tests of the runtime share: a fresh home folder for each test, and other processes.
+// What the tests share: a fresh home folder for each test, other processes, threads.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <sstream>
+#include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "runtime/init.h"
@@ -39,10 +41,23 @@ class Home : public testing::Test {
   }
   void restart() const { restart(folder); }
 
-  std::vector<std::string> log_lines(const std::string& file = "kvalo.log") const {
+  std::filesystem::path make(const std::string& name, const std::string& content) const {
+    std::ofstream(folder / name, std::ios::binary) << content;
+    return folder / name;
+  }
+
+  static std::string content(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+
+  // The lines of a log that contain this text.
+  std::vector<std::string> log_lines(const std::string& part = "", const char* file = "kvalo.log") const {
     std::ifstream stream(folder / file);
     std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    for (std::string line; std::getline(stream, line);) {
+      if (line.find(part) != std::string::npos) lines.push_back(line);
+    }
     return lines;
   }
 
@@ -66,6 +81,33 @@ inline int wait_for(pid_t child) {
   int status = 0;
   ::waitpid(child, &status, 0);
   return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+// Has another process do step(first), step(first + 1), ..., kills it when `count` steps are confirmed, and
+// says the last one that was done for sure (the next one may be).
+inline int32_t kill_in_step(int32_t first, int32_t count, const std::function<void(int32_t)>& step) {
+  int ends[2];
+  EXPECT_EQ(::pipe(ends), 0);
+  const pid_t writer = start_process([&] {
+    for (int32_t i = first;; ++i) {
+      step(i);
+      if (::write(ends[1], &i, sizeof i) != sizeof i) return false;
+    }
+  });
+  ::close(ends[1]);
+  int32_t confirmed = -1;
+  while (::read(ends[0], &confirmed, sizeof confirmed) == 4) {
+    if (confirmed == first + count - 1) ::kill(writer, SIGKILL);
+  }
+  ::close(ends[0]);
+  EXPECT_EQ(wait_for(writer), -SIGKILL);
+  return confirmed;
+}
+
+inline void run_threads(size_t count, const std::function<void(size_t)>& work) {
+  std::vector<std::thread> threads;
+  for (size_t i = 0; i < count; ++i) threads.emplace_back(work, i);
+  for (std::thread& thread : threads) thread.join();
 }
 
 // The message of the exception that `work` throws; empty if it throws none.

@@ -1,17 +1,12 @@
 // Files, places and the questions about paths.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include <map>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "runtime/exc.h"
+#include "runtime/home.h"
 #include "runtime/sys.h"
 
 namespace {
@@ -19,43 +14,11 @@ namespace {
 namespace fs = std::filesystem;
 namespace sys = mirn3::sys;
 using mirn3::exc::error_t;
-using ::testing::HasSubstr;
-using ::testing::ThrowsMessage;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
 
-// A folder of its own for every test, and the environment as it was before.
-class SysFile : public ::testing::Test {
- protected:
-  SysFile() {
-    std::string name = (fs::temp_directory_path() / "kvalo-sys-XXXXXX").string();
-    folder = mkdtemp(name.data());
-  }
-  ~SysFile() override {
-    fs::remove_all(folder);
-    for (; !environment.empty(); environment.pop_back()) {
-      const auto& [name, value] = environment.back();
-      value ? setenv(name, value->c_str(), 1) : unsetenv(name);
-    }
-  }
-
-  fs::path make(const std::string& name, const std::string& content) const {
-    std::ofstream(folder / name, std::ios::binary) << content;
-    return folder / name;
-  }
-
-  std::string content(const fs::path& path) const {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
-
-  void set(const char* name, const char* value) {
-    const char* old = std::getenv(name);
-    environment.emplace_back(name, old != nullptr ? std::optional<std::string>(old) : std::nullopt);
-    value != nullptr ? setenv(name, value, 1) : unsetenv(name);
-  }
-
-  fs::path folder;
-  std::vector<std::pair<const char*, std::optional<std::string>>> environment;
-};
+using SysFile = Home;
 
 TEST_F(SysFile, LinesComeWholeWithTheirEnds) {
   const std::string wide(5000, 'w');
@@ -69,13 +32,11 @@ TEST_F(SysFile, LinesComeWholeWithTheirEnds) {
   }
   EXPECT_EQ(file.readline(), nullptr);
   EXPECT_EQ(file.readline(), nullptr);
-}
 
-TEST_F(SysFile, EndlessLineIsRefused) {
-  const fs::path path = make("zeros", "");
-  fs::resize_file(path, sys::File::longest_line + 1);
-  sys::File file(path, sys::read_text);
-  EXPECT_THAT([&] { file.readline(); }, ThrowsMessage<error_t>(HasSubstr("longer than")));
+  const fs::path zeros = make("zeros", "");
+  fs::resize_file(zeros, sys::File::longest_line + 1);
+  sys::File endless(zeros, sys::read_text);
+  EXPECT_THAT([&] { endless.readline(); }, ThrowsMessage<error_t>(HasSubstr("longer than")));
 }
 
 TEST_F(SysFile, SeekMovesFromWhereReadingStopped) {
@@ -89,31 +50,26 @@ TEST_F(SysFile, SeekMovesFromWhereReadingStopped) {
   EXPECT_THROW(file.seek(-1000), error_t);
 }
 
-TEST_F(SysFile, WrittenBytesArriveAndReplaceOldOnes) {
+TEST_F(SysFile, WrittenBytesArriveOrTheReasonIsSaid) {
   const fs::path path = make("out.csv", "something longer than what follows");
   sys::File file(path, sys::write_text);
-  file.write("a;b\n");
-  file.write(std::string_view("\0\n", 2));
+  file.write(std::string_view("a;b\n\0\n", 6));
   file.close();
   file.close();
   EXPECT_EQ(content(path), std::string("a;b\n\0\n", 6));
   EXPECT_THROW(file.write("late"), error_t);
-}
-
-TEST_F(SysFile, FullDiskIsReported) {
   if (!sys::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
-  sys::File file("/dev/full", sys::write_text);
-  const auto fill = [&] {
-    file.write("x");
-    file.close();
-  };
-  EXPECT_THAT(fill, ThrowsMessage<error_t>(HasSubstr("Cannot write '/dev/full': No space left")));
+  sys::File full("/dev/full", sys::write_text);
+  EXPECT_THAT(message_of<error_t>([&] {
+                full.write("x");
+                full.close();
+              }),
+              HasSubstr("Cannot write '/dev/full': No space left"));
 }
 
 TEST_F(SysFile, WhatIsNoReadableFileIsRefusedWithoutWaiting) {
-  const fs::path pipe = folder / "pipe";
+  const fs::path pipe = folder / "pipe", missing = folder / "missing";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  const fs::path missing = folder / "missing";
   const struct {
     fs::path path;
     int mode;
@@ -130,32 +86,31 @@ TEST_F(SysFile, WhatIsNoReadableFileIsRefusedWithoutWaiting) {
   for (const auto& c : cases) {
     const std::string opening = "Cannot open '" + c.path.string() + "': ";
     EXPECT_THAT([&] { sys::File(c.path, c.mode); },
-                ThrowsMessage<error_t>(::testing::AllOf(HasSubstr(opening), HasSubstr(c.reason))));
-    if (c.mode == sys::read_text) {
-      EXPECT_THAT([&] { sys::Mapping{c.path}; }, ThrowsMessage<error_t>(HasSubstr(opening)));
-    }
+                ThrowsMessage<error_t>(AllOf(HasSubstr(opening), HasSubstr(c.reason))));
+    if (c.mode != sys::read_text) continue;
+    EXPECT_THAT([&] { sys::Mapping{c.path}; }, ThrowsMessage<error_t>(HasSubstr(opening)));
   }
 }
 
 TEST_F(SysFile, StampChangesWithTheFile) {
   const fs::path path = make("s", "1");
-  const sys::FileStamp before = sys::file_stamp(path);
-  EXPECT_EQ(before, sys::file_stamp(path));
-  EXPECT_EQ(before.size, 1u);
+  const sys::FileStamp first = sys::file_stamp(path);
+  EXPECT_EQ(first, sys::file_stamp(path));
+  EXPECT_EQ(first.size, 1u);
   fs::last_write_time(path, fs::last_write_time(path) + std::chrono::seconds(1));
-  EXPECT_EQ(sys::file_stamp(path).modified_ns, before.modified_ns + 1'000'000'000);
-  make("other", "2");
-  fs::rename(folder / "other", path);
-  EXPECT_NE(sys::file_stamp(path).inode, before.inode);
+  EXPECT_EQ(sys::file_stamp(path).modified_ns, first.modified_ns + 1'000'000'000);
+  fs::rename(make("other", "2"), path);
+  EXPECT_NE(sys::file_stamp(path).inode, first.inode);
   EXPECT_THROW(sys::file_stamp(folder / "none"), error_t);
 }
 
 TEST_F(SysFile, ExtensionsIgnoreCase) {
-  EXPECT_TRUE(sys::ext_check("/a/Flight.CSV", ".csv"));
-  EXPECT_TRUE(sys::ext_check("/a/x.Tar.Gz", ".tar.gz"));
-  EXPECT_FALSE(sys::ext_check("/a/x.gz", ".tar.gz"));
-  EXPECT_FALSE(sys::ext_check("/a.csv/x", ".csv"));
-  EXPECT_FALSE(sys::ext_check("v", ".csv"));
+  for (const auto& [path, extension, has] : {std::tuple{"/a/x.Tar.Gz", ".tar.gz", true},
+                                             {"/a/x.gz", ".tar.gz", false},
+                                             {"/a.csv/x", ".csv", false},
+                                             {"v", ".csv", false}}) {
+    EXPECT_EQ(sys::ext_check(path, extension), has) << path;
+  }
 }
 
 TEST_F(SysFile, WriteCheckLeavesEverythingAsItWas) {
@@ -176,26 +131,28 @@ TEST_F(SysFile, WriteCheckLeavesEverythingAsItWas) {
 }
 
 TEST_F(SysFile, PlacesFollowTheEnvironment) {
-  for (const char* name : {"KVALO_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_STATE_HOME"})
-    set(name, nullptr);
-  set("HOME", "/h");
-  EXPECT_EQ(sys::config_path(), "/h/.config/kvalo");
-  EXPECT_EQ(sys::plugin_path(), "/h/.config/kvalo/plugins");
-  EXPECT_EQ(sys::cache_path(), "/h/.cache/kvalo");
-  EXPECT_EQ(sys::state_path(), "/h/.local/state/kvalo");
-  set("XDG_CONFIG_HOME", "/c");
-  set("XDG_CACHE_HOME", "not/absolute");
-  set("XDG_STATE_HOME", "");
-  EXPECT_EQ(sys::plugin_path(), "/c/kvalo/plugins");
-  EXPECT_EQ(sys::cache_path(), "/h/.cache/kvalo");
-  EXPECT_EQ(sys::state_path(), "/h/.local/state/kvalo");
-  set("HOME", nullptr);  // the account's home folder stands in
-  EXPECT_TRUE(sys::state_path().is_absolute());
-  set("KVALO_HOME", "/k");
-  EXPECT_EQ(sys::config_path(), "/k");
-  EXPECT_EQ(sys::state_path(), "/k");
-  EXPECT_EQ(sys::cache_path(), "/k/cache");
-  EXPECT_EQ(sys::plugin_path(), "/k/plugins");
+  std::map<const char*, std::optional<std::string>> own;
+  for (const char* name : {"HOME", "KVALO_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_STATE_HOME"}) {
+    const char* value = std::getenv(name);
+    own[name] = value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+    unsetenv(name);
+  }
+  const auto places = [](const char* name, const char* value) {
+    setenv(name, value, 1);
+    return sys::config_path().string() + " " + sys::plugin_path().string() + " " +
+           sys::cache_path().string() + " " + sys::state_path().string();
+  };
+  EXPECT_TRUE(sys::state_path().is_absolute()) << "the account's home folder stands in";
+  EXPECT_EQ(places("HOME", "/h"),
+            "/h/.config/kvalo /h/.config/kvalo/plugins /h/.cache/kvalo /h/.local/state/kvalo");
+  EXPECT_EQ(places("XDG_STATE_HOME", "/s"),
+            "/h/.config/kvalo /h/.config/kvalo/plugins /h/.cache/kvalo /s/kvalo");
+  setenv("XDG_STATE_HOME", "", 1);
+  setenv("XDG_CACHE_HOME", "not/absolute", 1);
+  EXPECT_EQ(places("XDG_CONFIG_HOME", "/c"),
+            "/c/kvalo /c/kvalo/plugins /h/.cache/kvalo /h/.local/state/kvalo");
+  EXPECT_EQ(places("KVALO_HOME", "/k"), "/k /k/plugins /k/cache /k");
+  for (const auto& [name, value] : own) value ? setenv(name, value->c_str(), 1) : unsetenv(name);
 }
 
 }  // namespace
