@@ -83,7 +83,11 @@ Samples load(ReaderArduPilotBIN& reader, const std::string& name, std::string_vi
   rto_t request{.tag_key = tag_key, .name = name, .x = {}, .y = {}};
   reader.load(request);
   EXPECT_EQ(request.x.size(), request.y.size()) << name;
-  return {{request.x.begin(), request.x.end()}, {request.y.begin(), request.y.end()}};
+  Samples samples{{request.x.begin(), request.x.end()}, {request.y.begin(), request.y.end()}};
+  // They are the caller's to write: nothing of this may be found in another load.
+  std::fill_n(request.x.data(), request.x.size(), nan);
+  std::fill_n(request.y.data(), request.y.size(), nan);
+  return samples;
 }
 
 std::vector<std::string> leaves(const ReaderArduPilotBIN& reader) {
@@ -157,26 +161,7 @@ TEST_F(ArduPilotBin, OnlyTheHeadDecidesWhatIsOffered) {
 }
 
 TEST_F(ArduPilotBin, ReadsEveryLetter) {
-  const struct {
-    char letter;
-    std::string bytes;
-    double value;
-  } cases[] = {{'b', "\xFE", -2},
-               {'B', "\xFE", 254},
-               {'M', "\x05", 5},
-               {'h', "\xFE\xFF", -2},
-               {'H', "\xFE\xFF", 65534},
-               {'c', "\x39\x30", 123.45},
-               {'C', "\xFF\xFF", 65535 * 0.01},
-               {'i', "\xFE\xFF\xFF\xFF", -2},
-               {'I', "\xFE\xFF\xFF\xFF", 4294967294.0},
-               {'e', "\x06\xFF\xFF\xFF", -2.5},
-               {'E', "\x06\xFF\xFF\xFF", 4294967046.0 * 0.01},
-               {'f', std::string("\0\0\x20\xC0", 4), -2.5},
-               {'d', std::string("\0\0\0\0\0\0\x04\xC0", 8), -2.5},
-               {'q', "\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF", -2},
-               {'Q', "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", 18446744073709551616.0}};
-  for (const auto& [letter, bytes, value] : cases) {
+  const auto check = [&](char letter, const std::string& bytes, double value) {
     // Behind an odd number of bytes, and with widths that count although the field is not offered.
     const int length = static_cast<int>(3 + 1 + 4 + 64 + 4 + bytes.size() + 1);
     Log log;
@@ -187,7 +172,25 @@ TEST_F(ArduPilotBin, ReadsEveryLetter) {
     auto reader = open(log);
     EXPECT_EQ(load(*reader, "X.value"), (Samples{{7, 8}, {value, value}})) << letter;
     EXPECT_EQ(load(*reader, "X.end"), (Samples{{7, 8}, {7, 8}})) << letter;
-  }
+  };
+  const std::tuple<char, int, double> integers[] = {{'b', 1, -2},
+                                                    {'B', 1, 254},
+                                                    {'M', 1, 254},
+                                                    {'h', 2, -2},
+                                                    {'H', 2, 65534},
+                                                    {'i', 4, -2},
+                                                    {'I', 4, 4294967294},
+                                                    {'c', 2, -2 * 0.01},
+                                                    {'C', 2, 65534 * 0.01},
+                                                    {'e', 4, -2 * 0.01},
+                                                    {'E', 4, 4294967294 * 0.01},
+                                                    {'q', 8, -2},
+                                                    {'Q', 8, 0x1p64}};
+  for (const auto& [letter, width, value] : integers)
+    check(letter, "\xFE" + std::string(width - 1, '\xFF'), value);
+  check('c', "\x39\x30", 123.45);
+  check('f', std::string("\0\0\x20\xC0", 4), -2.5);
+  check('d', std::string("\0\0\0\0\0\0\x04\xC0", 8), -2.5);
 }
 
 TEST_F(ArduPilotBin, ScalesTimeByItsExactLabel) {
@@ -365,19 +368,6 @@ TEST_F(ArduPilotBin, AnyOrderOfLoadsGivesWhatAFreshReaderGives) {
   mirn3::mem::configure();
 }
 
-TEST_F(ArduPilotBin, SamplesAreTheCallersOwn) {
-  auto reader = open(long_log(1000));
-  for (int round = 0; round < 2; ++round) {
-    for (const auto& name : leaves(*reader)) {
-      rto_t request{.tag_key = "flight test", .name = name, .x = {}, .y = {}};
-      reader->load(request);
-      EXPECT_EQ(request.x[1], load(*reader, name).x[1]) << "a caller's writing reached the reader";
-      std::fill_n(request.x.data(), request.x.size(), nan);
-      std::fill_n(request.y.data(), request.y.size(), nan);
-    }
-  }
-}
-
 TEST_F(ArduPilotBin, ForgettingMeanwhileIsSafeAndGivesTheMemoryBack) {
   const uint64_t before = mirn3::mem::memory_used;
   auto reader = open(long_log(20'000));
@@ -434,9 +424,6 @@ struct Flight {
   const char* file;
   size_t groups, variables, texts, samples;
   uint32_t checksum;  // CRC-32 over x then y of every variable without text, in order
-  const char* variable;
-  size_t count;
-  double first_x, last_x, last_y;
   const char* last_parameter;
 };
 
@@ -452,10 +439,8 @@ uint32_t crc32(uint32_t crc, const std::vector<double>& values) {
 }
 
 TEST_F(ArduPilotBin, RecordedFlightsComeOutWhole) {
-  const Flight flights[] = {{"copter.bin", 135, 1017, 5, 230069, 0x92a8d3e7, "IMU.AccZ", 1820, 208.659484,
-                             909.2998809999999, -10.148125648498535, "STAT_RUNTIME"},
-                            {"truncated.bin", 129, 998, 2, 8680, 0x4c8ea8f3, "ATT.Roll", 24, 81.795644,
-                             82.77033399999999, -7.19, "LAND_DS_AIL_SCL"}};
+  const Flight flights[] = {{"copter.bin", 135, 1017, 5, 230069, 0x92a8d3e7, "STAT_RUNTIME"},
+                            {"truncated.bin", 129, 998, 2, 8680, 0x4c8ea8f3, "LAND_DS_AIL_SCL"}};
   for (const Flight& flight : flights) {
     const fs::path file = fs::path("/work/shared/data/flight") / flight.file;
     if (!fs::exists(file)) GTEST_SKIP() << "no recorded flight at " << file;
@@ -469,7 +454,8 @@ TEST_F(ArduPilotBin, RecordedFlightsComeOutWhole) {
       const Samples got = load(*reader, name);
       samples += got.y.size();
       const auto& at = reader->locations.at(name);
-      if (std::strchr("nNZ", reader->formats.at(at.type).format[at.value_field]) != nullptr) {
+      const char letter = reader->formats.at(at.type).format[at.value_field];
+      if (letter == 'n' || letter == 'N' || letter == 'Z') {
         ++texts;
       } else {
         checksum = crc32(crc32(checksum, got.x), got.y);
@@ -478,12 +464,6 @@ TEST_F(ArduPilotBin, RecordedFlightsComeOutWhole) {
     EXPECT_EQ(texts, flight.texts);
     EXPECT_EQ(samples, flight.samples);
     EXPECT_EQ(checksum, flight.checksum);
-
-    const Samples one = load(*reader, flight.variable);
-    ASSERT_EQ(one.y.size(), flight.count);
-    EXPECT_EQ(one.x.front(), flight.first_x);
-    EXPECT_EQ(one.x.back(), flight.last_x);
-    EXPECT_EQ(one.y.back(), flight.last_y);
     EXPECT_EQ(mirn3::tag::get(file.string(), load(*reader, "PARM.Name", file.string()).y.back()),
               flight.last_parameter);
   }

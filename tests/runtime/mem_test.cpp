@@ -8,7 +8,6 @@
 #include <limits>
 #include <new>
 #include <numeric>
-#include <set>
 #include <stdexcept>
 
 #include "runtime/home.h"
@@ -190,10 +189,10 @@ TEST_F(MemTest, ModificationsAreSeenByEveryHolder) {
       {"nothing", true, false, [](Vector&) {}},
       {"written unwatched", false, false, [](Vector& v) { v[3] = -1.0; }},
       {"marked", false, true, [](Vector& v) { v.mark_modified(); }},
-      {"last sample", true, true, [](Vector& v) { v[v.size() - 1] = -1.0; }},
       {"all signs", true, true,
        [](Vector& v) { std::transform(v.begin(), v.end(), v.data(), std::negate{}); }},
-      {"two samples swapped", true, true, [](Vector& v) { std::swap(v[0], v[8]); }},
+      {"two samples swapped", true, true, [](Vector& v) { std::swap(v[0], v[1]); }},
+      {"two samples far apart swapped", true, true, [](Vector& v) { std::swap(v[0], v[8]); }},
       {"one bit", true, true, [](Vector& v) { v[5] = std::nextafter(v[5], 1e9); }},
       {"written back", true, false, [](Vector& v) { v[0] += 1.0, v[0] -= 1.0; }},
       {"watched again", true, true, [](Vector& v) { v[0] = 9.0, v.mark_modified(), v.watch(); }},
@@ -201,7 +200,7 @@ TEST_F(MemTest, ModificationsAreSeenByEveryHolder) {
   };
   for (const auto& c : cases) {
     Vector v;
-    v.resize(1000);
+    v.resize(1003);
     std::iota(v.data(), v.data() + v.size(), 1.0);
     const Vector other_holder = v;
     if (c.watched) v.watch();
@@ -209,23 +208,13 @@ TEST_F(MemTest, ModificationsAreSeenByEveryHolder) {
     EXPECT_EQ(v.is_modified(), c.modified) << c.what;
     EXPECT_EQ(other_holder.is_modified(), c.modified) << c.what << ", other holder";
   }
-}
-
-TEST_F(MemTest, DigestTellsLengthsAndOrdersApart) {
-  std::vector<double> samples(40);
-  std::set<uint64_t> digests;
-  const auto add = [&] { digests.insert(mem::digest(samples.data(), samples.size())); };
-  for (size_t n = 0; n <= samples.size(); ++n) digests.insert(mem::digest(samples.data(), n));  // zeros
-  for (double& sample : samples) {
-    for (const double value : {1.0, -0.0, std::nan("")}) sample = value, add();
-    sample = 0.0;
+  for (size_t i = 0; i < 43; ++i) {
+    Vector v;  // of zeros
+    v.resize(43);
+    v.watch();
+    v[i] = -0.0;
+    EXPECT_TRUE(v.is_modified()) << i;
   }
-  for (size_t i = 1; i < samples.size(); ++i) {  // the same two values at other places
-    samples[0] = 1.0, samples[i] = 2.0, add();
-    std::swap(samples[0], samples[i]), add();
-    samples[0] = samples[i] = 0.0;
-  }
-  EXPECT_EQ(digests.size(), 41u + 3 * 40 + 2 * 39);
 }
 
 TEST_F(MemTest, BudgetComesFromTheEnvironmentOrTheMachine) {

@@ -24,6 +24,8 @@ std::vector<std::string> split(const std::string& texts, char at) {
 }
 
 TEST(UtcParse, AcceptedStampsAreGuessedAndReadToTheLastBit) {
+  // Among them: exactly between two doubles and a little above that, leap seconds, the borders at which
+  // whole numbers stop being Unix times.
   const Family guessed[] = {
       {iso8601,
        "2026-11-21T04:22:01.5Z=0x1.ac0471a6p+30|2026/11/21   04:22=1795234920|2026-11-21=1795219200"
@@ -57,8 +59,8 @@ TEST(UtcParse, AcceptedStampsAreGuessedAndReadToTheLastBit) {
        "946684799999=946684799999|4133980800000=4133980800000|1763698921123.0=1763698921123"
        "| \"+1.5e3\" =1500|-0.1=-0.1|inf=inf"},
   };
+  // Later rows of a column may differ from the first.
   const Family later[] = {
-      // may differ from a column's first
       {day_month, "03/04/2026=1775174400"},
       {month_day, "03.04.2026=1772582400"},
       {epoch_ms, "1763698921123.5=1763698921.1235"},
