@@ -48,10 +48,10 @@ inline void shared_vector<double>::watch() noexcept {
 }
 
 inline bool shared_vector<double>::is_modified() const noexcept {
-  const auto* kept = deleter();
+  auto* kept = deleter();
   if (kept == nullptr) return false;
-  if (kept->modified) return true;
-  return kept->watched && mem::digest(data_, kept->seen_size) != kept->seen;
+  if (!kept->modified && kept->watched) kept->modified = mem::digest(data_, kept->seen_size) != kept->seen;
+  return kept->modified;
 }
 
 }  // namespace mirn3

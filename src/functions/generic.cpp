@@ -21,8 +21,9 @@ PyObject* builtin_generic(PyObject* args, std::string_view name, std::string_vie
     TimeSeriesObject* series = as_series(result.get());
     set_script(series, fmt::format("kvalo.{:s}({:s}{:s}{:s})", name, operand.name(),
                                    options.empty() ? "" : ", ", options));
-    Samples& x = *axis_of(series->xdata);
-    Samples& y = *axis_of(series->ydata);
+    // Shares of their own: the result is registered, so another thread may find and change it.
+    Samples x = *axis_of(series->xdata);
+    Samples y = *axis_of(series->ydata);
     without_gil([&] {
       if (operand.size() != 0) std::memcpy(x.data(), operand.x().data(), operand.size() * sizeof(double));
       kernel(operand.x(), operand.y(), y.span());

@@ -20,9 +20,9 @@ namespace {
 
 constexpr int api_version = 1013;
 
-constexpr const char* banner =
-    "Kvalo: recorded signals loaded, computed on, drawn and exported. Python 3.11 module version 24.12.0 "
-    "(" KVALO_BUILD_HASH "). Made by the Kvalo developers; Apache License 2.0.";
+constexpr const char* banner = "Kvalo Python 3.11 module version 24.12.0 (" KVALO_BUILD_HASH
+                               ")\n\nRecorded signals: loaded, computed on, drawn and exported.\n"
+                               "Made by the Kvalo developers under the Apache License 2.0.";
 
 int clear_module(PyObject*) {
   tear_down();

@@ -93,6 +93,7 @@ class Delimited : public testing::Test {
       const reference::Series expected = plain.load(plain.column(name), key_);
       const rto_t read = load(reader, name);
       ASSERT_EQ(read.y.size(), expected.y.size()) << name;
+      if (expected.y.empty()) continue;
       ASSERT_EQ(0, std::memcmp(read.x.data(), expected.x.data(), expected.x.size() * sizeof(double))) << name;
       ASSERT_EQ(0, std::memcmp(read.y.data(), expected.y.data(), expected.y.size() * sizeof(double))) << name;
     }
