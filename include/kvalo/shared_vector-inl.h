@@ -9,8 +9,9 @@
 
 namespace mirn3 {
 
-inline void shared_vector<double>::adopt(uint64_t n, double* buffer, mem::BufferDeleter::Origin origin) {
-  mem::BufferDeleter deleter{.n = n, .origin = origin};
+inline void shared_vector<double>::adopt(uint64_t n, double* buffer, mem::Content content) {
+  using Origin = mem::BufferDeleter::Origin;
+  mem::BufferDeleter deleter{.n = n, .origin = buffer == nullptr ? Origin::pool : Origin::heap};
   try {
     if (n >= (uint64_t{1} << 61)) throw std::bad_alloc();
     mem::reserve(n * sizeof(double));
@@ -20,7 +21,7 @@ inline void shared_vector<double>::adopt(uint64_t n, double* buffer, mem::Buffer
   }
   if (buffer == nullptr) {
     try {
-      buffer = mem::allocate_samples(n);
+      buffer = mem::allocate_samples(n, content);
     } catch (...) {
       mem::release(n * sizeof(double));
       throw;
@@ -34,7 +35,7 @@ inline void shared_vector<double>::adopt(uint64_t n, double* buffer, mem::Buffer
 
 inline shared_vector<double> shared_vector<double>::clone() const {
   shared_vector copy;
-  copy.resize(size_);
+  copy.resize_for_overwrite(size_);
   if (size_ != 0) std::memcpy(copy.data_, data_, size_ * sizeof(double));
   return copy;
 }

@@ -24,9 +24,12 @@ MIRN3_API void reserve(size_t bytes);
 // Gives `bytes` back.
 MIRN3_API void release(size_t bytes) noexcept;
 
-// Memory for `n` doubles, all zero, aligned for vector instructions. Not charged.
+// What a new buffer holds.
+enum class Content : uint8_t { any, zeros };
+
+// Memory for `n` doubles, aligned for vector instructions. Not charged.
 // Throws std::bad_alloc, also for n >= 2^61.
-MIRN3_API double* allocate_samples(size_t n);
+MIRN3_API double* allocate_samples(size_t n, Content content);
 // Frees what allocate_samples(n) returned.
 MIRN3_API void free_samples(double* buffer, size_t n) noexcept;
 
@@ -69,20 +72,26 @@ class shared_vector<double> {
     return *this;
   }
 
-  // Makes room for n elements. A new buffer holds zeros, not the old content; size stays.
+  // Makes room for n elements. A new buffer holds anything, not the old content; size stays.
   void reserve(uint64_t n) {
-    if (capacity_ < n) adopt(n, nullptr, mem::BufferDeleter::Origin::pool);
+    if (capacity_ < n) adopt(n, nullptr, mem::Content::any);
   }
 
   // Sets the size. Past the capacity: n zeros in a new buffer. Within it: nothing is touched.
   void resize(uint64_t n) {
+    if (capacity_ < n) adopt(n, nullptr, mem::Content::zeros);
+    size_ = n;
+  }
+
+  // Sets the size for a caller that fills all of it: a new buffer holds anything.
+  void resize_for_overwrite(uint64_t n) {
     reserve(n);
     size_ = n;
   }
 
   // Takes over a malloc'ed buffer of n doubles without copying.
   void assign_move(uint64_t n, double* buffer) {
-    adopt(n, buffer, mem::BufferDeleter::Origin::heap);
+    adopt(n, buffer, mem::Content::any);
     size_ = n;
   }
 
@@ -134,9 +143,9 @@ class shared_vector<double> {
   }
 
  private:
-  // Charges n elements, makes or takes the buffer and drops the old one. A failure gives the charge
+  // Charges n elements, makes a buffer or takes the given one, and drops the old. A failure gives the charge
   // back, frees a buffer that was handed over, and leaves the vector as it was.
-  void adopt(uint64_t n, double* buffer, mem::BufferDeleter::Origin origin);
+  void adopt(uint64_t n, double* buffer, mem::Content content);
 
   mem::BufferDeleter* deleter() const noexcept { return std::get_deleter<mem::BufferDeleter>(owner_); }
 

@@ -50,8 +50,8 @@ LoadedSamples join(const std::vector<LoadedSamples>& parts) {
   uint64_t total = 0;
   for (const LoadedSamples& part : parts) total += part.x.size();
   LoadedSamples joined;
-  joined.x.resize(total);
-  joined.y.resize(total);
+  joined.x.resize_for_overwrite(total);
+  joined.y.resize_for_overwrite(total);
   uint64_t at = 0;
   bool apart = true;  // every part ends before the next one begins
   for (const LoadedSamples& part : parts) {
@@ -66,8 +66,8 @@ LoadedSamples join(const std::vector<LoadedSamples>& parts) {
   std::ranges::stable_sort(order,
                            [&](uint64_t a, uint64_t b) { return is_earlier(joined.x[a], joined.x[b]); });
   LoadedSamples sorted;
-  sorted.x.resize(total);
-  sorted.y.resize(total);
+  sorted.x.resize_for_overwrite(total);
+  sorted.y.resize_for_overwrite(total);
   for (uint64_t i = 0; i < total; ++i) {
     sorted.x[i] = joined.x[order[i]];
     sorted.y[i] = joined.y[order[i]];

@@ -300,7 +300,7 @@ ReaderArduPilotBIN::Learned::Buffers ReaderArduPilotBIN::Learned::reserve_ahead(
     room -= samples * sizeof(double);
     shared_vector<double> values;
     try {
-      values.resize(samples);
+      values.resize_for_overwrite(samples);
     } catch (const std::bad_alloc&) {
       break;
     }
@@ -400,13 +400,13 @@ void ReaderArduPilotBIN::load(rto_t& request) {
   // One pass fills everything below that is not known yet.
   std::vector<Column> columns;
   shared_vector<double> x;
-  x.resize(samples);
+  x.resize_for_overwrite(samples);
   Learned::Times times = known->times[at.type];
   if (time.letter->text) {
     times = {};
   } else if (!times.known || times.field != at.time_field) {
     times = {.known = true, .field = at.time_field, .values = {}};
-    times.values.resize(samples);
+    times.values.resize_for_overwrite(samples);
     columns.push_back({time, times.values.data()});
   }
 
@@ -426,7 +426,7 @@ void ReaderArduPilotBIN::load(rto_t& request) {
     }
   }
   if (!decoded) {
-    y.resize(samples);
+    y.resize_for_overwrite(samples);
     if (!value.letter->text) columns.push_back({value, y.data()});
   }
 

@@ -268,7 +268,6 @@ void ReaderDelimited::scan() {
     header = read_delimited_header(mapping.text(), delimiter, path_.string());
   }
   header_lines = header.lines;
-  row_capacity = learn()->rows.line_count() + 100;
   time_type = mirn3::utc::guess_type(header.first_time);
 
   root_.children.reserve(header.titles.size());
@@ -309,6 +308,7 @@ void ReaderDelimited::load(rto_t& request) {
   const uint64_t column = entry->second;
   const std::shared_ptr<Learned> learned = learn();
   const Rows& rows = learned->rows;
+  row_capacity = rows.line_count() + 100;
   const uint64_t count = rows.rows();
   if (count == 0) return;
 

@@ -27,7 +27,9 @@ class ReaderDelimited : public Reader {
   char delimiter;             // the field separator
   int32_t time_type = 0;      // form of the time column (mirn3::utc::type_t)
   uint64_t header_lines = 1;  // lines before the first data row
-  uint64_t row_capacity = 0;  // elements reserved for a column: the file's lines plus 100
+  // Elements reserved for a column: the file's lines plus 100. Lines are counted by the first load, in
+  // the walk that finds the rows, so that opening a file touches only its head.
+  uint64_t row_capacity = 0;
 
  private:
   struct Learned;

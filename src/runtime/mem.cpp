@@ -17,6 +17,7 @@
 #include <string>
 
 #include "runtime/log.h"
+#include "runtime/mem_pool.h"
 
 #include <fmt/format.h>
 
@@ -150,6 +151,7 @@ void reserve(size_t bytes) {
     return;
   }
   try {
+    pool::clear();  // what nobody uses must not take room from what somebody does
     make_room();
     used = memory_used.load(std::memory_order_relaxed);
     const uint64_t bank = memory_bank.load(std::memory_order_relaxed);
@@ -190,21 +192,27 @@ void configure() {
   memory_bank.store(bank);
 }
 
-double* allocate_samples(size_t n) {
+double* allocate_samples(size_t n, Content content) {
   if (n >= size_t{1} << 60) throw std::bad_alloc();  // more than any address space; sums below stay whole
-  if (const size_t bytes = mapped_bytes(n)) return map_samples(bytes);
+  if (const size_t bytes = mapped_bytes(n)) {
+    void* used_before = pool::take(bytes);
+    if (used_before == nullptr) return map_samples(bytes);
+    if (content == Content::zeros) std::memset(used_before, 0, bytes);
+    return static_cast<double*>(used_before);
+  }
   // At least one unit, so that no samples have an address as well.
   const size_t bytes =
       std::max((n * sizeof(double) + vector_alignment - 1) / vector_alignment, size_t{1}) * vector_alignment;
   void* buffer = std::aligned_alloc(vector_alignment, bytes);
   if (buffer == nullptr) throw std::bad_alloc();
-  return static_cast<double*>(std::memset(buffer, 0, bytes));
+  if (content == Content::zeros) std::memset(buffer, 0, bytes);
+  return static_cast<double*>(buffer);
 }
 
 void free_samples(double* buffer, size_t n) noexcept {
   if (buffer == nullptr) return;
   if (const size_t bytes = mapped_bytes(n)) {
-    ::munmap(buffer, bytes);
+    if (!pool::give(buffer, bytes)) ::munmap(buffer, bytes);
   } else {
     std::free(buffer);
   }
