@@ -104,7 +104,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   mirn2::rd::ReaderDelimited reader(path, delimiter);
   reader.scan();
   expect(reader.header_lines == plain.header_lines(), "header lines");
-  expect(reader.row_capacity == plain.line_count() + 100, "line count");
   expect(reader.variables().size() == plain.titles().size(), "number of titles");
   const size_t columns = plain.titles().size();
   for (size_t i = 0; i < columns; ++i) expect(reader.variables()[i].name == plain.titles()[i], "title");
@@ -119,6 +118,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     reader.load(request);
     expect(same(request.x.span(), expected.x), "times");
     expect(same(request.y.span(), expected.y), "values");
+    expect(reader.row_capacity == plain.line_count() + 100, "line count");
     if (order % 16 == 15) reader.forget();
   }
 

@@ -1,5 +1,6 @@
 """What every Python test shares: a home of its own for the module, and the folder of recorded data."""
 
+import gc
 import os
 import sys
 import tempfile
@@ -13,6 +14,12 @@ ROOT = Path(__file__).resolve().parent.parent.parent
 _home = tempfile.TemporaryDirectory(prefix="kvalo-home-")
 os.environ["KVALO_HOME"] = _home.name
 sys.path.insert(0, str(ROOT / "examples"))
+
+
+@pytest.fixture(autouse=True)
+def _nothing_left_of_earlier_tests():
+    """Series are found by name among all that live: those in a failed call's cycle must be gone."""
+    gc.collect()
 
 
 @pytest.fixture(scope="session")
