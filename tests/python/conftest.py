@@ -2,6 +2,7 @@
 
 import gc
 import os
+import subprocess
 import sys
 import tempfile
 from pathlib import Path
@@ -14,6 +15,17 @@ ROOT = Path(__file__).resolve().parent.parent.parent
 _home = tempfile.TemporaryDirectory(prefix="kvalo-home-")
 os.environ["KVALO_HOME"] = _home.name
 sys.path.insert(0, str(ROOT / "examples"))
+
+
+def run_script(code: str, *arguments: str, **environment: str) -> subprocess.CompletedProcess:
+    """Runs a script in an interpreter of its own."""
+    return subprocess.run(
+        [sys.executable, "-c", code, *arguments],
+        capture_output=True,
+        text=True,
+        timeout=600,
+        env={**os.environ, **environment},
+    )
 
 
 @pytest.fixture(autouse=True)

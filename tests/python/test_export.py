@@ -3,11 +3,10 @@
 import math
 import os
 import stat
-import subprocess
-import sys
 
 import kvalo
 import pytest
+from conftest import run_script
 
 RAMP = kvalo.TimeSeries([0, 1, 2], [10, 20, 30])
 
@@ -111,7 +110,7 @@ try:
 except OSError as error:
     print(error)
 """
-    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
+    done = run_script(code)
     assert done.stdout.startswith(f"Error at '{path}': ")
     assert path.read_text() == "old"
     assert [p.name for p in tmp_path.iterdir()] == ["o.csv"]
@@ -134,8 +133,6 @@ try:
 except KeyboardInterrupt:
     print('stopped')
 """
-    done = subprocess.run(
-        [sys.executable, "-c", code], capture_output=True, text=True, check=True, timeout=60
-    )
+    done = run_script(code)
     assert done.stdout == "stopped\n"
     assert list(tmp_path.iterdir()) == []

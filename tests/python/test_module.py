@@ -3,26 +3,14 @@
 import ctypes
 import gc
 import os
-import subprocess
-import sys
 from pathlib import Path
 
 import kvalo
 import pytest
+from conftest import run_script
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 BUILD = Path(os.environ.get("KVALO_BUILD", ROOT / "build" / "release"))
-
-
-def run(code, **environment):
-    """Runs a script in a process of its own."""
-    return subprocess.run(
-        [sys.executable, "-c", code],
-        capture_output=True,
-        text=True,
-        timeout=120,
-        env={**os.environ, **environment},
-    )
 
 
 def test_types_are_published_in_order():
@@ -71,13 +59,13 @@ import kvalo
 assert kvalo is not first
 assert kvalo.find("kept") is s
 """
-    done = run(code)
+    done = run_script(code)
     assert done.returncode == 0, done.stderr
 
 
 def test_errors_are_logged_as_they_are_raised(tmp_path):
     code = "import kvalo\ntry: kvalo.Array(0)\nexcept ValueError: pass"
-    assert run(code, KVALO_HOME=str(tmp_path), KVALO_LOG_LEVEL="0").returncode == 0
+    assert run_script(code, KVALO_HOME=str(tmp_path), KVALO_LOG_LEVEL="0").returncode == 0
     lines = (tmp_path / "kvalo.log").read_text().splitlines()
     assert [line.split(" ", 1)[1] for line in lines] == ["3 Argument must be a positive integer"]
 
@@ -86,7 +74,7 @@ def test_loading_is_traced(tmp_path):
     path = tmp_path / "f.csv"
     path.write_text("t,a\n0,1\n1,2\n2,3\n")
     code = f"import kvalo\nc = kvalo.Container(path={str(path)!r})\nc.a.load()"
-    assert run(code, KVALO_HOME=str(tmp_path), KVALO_LOG_LEVEL="0").returncode == 0
+    assert run_script(code, KVALO_HOME=str(tmp_path), KVALO_LOG_LEVEL="0").returncode == 0
     entries = [line.split(" ", 1)[1] for line in (tmp_path / "kvalo.log").read_text().splitlines()]
     traces = [e.removeprefix("0 ") for e in entries if e.endswith("[enter]")]
     assert traces[:5] == [
@@ -112,7 +100,7 @@ def test_a_process_ends_quietly_with_everything_loaded(tmp_path):
         "del sys.modules['kvalo'], kvalo, c; gc.collect()",
     ):
         code = f"import kvalo, sys, gc\nc = kvalo.Container(path={str(path)!r})\nc.a.load()\n{ending}"
-        done = run(code)
+        done = run_script(code)
         assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
 
 
@@ -120,7 +108,7 @@ def test_unwritable_homes_do_not_stop_the_work(tmp_path):
     path = tmp_path / "f.csv"
     path.write_text("t,a\n0,x\n1,y\n2,x\n")
     code = f"import kvalo\nc = kvalo.Container(path={str(path)!r})\nc.a.load()\nprint(c.a[1][1], c.a.tag(1))"
-    done = run(code, KVALO_HOME="/dev/null/home")
+    done = run_script(code, KVALO_HOME="/dev/null/home")
     assert done.stdout == "1.0 y\n", done.stderr
 
 
@@ -236,7 +224,7 @@ def test_a_failed_load_is_reported_to_the_host(messages):
 
 @pytest.mark.parametrize("call", ["exit()", "selfie('x')"])
 def test_requests_without_a_host_end_the_process(call):
-    done = run(f"import kvalo\nprint('before')\nkvalo.{call}\nprint('after')")
+    done = run_script(f"import kvalo\nprint('before')\nkvalo.{call}\nprint('after')")
     assert done.returncode != 0
     assert done.stdout == "before\n"
     assert "kvalo_view" in done.stderr

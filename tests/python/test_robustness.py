@@ -3,29 +3,18 @@
 import gc
 import os
 import random
-import subprocess
-import sys
 import threading
 from pathlib import Path
 
 import kvalo
 import numpy as np
 import pytest
+from conftest import run_script
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 from sample_flight import write_flight
 
 SANITIZED = "san.so" in os.environ.get("LD_PRELOAD", "")
-
-
-def run(code, **environment):
-    return subprocess.run(
-        [sys.executable, "-c", code],
-        capture_output=True,
-        text=True,
-        timeout=300,
-        env={**os.environ, **environment},
-    )
 
 
 @pytest.fixture(scope="session")
@@ -73,13 +62,7 @@ def test_more_than_the_budget_loads_in_any_order(tmp_path):
         for i in range(rows):
             file.write(f"{i}," + ",".join(map(str, table[i])) + "\n")
     # Room for about six of the thirty series.
-    done = subprocess.run(
-        [sys.executable, "-c", BUDGET, str(path)],
-        capture_output=True,
-        text=True,
-        timeout=300,
-        env={**os.environ, "KVALO_MEMORY_BANK": str(2_000_000)},
-    )
+    done = run_script(BUDGET, str(path), KVALO_MEMORY_BANK="2000000")
     assert done.returncode == 0, done.stderr
     assert int(done.stdout) > columns // 2
 
@@ -95,12 +78,8 @@ kvalo.export_to_file(sys.argv[2], ",", 1.0, 0.0, 200.0, c)
     texts = []
     for bank in ("1000", ""):
         out = tmp_path / f"out{bank}.csv"
-        done = subprocess.run(
-            [sys.executable, "-c", code, str(flight["csv"]), str(out)],
-            capture_output=True,
-            text=True,
-            env={**os.environ, **({"KVALO_MEMORY_BANK": bank} if bank else {})},
-        )
+        environment = {"KVALO_MEMORY_BANK": bank} if bank else {}
+        done = run_script(code, str(flight["csv"]), str(out), **environment)
         assert done.returncode == 0, done.stderr
         texts.append(out.read_text())
     assert texts[0] == texts[1]
@@ -133,9 +112,8 @@ print((resident() - before) / 1e6)
 def test_ten_thousand_rounds_do_not_grow(tmp_path):
     path = tmp_path / "f.csv"
     path.write_text("t,a,b\n" + "".join(f"{i},{i},{i}\n" for i in range(200)))
-    done = subprocess.run(
-        [sys.executable, "-c", LEAK, str(path)], capture_output=True, text=True, timeout=600, check=True
-    )
+    done = run_script(LEAK, str(path))
+    assert done.returncode == 0, done.stderr
     assert float(done.stdout) < 8
 
 

@@ -1,12 +1,11 @@
 """kvalo.TimeSeries: the forms of construction, elements, names, sampling, and the frame of functions."""
 
 import gc
-import subprocess
-import sys
 
 import kvalo
 import numpy as np
 import pytest
+from conftest import run_script
 
 
 def series(x, y):
@@ -192,7 +191,7 @@ def test_detached_series_are_found_and_gone_with_their_object():
 
 def test_scripts_count_up_from_the_first_series_of_a_process():
     code = "import kvalo; s = [kvalo.TimeSeries() for _ in range(5)]; print(s[0].get_script(), s[4].get_script())"
-    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
+    done = run_script(code)
     assert done.stdout.split() == ["ts00001", "ts00005"]
 
 

@@ -111,10 +111,10 @@ TEST(ParTest, ExceptionOfTheLowestPartComesAfterEveryPartRanOnce) {
   EXPECT_EQ(message_of<std::runtime_error>([&] {
               par::run(64, [&](size_t part) {
                 ++runs.at(part);
-                if (part % 10 == 7) throw std::runtime_error("part " + std::to_string(part));
+                if (part % 10 == 7) throw std::runtime_error("task " + std::to_string(part));
               });
             }),
-            "part 7");
+            "task 7");
   for (const auto& count : runs) EXPECT_EQ(count, 1);
 }
 
