@@ -145,7 +145,7 @@ def test_what_computes_refuses_while_a_connection_is_active(online):
             call()
     with pytest.raises(RuntimeError, match="'merge'"):
         online.merge("x.csv")
-    assert kvalo.find("a") is online.a
+    assert kvalo.find("^a$") is online.a
     assert online.a.get_ts() == 1.0
 
 
