@@ -264,11 +264,6 @@ PyMemberDef container_members[] = {
     {nullptr, 0, 0, 0, nullptr},
 };
 
-PyGetSetDef container_getset[] = {
-    {"__dict__", PyObject_GenericGetDict, PyObject_GenericSetDict, nullptr, nullptr},
-    {nullptr, nullptr, nullptr, nullptr, nullptr},
-};
-
 PyMethodDef container_methods[] = {
     {"get_path", container_get_path, METH_NOARGS, "Return container's list of paths"},
     {"get_size", container_get_size, METH_NOARGS, "Return container's children count"},
@@ -316,7 +311,7 @@ PyTypeObject ContainerType = {
     .tp_clear = container_clear,
     .tp_methods = container_methods,
     .tp_members = container_members,
-    .tp_getset = container_getset,
+    .tp_getset = instance_dict_getset,
     .tp_dictoffset = offsetof(ContainerObject, dict),
     .tp_init = container_init,
     .tp_new = container_new,

@@ -71,4 +71,9 @@ std::string_view type_name(const PyTypeObject* type) {
   return dot == std::string_view::npos ? name : name.substr(dot + 1);
 }
 
+PyGetSetDef instance_dict_getset[] = {
+    {"__dict__", PyObject_GenericGetDict, PyObject_GenericSetDict, nullptr, nullptr},
+    {nullptr, nullptr, nullptr, nullptr, nullptr},
+};
+
 }  // namespace mirn2

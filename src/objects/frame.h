@@ -136,6 +136,9 @@ inline Ref checked(PyObject* object) {
   return Ref::steal(object);
 }
 
+// Shows the instance dictionary of a type that has one as `__dict__`.
+extern PyGetSetDef instance_dict_getset[];
+
 // A C function with keywords as a method table wants it.
 inline PyCFunction with_keywords(PyCFunctionWithKeywords function) {
   return reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(function));

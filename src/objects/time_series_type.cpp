@@ -399,11 +399,6 @@ PyMemberDef series_members[] = {
     {nullptr, 0, 0, 0, nullptr},
 };
 
-PyGetSetDef series_getset[] = {
-    {"__dict__", PyObject_GenericGetDict, PyObject_GenericSetDict, nullptr, nullptr},
-    {nullptr, nullptr, nullptr, nullptr, nullptr},
-};
-
 template <Name name>
 constexpr PyCFunction later = unavailable<name>;
 
@@ -460,7 +455,7 @@ PyTypeObject TimeSeriesType = {
     .tp_richcompare = series_richcompare,
     .tp_methods = series_methods,
     .tp_members = series_members,
-    .tp_getset = series_getset,
+    .tp_getset = instance_dict_getset,
     .tp_dictoffset = offsetof(TimeSeriesObject, dict),
     .tp_init = series_init,
     .tp_new = series_new,

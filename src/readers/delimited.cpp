@@ -57,8 +57,24 @@ constexpr size_t copied_at_once = size_t{1} << 17;
 
 // What loads learned about the file and pass on to later ones. Used by one load at a time.
 struct ReaderDelimited::Learned {
-  Learned(const std::filesystem::path& path, char delimiter, uint64_t header_lines)
-      : rows(path, delimiter, header_lines) {}
+  Learned(const std::filesystem::path& path, const ReaderDelimited& reader);
+
+  // Notes that a column is asked for; true when it follows the one asked for last.
+  bool is_in_order(uint64_t column);
+
+  ValueType type_at(uint64_t column) const noexcept {
+    return column < types.size() ? types[column] : ValueType::number;
+  }
+
+  // The numbers of a column: read ahead, or read now, with the columns behind it if loads come in order.
+  Column numbers(uint64_t column, bool in_order, uint64_t capacity);
+
+  // Fills `time` unless it is there.
+  void read_time_column();
+
+  char delimiter;
+  int32_t time_type;
+  uint64_t last_title;  // the last column that has a title
 
   DelimitedRows rows;
 
@@ -76,6 +92,10 @@ struct ReaderDelimited::Learned {
   size_t ahead = 0;                            // times read ahead in the present order of loads
 
   Charge charge;
+
+ private:
+  size_t columns_from(uint64_t column);
+  void finish_time(uint64_t unread);
 };
 
 namespace {
@@ -202,8 +222,8 @@ struct Walk {
   double* time = nullptr;        // of the time column; null: it is not wanted
 };
 
-// Reads the fields of every row, and the time where wanted. Returns
-// how many values of each column are missing and, last, how many times are unread.
+// Reads the fields of every row, and the time where wanted. Returns how many values of each column are
+// missing and, last, how many times are unread.
 std::vector<uint64_t> read_number_fields(const Rows& rows, char delimiter, const Walk& walk,
                                          uint32_t* left_at, uint64_t& left_before) {
   uint64_t from_column = std::exchange(left_before, 0);
@@ -252,6 +272,83 @@ void copy_samples(const Samples& from, Samples& to) {
 
 }  // namespace
 
+ReaderDelimited::Learned::Learned(const std::filesystem::path& path, const ReaderDelimited& reader)
+    : delimiter(reader.delimiter),
+      time_type(reader.time_type),
+      last_title(reader.variables().size()),
+      rows(path, reader.delimiter, reader.header_lines),
+      types(detect_types(rows, delimiter)) {}
+
+bool ReaderDelimited::Learned::is_in_order(uint64_t column) {
+  const bool in_order = last_column != 0 && column == last_column + 1;
+  if (!in_order && column != last_column) ahead = 0;
+  last_column = column;
+  return in_order;
+}
+
+// How many columns, from this one on, the walk that reads it should read.
+size_t ReaderDelimited::Learned::columns_from(uint64_t column) {
+  const uint64_t used = mirn3::mem::memory_used;
+  const uint64_t bank = mirn3::mem::memory_bank;
+  const uint64_t left = bank > used ? bank - used : 0;
+  const size_t wished = columns_ahead[std::min(ahead++, columns_ahead.size() - 1)];
+  const size_t most =
+      std::min({wished, static_cast<size_t>(left / share_ahead / sizeof(double) / rows.rows()),
+                static_cast<size_t>(last_title + 1 - column)});
+  size_t columns = 1;
+  while (columns < most && type_at(column + columns) == ValueType::number &&
+         ready.count(column + columns) == 0) {
+    ++columns;
+  }
+  return columns;
+}
+
+void ReaderDelimited::Learned::finish_time(uint64_t unread) {
+  if (unread != 0) read_times(rows, delimiter, time_type, true, time);
+  if (time_type == mirn3::utc::time_of_day) mirn3::utc::unroll_midnight(time.span());
+  has_time = true;
+}
+
+void ReaderDelimited::Learned::read_time_column() {
+  if (has_time) return;
+  time = make_samples(0, rows.rows());
+  read_times(rows, delimiter, time_type, false, time);
+  finish_time(0);
+}
+
+Column ReaderDelimited::Learned::numbers(uint64_t column, bool in_order, uint64_t capacity) {
+  if (const auto found = ready.find(column); found != ready.end()) {
+    Column values = std::move(found->second);
+    ready.erase(found);
+    return values;
+  }
+  const uint64_t count = rows.rows();
+  const size_t columns = in_order ? columns_from(column) : 1;
+  if (left_at == nullptr) {
+    charge.add(count * sizeof(uint32_t));
+    left_at = std::make_unique_for_overwrite<uint32_t[]>(count);
+  }
+  Walk walk{.first = column, .outputs = {}};
+  // A time column of plain numbers comes out of the same walk.
+  const bool with_time = !has_time && time_type == mirn3::utc::seconds;
+  if (with_time) {
+    time = make_samples(0, count);
+    walk.time = time.data();
+  }
+  std::vector<Column> made(columns);
+  for (Column& one : made) {
+    one.values = make_samples(capacity, count);
+    walk.outputs.push_back(one.values.data());
+  }
+  const std::vector<uint64_t> odd = read_number_fields(rows, delimiter, walk, left_at.get(), left_before);
+  if (with_time) finish_time(odd.back());
+  for (size_t k = 0; k < columns; ++k) {
+    made[k].missing = odd[k];
+    if (k != 0) ready[column + k] = std::move(made[k]);
+  }
+  return std::move(made[0]);
+}
+
 ReaderDelimited::ReaderDelimited(std::filesystem::path source, char field_delimiter)
     : Reader(std::move(source)), delimiter(field_delimiter) {
   if (delimiter == '\n' || delimiter == '\r' || delimiter == '\0') {
@@ -286,8 +383,7 @@ std::shared_ptr<ReaderDelimited::Learned> ReaderDelimited::learn() {
     if (learned_ != nullptr && learned_->rows.stamp() == stamp) return learned_;
   }
   forget();
-  auto fresh = std::make_shared<Learned>(path_, delimiter, header_lines);
-  fresh->types = detect_types(fresh->rows, delimiter);
+  auto fresh = std::make_shared<Learned>(path_, *this);
   const std::lock_guard lock(learned_guard_);
   learned_ = fresh;
   return fresh;
@@ -312,82 +408,17 @@ void ReaderDelimited::load(rto_t& request) {
   const uint64_t count = rows.rows();
   if (count == 0) return;
 
-  const auto type_at = [&](uint64_t c) {
-    return c < learned->types.size() ? learned->types[c] : ValueType::number;
-  };
-
-  const bool in_order = learned->last_column != 0 && column == learned->last_column + 1;
-  if (!in_order && column != learned->last_column) learned->ahead = 0;
-  learned->last_column = column;
-
-  const auto read_ahead = [&] {
-    if (!in_order) return size_t{1};
-    const uint64_t used = mirn3::mem::memory_used;
-    const uint64_t bank = mirn3::mem::memory_bank;
-    const uint64_t left = bank > used ? bank - used : 0;
-    const size_t wished = columns_ahead[std::min(learned->ahead++, columns_ahead.size() - 1)];
-    const size_t most = std::min({wished, static_cast<size_t>(left / share_ahead / sizeof(double) / count),
-                                  static_cast<size_t>(root_.children.size() + 1 - column)});
-    size_t columns = 1;
-    while (columns < most && type_at(column + columns) == ValueType::number &&
-           learned->ready.count(column + columns) == 0) {
-      ++columns;
-    }
-    return columns;
-  };
-
-  const auto make_time = [&] { learned->time = make_samples(0, count); };
-  const auto finish_time = [&](uint64_t unread) {
-    if (unread != 0) read_times(rows, delimiter, time_type, true, learned->time);
-    if (time_type == mirn3::utc::time_of_day) mirn3::utc::unroll_midnight(learned->time.span());
-    learned->has_time = true;
-  };
-
-  const auto read_numbers = [&] {
-    const size_t columns = read_ahead();
-    if (learned->left_at == nullptr) {
-      learned->charge.add(count * sizeof(uint32_t));
-      learned->left_at = std::make_unique_for_overwrite<uint32_t[]>(count);
-    }
-    Walk walk{.first = column, .outputs = {}};
-    const bool with_time = !learned->has_time && time_type == mirn3::utc::seconds;
-    if (with_time) {
-      make_time();
-      walk.time = learned->time.data();
-    }
-    std::vector<Column> made(columns);
-    for (Column& one : made) {
-      one.values = make_samples(row_capacity, count);
-      walk.outputs.push_back(one.values.data());
-    }
-    const std::vector<uint64_t> odd =
-        read_number_fields(rows, delimiter, walk, learned->left_at.get(), learned->left_before);
-    if (with_time) finish_time(odd.back());
-    for (size_t k = 0; k < columns; ++k) {
-      made[k].missing = odd[k];
-      if (k != 0) learned->ready[column + k] = std::move(made[k]);
-    }
-    return std::move(made[0]);
-  };
-
+  const bool in_order = learned->is_in_order(column);
+  const ValueType type = learned->type_at(column);
   Column values;
-  const ValueType type = type_at(column);
   if (type == ValueType::text) {
     values = read_texts(rows, column, delimiter, row_capacity, request.tag_key);
   } else if (type == ValueType::hexadecimal) {
     values = read_hexadecimals(rows, column, delimiter, row_capacity);
-  } else if (const auto ready = learned->ready.find(column); ready != learned->ready.end()) {
-    values = std::move(ready->second);
-    learned->ready.erase(ready);
   } else {
-    values = read_numbers();
+    values = learned->numbers(column, in_order, row_capacity);
   }
-
-  if (!learned->has_time) {
-    make_time();
-    read_times(rows, delimiter, time_type, false, learned->time);
-    finish_time(0);
-  }
+  learned->read_time_column();
 
   Samples x = make_samples(row_capacity, count);
   if (values.missing == 0) {
