@@ -13,15 +13,6 @@ PyObject* refuse_new(PyTypeObject*, PyObject*, PyObject*) {
 
 }  // namespace
 
-PyTypeObject MeshType = {
-    .ob_base = {PyObject_HEAD_INIT(nullptr) 0},
-    .tp_name = "kvalo.Mesh",
-    .tp_basicsize = sizeof(PyObject),
-    .tp_flags = Py_TPFLAGS_DEFAULT,
-    .tp_doc = "Kvalo mesh object",
-    .tp_new = refuse_new<"Mesh">,
-};
-
 PyTypeObject ModelType = {
     .ob_base = {PyObject_HEAD_INIT(nullptr) 0},
     .tp_name = "kvalo.Model",

@@ -5,7 +5,6 @@
 
 namespace mirn2 {
 
-extern PyTypeObject MeshType;
 extern PyTypeObject ModelType;
 extern PyTypeObject ResultType;
 

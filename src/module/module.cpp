@@ -8,6 +8,7 @@
 #include "module/lifecycle.h"
 #include "objects/array.h"
 #include "objects/frame.h"
+#include "objects/mesh.h"
 #include "objects/time_series.h"
 
 #ifndef KVALO_BUILD_HASH

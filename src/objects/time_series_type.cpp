@@ -8,6 +8,7 @@
 
 #include "objects/detached.h"
 #include "objects/frame.h"
+#include "objects/queries.h"
 #include "objects/sampling.h"
 #include "objects/time_series.h"
 #include "objects/unavailable.h"
@@ -399,41 +400,38 @@ PyMemberDef series_members[] = {
     {nullptr, 0, 0, 0, nullptr},
 };
 
-template <Name name>
-constexpr PyCFunction later = unavailable<name>;
-
 PyMethodDef series_methods[] = {
     {"get_full_name", series_get_full_name, METH_NOARGS, "Return variable's unformatted name"},
     {"get_main_name", series_get_main_name, METH_NOARGS, "Return variable's unformatted name"},
     {"get_fs", series_get_fs, METH_NOARGS, "Return estimated sampling frequency in hertz"},
     {"get_ts", series_get_ts, METH_NOARGS, "Return estimated sampling period in seconds"},
     {"get_script", series_get_script, METH_NOARGS, "Return re-built creation script [beta]"},
-    {"axpb", later<"TimeSeries.axpb">, METH_VARARGS, "Apply gain and offset to x-axis values, as in A*X + B"},
-    {"aypb", later<"TimeSeries.aypb">, METH_VARARGS, "Apply gain and offset to y-axis values, as in A*Y + B"},
-    {"avg", later<"TimeSeries.avg">, METH_NOARGS,
+    {"axpb", query::axpb, METH_VARARGS, "Apply gain and offset to x-axis values, as in A*X + B"},
+    {"aypb", query::aypb, METH_VARARGS, "Apply gain and offset to y-axis values, as in A*Y + B"},
+    {"avg", query::avg, METH_NOARGS,
      "Return kvalo.TimeSeries' average value. The logic uses ZOH to interpolate between samples"},
-    {"max", later<"TimeSeries.max">, METH_NOARGS, "Return kvalo.TimeSeries' maximum y-value"},
-    {"min", later<"TimeSeries.min">, METH_NOARGS, "Return kvalo.TimeSeries' minimum y-value"},
-    {"sum", later<"TimeSeries.sum">, METH_NOARGS, "Return kvalo.TimeSeries' values sum"},
+    {"max", query::max, METH_NOARGS, "Return kvalo.TimeSeries' maximum y-value"},
+    {"min", query::min, METH_NOARGS, "Return kvalo.TimeSeries' minimum y-value"},
+    {"sum", query::sum, METH_NOARGS, "Return kvalo.TimeSeries' values sum"},
     {"tag", series_tag, METH_VARARGS, "Return tag associated with kvalo.TimeSeries"},
-    {"time_bt", later<"TimeSeries.time_bt">, METH_VARARGS,
+    {"time_bt", query::time_bt, METH_VARARGS,
      "Return total time in which y-axis values are between the specified limits"},
-    {"time_eq", later<"TimeSeries.time_eq">, METH_VARARGS,
+    {"time_eq", query::time_eq, METH_VARARGS,
      "Return total time in which y-axis values are equal to the argument"},
-    {"time_gt", later<"TimeSeries.time_gt">, METH_VARARGS,
+    {"time_gt", query::time_gt, METH_VARARGS,
      "Return total time in which y-axis values are greater than the argument"},
-    {"time_lt", later<"TimeSeries.time_lt">, METH_VARARGS,
+    {"time_lt", query::time_lt, METH_VARARGS,
      "Return total time in which y-axis values are less than the argument"},
-    {"time_ne", later<"TimeSeries.time_ne">, METH_VARARGS,
+    {"time_ne", query::time_ne, METH_VARARGS,
      "Return total time in which y-axis values are not equal to the argument"},
-    {"index", with_keywords(unavailable_ternary<"TimeSeries.index">), METH_VARARGS | METH_KEYWORDS,
+    {"index", with_keywords(query::index), METH_VARARGS | METH_KEYWORDS,
      "Return sample index that match the search criteria"},
-    {"inspect", later<"TimeSeries.inspect">, METH_NOARGS, "Print internal information for debugging"},
+    {"inspect", query::inspect, METH_NOARGS, "Print internal information for debugging"},
     {"load", series_load, METH_NOARGS, "Load data from source"},
-    {"pattern", later<"TimeSeries.pattern">, METH_VARARGS, "Detect pattern and return flags"},
-    {"slice", with_keywords(unavailable_ternary<"TimeSeries.slice">), METH_VARARGS | METH_KEYWORDS,
+    {"pattern", query::pattern, METH_VARARGS, "Detect pattern and return flags"},
+    {"slice", with_keywords(query::slice), METH_VARARGS | METH_KEYWORDS,
      "Extract subsequence delimited by time arguments"},
-    {"sort", later<"TimeSeries.sort">, METH_NOARGS, "Sort samples chronologically (i.e. by x-axis values)"},
+    {"sort", query::sort, METH_NOARGS, "Sort samples chronologically (i.e. by x-axis values)"},
     {nullptr, nullptr, 0, nullptr},
 };
 
