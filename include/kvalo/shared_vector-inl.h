@@ -42,9 +42,11 @@ inline shared_vector<double> shared_vector<double>::clone() const {
 
 inline void shared_vector<double>::watch() noexcept {
   auto* kept = deleter();
-  if (kept == nullptr || kept->watched || kept->modified) return;
-  kept->seen = mem::digest(data_, size_);
-  kept->seen_size = size_;
+  if (kept == nullptr || kept->watched) return;
+  if (!kept->modified) {
+    kept->seen = mem::digest(data_, size_);
+    kept->seen_size = size_;
+  }
   kept->watched = true;
 }
 

@@ -132,6 +132,12 @@ class shared_vector<double> {
   // Says that somebody outside may write the samples from now on (a buffer view).
   void watch() noexcept;
 
+  // Whether somebody outside may write, or may have written, the samples.
+  bool is_watched() const noexcept {
+    const auto* kept = deleter();
+    return kept != nullptr && kept->watched;
+  }
+
   // Whether the samples may differ from their source: marked, or written through a view.
   bool is_modified() const noexcept;
 

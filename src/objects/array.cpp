@@ -5,6 +5,7 @@
 
 #include "objects/array_kernels.h"
 #include "objects/frame.h"
+#include "objects/lending.h"
 #include "objects/unavailable.h"
 
 namespace mirn2 {
@@ -28,6 +29,7 @@ PyObject* array_new(PyTypeObject* type, PyObject*, PyObject*) {
 }
 
 void array_dealloc(PyObject* self) {
+  return_loan(self_of(self));
   self_of(self)->data.~Samples();
   Py_TYPE(self)->tp_free(self);
 }
@@ -52,11 +54,12 @@ int array_init(PyObject* self, PyObject* args, PyObject*) {
         if (given == 0) return 0;
         PyObject* first = PyTuple_GET_ITEM(args, 0);
         if (PyList_Check(first)) {
-          self_of(self)->data = samples_from_sequence(first);
+          replace_samples(self_of(self), samples_from_sequence(first));
         } else if (PyLong_Check(first)) {
-          self_of(self)->data = samples_from_size(first);
-        } else if (const ArrayObject* other = as_array(first)) {
-          self_of(self)->data = Samples(other->data);
+          replace_samples(self_of(self), samples_from_size(first));
+        } else if (ArrayObject* other = as_array(first)) {
+          stop_borrowing(other);
+          replace_samples(self_of(self), other->data);
           self_of(self)->aux = other->aux;
         } else {
           fail(PyExc_ValueError, "Constructor has invalid argument type");
@@ -107,8 +110,10 @@ int array_set_item(PyObject* self, Py_ssize_t index, PyObject* value) {
         element_index(self, index);
         if (value == nullptr) fail(PyExc_TypeError, "Elements of a kvalo.Array cannot be deleted");
         const double number = number_argument(value, "Unsupported type");
+        const uint64_t at = element_index(self, index);
+        prepare_write(self_of(self));
         Samples& data = self_of(self)->data;
-        data[element_index(self, index)] = number;
+        data[at] = number;
         data.mark_modified();
         return 0;
       },
@@ -247,6 +252,7 @@ int array_get_buffer(PyObject* self, Py_buffer* view, int flags) {
       PyExc_BufferError,
       [&] {
         view->obj = nullptr;
+        prepare_write(self_of(self));
         Samples& data = self_of(self)->data;
         data.watch();
         auto* held = new View{.samples = data, .shape = static_cast<Py_ssize_t>(data.size())};

@@ -16,6 +16,7 @@ struct ArrayObject {
   PyObject_HEAD uint64_t aux;  // carried along by copies, not interpreted
   Samples data;
   Py_ssize_t views;  // buffer views that are held now
+  bool borrows;      // the buffer is another Array's until one of the two is written: see lending.h
 };
 
 extern PyTypeObject ArrayType;
@@ -23,7 +24,7 @@ extern PyTypeObject ArrayType;
 // The Array itself when the object is one (or a subtype), else null; accepts null.
 ArrayObject* as_array(PyObject* object) noexcept;
 
-// A new Array that shares the vector. Throws python_error.
+// A new Array that shares the vector, on purpose: a borrowed one must not get here. Throws python_error.
 Ref make_array(Samples samples);
 
 // Samples from a list or tuple, each item converted with float(). Throws python_error at the first

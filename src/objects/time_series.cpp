@@ -7,6 +7,7 @@
 #include "objects/attribute_name.h"
 #include "objects/detached.h"
 #include "objects/frame.h"
+#include "objects/lending.h"
 #include "readers/reader.h"
 #include "runtime/tag.h"
 #include "runtime/utc.h"
@@ -132,7 +133,7 @@ bool unload(TimeSeries& record, std::vector<Ref>& dropped) {
   }
   for (TimeSeriesObject* object : record.shown_by) {
     for (PyObject** axis : {&object->xdata, &object->ydata}) {
-      if (Samples* samples = axis_of(*axis)) samples->reset();
+      if (ArrayObject* array = as_array(*axis)) replace_samples(array, {});
       dropped.push_back(Ref::steal(std::exchange(*axis, nullptr)));
     }
   }
@@ -162,6 +163,7 @@ void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale, Samples TimeSe
   const bool is_second = !(record.*scale).is_identity();
   record.*scale = value;
   if (samples.empty()) return;
+  prepare_write(samples);
   kernels::scale(samples.span(), value.gain, value.offset);
   // A reload applies only this last pair, so samples that carry an earlier one too must stay.
   if (is_second) samples.mark_modified();
@@ -183,26 +185,44 @@ Operand::Operand(TimeSeriesObject* series)
   }
   x_ = *x;
   y_ = *y;
+  xdata_ = Ref::share(series->xdata);
 }
 
-Ref make_result(uint64_t size) {
-  Samples x;
-  Samples y;
-  x.resize(size);
-  y.resize(size);
+Ref Operand::lend_time() const {
+  // Another thread may have given the Array other samples since.
+  const bool unchanged = axis_of(xdata_.get())->data() == x_.data();
+  return unchanged ? lend(xdata_.get()) : make_array(x_.clone());
+}
+
+Ref make_result(Ref xdata, Ref ydata) {
   Ref result = Ref::steal(PyObject_CallNoArgs(reinterpret_cast<PyObject*>(&TimeSeriesType)));
   if (!result) fail(PyExc_Exception, "Internal error while creating kvalo.TimeSeries");
   TimeSeriesObject* series = as_series(result.get());
-  series->xdata = make_array(std::move(x)).release();
-  series->ydata = make_array(std::move(y)).release();
+  series->xdata = xdata.release();
+  series->ydata = ydata.release();
   return result;
+}
+
+Ref make_result(Samples x, Samples y) {
+  return make_result(make_array(std::move(x)), make_array(std::move(y)));
 }
 
 void ReaderDetached::load(rd::rto_t& request) {
   const PyGILState_STATE state = PyGILState_Ensure();
   if (object_ != nullptr) {
-    if (const Samples* x = axis_of(object_->xdata)) request.x = *x;
-    if (const Samples* y = axis_of(object_->ydata)) request.y = *y;
+    // No copy: what a script does to its series shows in those made from it by id, and the other way.
+    for (const auto& [axis, samples] :
+         {std::pair{object_->xdata, &request.x}, {object_->ydata, &request.y}}) {
+      ArrayObject* array = as_array(axis);
+      if (array == nullptr) continue;
+      try {
+        stop_borrowing(array);
+      } catch (...) {
+        PyGILState_Release(state);
+        throw;
+      }
+      *samples = array->data;
+    }
   }
   PyGILState_Release(state);
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "objects/array.h"
+#include "objects/frame.h"
 #include "objects/ref.h"
 #include "objects/series.h"
 
@@ -99,16 +100,32 @@ class Operand {
   uint64_t size() const noexcept { return x_.size(); }
   const std::string& name() const noexcept { return name_; }
 
+  // An Array with the same time stamps for a result: see lending.h.
+  Ref lend_time() const;
+
  private:
   InUse in_use_;
   std::string name_;
   Samples x_;
   Samples y_;
+  Ref xdata_;
 };
 
-// A new series of a computation's result: registered under a random name, with x and y of `size`
-// zeros. Throws Exception "Internal error while creating kvalo.TimeSeries".
-Ref make_result(uint64_t size);
+// A new series of a computation's result: registered under a random name, with these Arrays or these
+// vectors, which nobody else holds. Throws Exception "Internal error while creating kvalo.TimeSeries".
+Ref make_result(Ref xdata, Ref ydata);
+Ref make_result(Samples x, Samples y);
+
+// The result of a computation on one series: its time stamps, and values that `fill` writes, all of them,
+// without the interpreter lock.
+template <typename Fill>
+Ref result_like(const Operand& operand, Fill&& fill) {
+  Samples y;
+  y.resize_for_overwrite(operand.size());
+  Ref time = operand.lend_time();
+  without_gil([&] { fill(y.span()); });
+  return make_result(std::move(time), make_array(std::move(y)));
+}
 
 // The registry; throws RuntimeError after teardown.
 SeriesRegistry& registry();

@@ -8,6 +8,7 @@
 
 #include "objects/detached.h"
 #include "objects/frame.h"
+#include "objects/lending.h"
 #include "objects/queries.h"
 #include "objects/sampling.h"
 #include "objects/time_series.h"
@@ -234,6 +235,9 @@ void set_element(PyObject* object, Py_ssize_t index, PyObject* value) {
   if (!is_pair && !is_number(value)) fail(PyExc_TypeError, "{:s}", unsupported);
   const double x = is_pair ? number_argument(PyTuple_GET_ITEM(value, 0), unsupported) : 0.0;
   const double y = number_argument(is_pair ? PyTuple_GET_ITEM(value, 1) : value, unsupported);
+  element_at(object, index);
+  if (is_pair) prepare_write(as_array(self_of(object)->xdata));
+  prepare_write(as_array(self_of(object)->ydata));
   const Element at = element_at(object, index);
   if (is_pair) {
     at.x[at.index] = x;

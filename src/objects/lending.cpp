@@ -1,0 +1,73 @@
+#include "objects/lending.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace mirn2 {
+
+namespace {
+
+// Below this many samples a copy is cheaper than keeping books.
+constexpr uint64_t least_lent = 4096;
+
+using Loans = std::unordered_multimap<const double*, ArrayObject*>;
+
+// Who borrows which buffer. Never destroyed: Arrays may outlive the statics of this library.
+Loans& loans() {
+  static Loans* all = new Loans;
+  return *all;
+}
+
+Loans::iterator loan_of(const ArrayObject* array) {
+  const auto [first, last] = loans().equal_range(array->data.data());
+  return std::find_if(first, last, [array](const auto& loan) { return loan.second == array; });
+}
+
+}  // namespace
+
+Ref lend(PyObject* lender) {
+  ArrayObject* from = as_array(lender);
+  const Samples& samples = from->data;
+  if (samples.size() < least_lent || samples.is_watched()) return make_array(samples.clone());
+  Ref borrower = make_array(samples);
+  ArrayObject* to = as_array(borrower.get());
+  loans().emplace(samples.data(), to);
+  to->borrows = true;
+  return borrower;
+}
+
+void return_loan(ArrayObject* array) noexcept {
+  if (!array->borrows) return;
+  loans().erase(loan_of(array));
+  array->borrows = false;
+}
+
+void replace_samples(ArrayObject* array, Samples samples) noexcept {
+  return_loan(array);
+  array->data = std::move(samples);
+}
+
+void stop_borrowing(ArrayObject* array) {
+  if (!array->borrows) return;
+  const bool sole_holder = array->data.holders() == 1;
+  Samples own = sole_holder ? array->data : array->data.clone();
+  replace_samples(array, std::move(own));
+}
+
+void prepare_write(const Samples& samples) {
+  const double* buffer = samples.data();
+  for (auto loan = loans().find(buffer); loan != loans().end(); loan = loans().find(buffer)) {
+    ArrayObject* borrower = loan->second;
+    replace_samples(borrower, borrower->data.clone());
+  }
+}
+
+void prepare_write(ArrayObject* array) {
+  if (array->borrows) {
+    stop_borrowing(array);
+  } else {
+    prepare_write(array->data);
+  }
+}
+
+}  // namespace mirn2
