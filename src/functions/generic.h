@@ -1,8 +1,9 @@
-// The frame of the functions that make one series from another of the same length and time base.
+// The frame of the functions that make one series from one other.
 #pragma once
 
 #include <Python.h>
 
+#include <cstdint>
 #include <functional>
 #include <span>
 #include <string_view>
@@ -19,5 +20,18 @@ using SeriesKernel =
 // frame's own name in the text. The kernel runs without the interpreter lock.
 PyObject* builtin_generic(PyObject* args, std::string_view name, std::string_view options,
                           const SeriesKernel& kernel) noexcept;
+
+// A computation whose result has time stamps of its own: `count` says how many samples there will be, then
+// `fill` writes all of them.
+struct ResamplingKernel {
+  std::function<uint64_t(std::span<const double> t, std::span<const double> y)> count;
+  std::function<void(std::span<const double> t, std::span<const double> y, std::span<double> x_out,
+                     std::span<double> y_out)>
+      fill;
+};
+
+// The same frame for such a computation; both steps run without the interpreter lock.
+PyObject* builtin_generic(PyObject* args, std::string_view name, std::string_view options,
+                          const ResamplingKernel& kernel) noexcept;
 
 }  // namespace mirn2::fn

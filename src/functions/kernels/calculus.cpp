@@ -4,12 +4,12 @@ namespace mirn2::fn::kernels {
 
 namespace {
 
-// out[0] = first, out[i] = step(i) from there on.
+// out[0] = first, out[i] = step(i) from there on, in any order.
 template <typename Step>
 void fill(Result out, double first, Step step) {
   if (out.empty()) return;
   out[0] = first;
-  for (size_t i = 1; i < out.size(); ++i) out[i] = step(i);
+  each(out.subspan(1), [=](size_t i) { return step(i + 1); });
 }
 
 }  // namespace
@@ -19,7 +19,14 @@ void derivative(Axis t, Axis y, Result out) {
 }
 
 void integral(Axis t, Axis y, Result out) {
-  fill(out, 0.0, [=](size_t i) { return out[i - 1] + (y[i - 1] + y[i]) * (t[i] - t[i - 1]) * 0.5; });
+  if (out.empty()) return;
+  // The sum stays in a register: only its additions wait for each other.
+  double sum = 0.0;
+  out[0] = sum;
+  for (size_t i = 1; i < out.size(); ++i) {
+    sum = sum + (y[i - 1] + y[i]) * (t[i] - t[i - 1]) * 0.5;
+    out[i] = sum;
+  }
 }
 
 void difference(Axis, Axis y, Result out) {
@@ -27,7 +34,13 @@ void difference(Axis, Axis y, Result out) {
 }
 
 void accumulate(Axis, Axis y, Result out) {
-  if (!out.empty()) fill(out, y[0], [=](size_t i) { return out[i - 1] + y[i]; });
+  if (out.empty()) return;
+  double sum = y[0];
+  out[0] = sum;
+  for (size_t i = 1; i < out.size(); ++i) {
+    sum = sum + y[i];
+    out[i] = sum;
+  }
 }
 
 void period(Axis t, Axis, Result out) {

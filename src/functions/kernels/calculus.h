@@ -1,15 +1,13 @@
 // Calculus on samples: t are the time stamps, y the values, out as many results.
 //
 // Every kernel takes any number of samples, none included. NaN and infinities go through the
-// arithmetic; equal time stamps are not guarded against and give infinities or NaN.
+// arithmetic; equal time stamps are not guarded against and give infinities or NaN. The results are
+// those of the stated operations in the stated order, bit for bit, on any number of cores.
 #pragma once
 
-#include <span>
+#include "functions/kernels/axis.h"
 
 namespace mirn2::fn::kernels {
-
-using Axis = std::span<const double>;
-using Result = std::span<double>;
 
 // Backward difference quotient: 0, then (y[i] - y[i-1]) / (t[i] - t[i-1]).
 void derivative(Axis t, Axis y, Result out);
