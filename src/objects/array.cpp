@@ -4,9 +4,9 @@
 #include <new>
 
 #include "objects/array_kernels.h"
+#include "objects/array_operators.h"
 #include "objects/frame.h"
 #include "objects/lending.h"
-#include "objects/unavailable.h"
 
 namespace mirn2 {
 
@@ -188,38 +188,18 @@ PyObject* array_count(PyObject* self, PyObject* args) {
   });
 }
 
-template <kernels::Logic op, Name name>
+// The operator with other than a number or an Array gives NotImplemented, and so do these.
+template <kernels::Operator which, Name name>
 PyObject* array_logical(PyObject* self, PyObject* args) {
   return guard(PyExc_ValueError, [&]() -> PyObject* {
     require_count(args, 1, name.text);
-    PyObject* other = PyTuple_GET_ITEM(args, 0);
-    const Samples a = self_of(self)->data;
-    if (const ArrayObject* array = as_array(other)) {
-      const Samples b = array->data;
-      Ref result = new_array(std::max(a.size(), b.size()));
-      kernels::logical(op, a.span(), b.span(), self_of(result.get())->data.span());
-      return result.release();
-    }
-    if (is_number(other)) {
-      const double b = number_argument(other, numeric_argument);
-      Ref result = new_array(a.size());
-      kernels::logical(op, a.span(), b, self_of(result.get())->data.span());
-      return result.release();
-    }
-    Py_RETURN_NOTIMPLEMENTED;
+    return array_binary(self, PyTuple_GET_ITEM(args, 0), which);
   });
 }
 
-PyObject* array_invert(PyObject* self) {
-  return guard(PyExc_ValueError, [&] {
-    const Samples a = self_of(self)->data;
-    Ref result = new_array(a.size());
-    kernels::logical_not(a.span(), self_of(result.get())->data.span());
-    return result.release();
-  });
+PyObject* array_logical_not(PyObject* self, PyObject*) {
+  return array_unary(self, kernels::unary(kernels::Function::invert));
 }
-
-PyObject* array_logical_not(PyObject* self, PyObject*) { return array_invert(self); }
 
 PyObject* array_round(PyObject* self, PyObject* args) {
   return guard(PyExc_Exception, [&] {
@@ -284,32 +264,6 @@ PyBufferProcs array_buffer = {.bf_getbuffer = array_get_buffer, .bf_releasebuffe
 
 // ---- tables ----
 
-PyObject* array_richcompare(PyObject*, PyObject*, int) { return not_available("Array comparison"); }
-
-PyNumberMethods array_number = {
-    .nb_add = unavailable<"Array +">,
-    .nb_subtract = unavailable<"Array -">,
-    .nb_multiply = unavailable<"Array *">,
-    .nb_remainder = unavailable<"Array %">,
-    .nb_power = unavailable_ternary<"Array **">,
-    .nb_negative = unavailable_unary<"Array unary -">,
-    .nb_absolute = unavailable_unary<"Array abs">,
-    .nb_invert = array_invert,
-    .nb_and = unavailable<"Array &">,
-    .nb_xor = unavailable<"Array ^">,
-    .nb_or = unavailable<"Array |">,
-    .nb_inplace_add = unavailable<"Array +=">,
-    .nb_inplace_subtract = unavailable<"Array -=">,
-    .nb_inplace_multiply = unavailable<"Array *=">,
-    .nb_inplace_remainder = unavailable<"Array %=">,
-    .nb_inplace_power = unavailable_ternary<"Array **=">,
-    .nb_inplace_and = unavailable<"Array &=">,
-    .nb_inplace_xor = unavailable<"Array ^=">,
-    .nb_inplace_or = unavailable<"Array |=">,
-    .nb_true_divide = unavailable<"Array /">,
-    .nb_inplace_true_divide = unavailable<"Array /=">,
-};
-
 PySequenceMethods array_sequence = {
     .sq_length = array_length,
     .sq_item = array_item,
@@ -337,13 +291,13 @@ PyMethodDef array_methods[] = {
      "Return number of elements that are less than the argument"},
     {"count_ne", array_count<kernels::count_not_equal>, METH_VARARGS,
      "Return number of elements that are not equal to the argument"},
-    {"logical_and", array_logical<kernels::Logic::conjunction, "logical_and">, METH_VARARGS,
+    {"logical_and", array_logical<kernels::Operator::conjunction, "logical_and">, METH_VARARGS,
      "Return new kvalo.Array with 0's and 1's, result from logical and operation"},
-    {"logical_or", array_logical<kernels::Logic::disjunction, "logical_or">, METH_VARARGS,
+    {"logical_or", array_logical<kernels::Operator::disjunction, "logical_or">, METH_VARARGS,
      "Return new kvalo.Array with 0's and 1's, result from logical or operation"},
     {"logical_not", array_logical_not, METH_NOARGS,
      "Return new kvalo.Array with 0's and 1's, result from logical not operation"},
-    {"logical_xor", array_logical<kernels::Logic::exclusive, "logical_xor">, METH_VARARGS,
+    {"logical_xor", array_logical<kernels::Operator::exclusive, "logical_xor">, METH_VARARGS,
      "Return new kvalo.Array with 0's and 1's, result from logical xor operation"},
     {"__round__", array_round, METH_VARARGS,
      "Return kvalo.Array rounded to ndigits precision after the decimal point"},

@@ -21,13 +21,6 @@ uint64_t count_greater(std::span<const double> a, double v);
 uint64_t count_less(std::span<const double> a, double v);
 uint64_t count_not_equal(std::span<const double> a, double v);
 
-// Logic on numbers: zero is false, everything else (NaN too) is true; results are 0.0 and 1.0.
-// The operands may differ in length: what is missing counts as 0.0; out has the longer length.
-enum class Logic { conjunction, disjunction, exclusive };
-void logical(Logic op, std::span<const double> a, std::span<const double> b, std::span<double> out);
-void logical(Logic op, std::span<const double> a, double b, std::span<double> out);
-void logical_not(std::span<const double> a, std::span<double> out);
-
 // Rounds half away from zero: to integers for 0 digits, else round(a * 10^digits) / 10^digits.
 void round_digits(std::span<const double> a, int64_t digits, std::span<double> out);
 

@@ -15,6 +15,7 @@
 #include <Python.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <exception>
 #include <new>
 #include <stdexcept>
@@ -135,6 +136,13 @@ inline Ref checked(PyObject* object) {
   if (object == nullptr) throw python_error();
   return Ref::steal(object);
 }
+
+// A name as a template argument.
+template <size_t N>
+struct Name {
+  char text[N];
+  constexpr Name(const char (&name)[N]) { std::copy_n(name, N, text); }  // NOLINT: implicit by design
+};
 
 // Shows the instance dictionary of a type that has one as `__dict__`.
 extern PyGetSetDef instance_dict_getset[];

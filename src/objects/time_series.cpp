@@ -114,6 +114,9 @@ void set_child_attribute(PyObject** dict, const TimeSeries& series, PyObject* ob
 }
 
 void set_script(TimeSeriesObject* series, const std::string& script) {
+  // Expressions of expressions may double with every step.
+  constexpr size_t longest = size_t{1} << 20;
+  if (script.size() > longest) return;
   char* copy = strdup(script.c_str());
   if (copy == nullptr) throw std::bad_alloc();
   std::free(series->script);

@@ -67,7 +67,8 @@ Ref object_of(const std::shared_ptr<TimeSeries>& record);
 // still finds it. Throws python_error.
 void set_child_attribute(PyObject** dict, const TimeSeries& series, PyObject* object);
 
-// Replaces the creation script. Throws std::bad_alloc.
+// Replaces the creation script; one of more than a mebibyte is not kept, and the series keeps the name it
+// was born with. Throws std::bad_alloc.
 void set_script(TimeSeriesObject* series, const std::string& script);
 
 // Drops the loaded samples of a record and of the objects that show it. Does nothing, and answers

@@ -11,8 +11,8 @@
 #include "objects/lending.h"
 #include "objects/queries.h"
 #include "objects/sampling.h"
+#include "objects/series_operators.h"
 #include "objects/time_series.h"
-#include "objects/unavailable.h"
 #include "runtime/num.h"
 #include "runtime/rtd.h"
 #include "runtime/str.h"
@@ -357,32 +357,6 @@ PyObject* series_load(PyObject* object, PyObject*) {
 }
 
 // ---- tables ----
-
-PyObject* series_richcompare(PyObject*, PyObject*, int) { return not_available("TimeSeries comparison"); }
-
-PyNumberMethods series_number = {
-    .nb_add = unavailable<"TimeSeries +">,
-    .nb_subtract = unavailable<"TimeSeries -">,
-    .nb_multiply = unavailable<"TimeSeries *">,
-    .nb_remainder = unavailable<"TimeSeries %">,
-    .nb_power = unavailable_ternary<"TimeSeries **">,
-    .nb_negative = unavailable_unary<"TimeSeries unary -">,
-    .nb_absolute = unavailable_unary<"TimeSeries abs">,
-    .nb_invert = unavailable_unary<"TimeSeries ~">,
-    .nb_and = unavailable<"TimeSeries &">,
-    .nb_xor = unavailable<"TimeSeries ^">,
-    .nb_or = unavailable<"TimeSeries |">,
-    .nb_inplace_add = unavailable<"TimeSeries +=">,
-    .nb_inplace_subtract = unavailable<"TimeSeries -=">,
-    .nb_inplace_multiply = unavailable<"TimeSeries *=">,
-    .nb_inplace_remainder = unavailable<"TimeSeries %=">,
-    .nb_inplace_power = unavailable_ternary<"TimeSeries **=">,
-    .nb_inplace_and = unavailable<"TimeSeries &=">,
-    .nb_inplace_xor = unavailable<"TimeSeries ^=">,
-    .nb_inplace_or = unavailable<"TimeSeries |=">,
-    .nb_true_divide = unavailable<"TimeSeries /">,
-    .nb_inplace_true_divide = unavailable<"TimeSeries /=">,
-};
 
 PySequenceMethods series_sequence = {
     .sq_length = series_length,

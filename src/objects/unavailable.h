@@ -2,19 +2,9 @@
 // NotImplementedError with its own name.
 #pragma once
 
-#include <algorithm>
-#include <cstddef>
-
 #include "objects/frame.h"
 
 namespace mirn2 {
-
-// A name as a template argument.
-template <size_t N>
-struct Name {
-  char text[N];
-  constexpr Name(const char (&name)[N]) { std::copy_n(name, N, text); }  // NOLINT: implicit by design
-};
 
 inline std::nullptr_t not_available(std::string_view name) {
   return report(PyExc_NotImplementedError, "kvalo.{:s} is not available in this version", name);

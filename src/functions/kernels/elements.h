@@ -1,0 +1,95 @@
+// Functions of one or two numbers, applied to whole vectors: what operators, comparisons and elementary
+// functions are made of.
+//
+// A family is a table of rows; a row is found by its enumerator. Every kernel takes any number of
+// elements, none included, and follows IEEE arithmetic: nothing raises, a fault gives infinity or NaN.
+// Long vectors are worked on by all cores; the result does not depend on how many there are.
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+namespace mirn2::kernels {
+
+using Values = std::span<const double>;
+using Results = std::span<double>;
+
+// A function of two numbers. `symbol` stands between the operands in a creation script.
+struct Binary {
+  const char* symbol;
+  void (*vectors)(Values a, Values b, Results out);        // out[i] = f(a[i], b[i]); equal sizes
+  void (*vector_number)(Values a, double b, Results out);  // out[i] = f(a[i], b)
+  void (*number_vector)(double a, Values b, Results out);  // out[i] = f(a, b[i])
+  // out[k] = f(a held at t[k], b held at t[k]): see hold() below.
+  void (*held)(const struct Held& operands, Results out);
+};
+
+// Two series on the common time base of both. A series is held: its value at t is that of its last sample
+// at or before t, and its first value before its first sample. A series without samples is NaN everywhere.
+struct Held {
+  Values t;           // ascending, with every stamp of both series
+  Values ax, ay;      // equal sizes
+  Values bx, by;      // equal sizes
+  bool is_ascending;  // ax and bx never decrease; otherwise cursors that never move back decide
+  bool is_strict;     // and no stamp occurs twice in one series
+};
+
+enum class Operator {
+  add,
+  subtract,
+  multiply,
+  remainder,  // fmod(fmod(a, b) + b, b): has the sign of b
+  divide,
+  power,
+  conjunction,  // logic: zero is false, all else (NaN too) is true; 0.0 or 1.0
+  disjunction,
+  exclusive,
+  less,  // comparisons: 1.0 where it holds; with a NaN only not_equal does
+  less_equal,
+  equal,
+  not_equal,
+  greater,
+  greater_equal,
+  degrees_apart,  // mirn3::num::deg_dist and rad_dist
+  radians_apart,
+  count
+};
+
+const Binary& binary(Operator which) noexcept;
+
+// A function of one number. `label` stands before the operand in a creation script.
+struct Unary {
+  const char* label;
+  void (*vector)(Values a, Results out);  // out[i] = f(a[i]); in place is allowed
+};
+
+enum class Function {
+  negative,
+  absolute,
+  invert,  // 1.0 where a is zero, else 0.0
+  cosine,
+  sine,
+  tangent,
+  cosine_degrees,  // cos(x * pi / 180), in this order
+  sine_degrees,
+  tangent_degrees,
+  arc_cosine,
+  arc_sine,
+  arc_tangent,
+  arc_cosine_degrees,  // acos(x) * 180 / pi, in this order
+  arc_sine_degrees,
+  arc_tangent_degrees,
+  ceiling,
+  floor,
+  round,  // halves away from zero
+  truncate,
+  exponential,
+  square_root,
+  logarithm,
+  logarithm_10,
+  count
+};
+
+const Unary& unary(Function which) noexcept;
+
+}  // namespace mirn2::kernels
