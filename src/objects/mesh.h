@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "objects/array.h"
 #include "objects/ref.h"
 
 namespace mirn2 {
@@ -18,5 +19,8 @@ struct MeshObject {
 };
 
 extern PyTypeObject MeshType;
+
+// A new Mesh with the three axes. Throws python_error.
+Ref make_mesh(Samples x, Samples y, Samples z);
 
 }  // namespace mirn2
