@@ -1,0 +1,42 @@
+// Readers that stand on a large third-party library live in libraries of their own (src/backends), which
+// are opened when the first such file comes along: importing the module stays light, and a machine without
+// the library can do everything else.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "readers/reader.h"
+
+namespace mirn2::rd {
+
+// What one backend is and needs.
+struct Backend {
+  const char* name;     // its library is libkvalo_{name}.so, beside the module
+  const char* formats;  // what it reads: "Parquet files"
+  const char* remedy;   // what to do where the third-party library is missing
+};
+
+// A reader of the file, made by the backend. Opens the library on the first call and keeps it open.
+// Throws mirn3::exc::error_t that says what is missing and how to get it.
+std::shared_ptr<Reader> make_backend_reader(const Backend& backend, const std::filesystem::path& path);
+
+// What a backend exports, under the name below; a failure is told by filling `error` and returning null.
+// The library is compiled with this very header, so C++ types may pass.
+using BackendEntry = std::shared_ptr<Reader> (*)(const std::filesystem::path& path,
+                                                 std::string& error) noexcept;
+constexpr const char* backend_entry = "kvalo_backend_reader";
+
+}  // namespace mirn2::rd
+
+// Defines the entry of a backend for its reader class.
+#define KVALO_BACKEND(ReaderClass)                                                                           \
+  extern "C" __attribute__((visibility("default"))) std::shared_ptr<mirn2::rd::Reader> kvalo_backend_reader( \
+      const std::filesystem::path& path, std::string& error) noexcept {                                      \
+    try {                                                                                                    \
+      return std::make_shared<ReaderClass>(path);                                                            \
+    } catch (const std::exception& failure) {                                                                \
+      error = failure.what();                                                                                \
+      return nullptr;                                                                                        \
+    }                                                                                                        \
+  }
