@@ -39,13 +39,14 @@ double memory_of_machine() {
   return std::min(physical, 2.0 * static_cast<double>(mirn3::mem::memory_bank.load()));
 }
 
-// Refuses more samples than could ever be filled, before memory is asked for: the system might promise
+// Refuses more numbers than could ever be filled, before memory is asked for: the system might promise
 // it and end the process later.
-void require_memory(double samples) {
+void require_memory(double numbers) {
+  const double bytes = numbers * sizeof(double);
   const double limit = memory_of_machine();
-  if (samples * sizeof(double) <= limit) return;
-  fail(PyExc_MemoryError, "{:g} samples do not fit in the memory of this machine ({:g} bytes)", samples,
-       limit);
+  if (bytes <= limit) return;
+  fail(PyExc_MemoryError, "The result would take {:g} bytes, more than this machine has ({:g}): ask for less",
+       bytes, limit);
 }
 
 Samples new_samples(uint64_t count) {
