@@ -1,0 +1,104 @@
+// The amplitude spectrum: estimate of the sampling period, and scaling.
+#include "runtime/dsp_fft.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "runtime/dsp_dft.h"
+#include "runtime/exc.h"
+#include "runtime/par.h"
+
+namespace mirn3::dsp {
+
+namespace {
+
+constexpr size_t least = 1 << 15;  // elements for which a thread pays off
+
+// The median of up to a thousand intervals spread over the range.
+double typical_interval(std::span<const double> t) {
+  constexpr size_t most = 1001;
+  const size_t intervals = t.size() - 1;
+  const size_t count = std::min(intervals, most);
+  std::vector<double> some(count);
+  for (size_t i = 0; i < count; ++i) {
+    const size_t at = i * intervals / count;
+    some[i] = t[at + 1] - t[at];
+  }
+  const auto middle = some.begin() + static_cast<ptrdiff_t>(count / 2);
+  // NaN last: it has no order of its own.
+  std::nth_element(some.begin(), middle, some.end(),
+                   [](double a, double b) { return a < b || (a == a && b != b); });
+  return *middle;
+}
+
+double sampling_period(std::span<const double> t) {
+  const double typical = typical_interval(t);
+  if (!(typical > 0) || std::isinf(typical)) {
+    throw exc::error_t(
+        "The time stamps of the selected range do not ascend; a spectrum needs a sampling period");
+  }
+  // What is left of the whole span when the other intervals are taken out: exact when there are none.
+  double others = 0;
+  size_t count = 0;
+  for (size_t i = 1; i < t.size(); ++i) {
+    const double interval = t[i] - t[i - 1];
+    if (!(std::abs(interval - typical) <= typical / 2)) {
+      others += interval;
+      ++count;
+    }
+  }
+  const size_t regular = t.size() - 1 - count;
+  const double period = (t.back() - t.front() - others) / static_cast<double>(regular);
+  return regular > 0 && period > 0 ? period : typical;
+}
+
+}  // namespace
+
+std::vector<double> fft_frequencies(const arg_t& range) {
+  const size_t n = range.size();
+  const double span = sampling_period(range.stamps()) * static_cast<double>(n);
+  std::vector<double> frequencies(n / 2 + 1);
+  for (size_t k = 0; k < frequencies.size(); ++k) frequencies[k] = static_cast<double>(k) / span;
+  return frequencies;
+}
+
+std::vector<double> fft_values(const arg_t& range, bool raw) {
+  const std::span<const double> y = range.values();
+  const size_t n = y.size();
+  double greatest = 0;
+  for (const double value : y) {
+    if (!std::isfinite(value)) {
+      throw exc::error_t(
+          "The selected range holds values that are not finite, which would spoil every line of the "
+          "spectrum; "
+          "choose another range or leave such samples out");
+    }
+    greatest = std::max(greatest, std::abs(value));
+  }
+  // Values whose squares would leave the range of a double are brought near 1, which is exact.
+  const int exponent = greatest > 1e120 || (greatest < 1e-120 && greatest > 0) ? std::ilogb(greatest) : 0;
+  std::vector<double> scaled;
+  if (exponent != 0) {
+    scaled.assign(y.begin(), y.end());
+    for (double& value : scaled) value = std::ldexp(value, -exponent);
+  }
+
+  std::vector<double> values(n / 2 + 1);
+  dft_magnitudes(exponent != 0 ? scaled : y, values);
+  if (!raw) {
+    const auto count = static_cast<double>(n);
+    par::ranges(values.size(), least, [&](size_t first, size_t last) {
+      for (size_t k = first; k < last; ++k) values[k] *= (k == 0 || 2 * k == n ? 1 : 2) / count;
+    });
+  }
+  if (exponent != 0) {
+    for (double& value : values) value = std::ldexp(value, exponent);
+  }
+  return values;
+}
+
+fft_t fft(const arg_t& range, bool raw) { return {fft_values(range, raw), fft_frequencies(range)}; }
+
+}  // namespace mirn3::dsp
