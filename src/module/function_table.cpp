@@ -13,6 +13,7 @@
 #include "functions/math.h"
 #include "functions/spectral.h"
 #include "functions/units.h"
+#include "module/config_functions.h"
 #include "module/host_functions.h"
 #include "objects/frame.h"
 #include "objects/unavailable.h"
@@ -47,8 +48,8 @@ PyMethodDef function_table[] = {
     {"find_by_ratio", with_keywords(fn::find_by_ratio), keyworded, "Find compatible kvalo.Container for merging"},
     {"find", fn::find, positional, "Find first kvalo.TimeSeries using regular expression"},
     {"list", fn::list, positional, "List all kvalo.TimeSeries using regular expression"},
-    {"get_config", with_keywords(unavailable_ternary<"get_config">), keyworded, "Get configuration parameter"},
-    {"set_config", with_keywords(unavailable_ternary<"set_config">), keyworded, "Set configuration parameter"},
+    {"get_config", with_keywords(fn::get_config), keyworded, "Get configuration parameter"},
+    {"set_config", with_keywords(fn::set_config), keyworded, "Set configuration parameter"},
     {"bookmark", with_keywords(unavailable_ternary<"bookmark">), keyworded, "Insert bookmark in the horizontal scrollbar"},
     {"close", with_keywords(unavailable_ternary<"close">), keyworded, "Close pages or charts"},
     {"reset", with_keywords(unavailable_ternary<"reset">), keyworded, "Reset global parameters"},

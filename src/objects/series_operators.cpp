@@ -123,8 +123,13 @@ Ref combine(TimeSeriesObject* a, TimeSeriesObject* b, const Binary& f) {
   refuse_online("binary_op");
   const Operand first(a);
   const Operand second(b);
+  namespace num = mirn3::num;
+  bool strict = false;
   const bool same_base = without_gil([&] {
-    return mirn3::num::is_same(first.x(), second.x()) && mirn3::num::is_strictly_ascending(first.x());
+    strict = num::is_strictly_ascending(first.x());
+    const bool same = strict && num::is_same(first.x(), second.x());
+    strict = strict && (same || num::is_strictly_ascending(second.x()));
+    return same;
   });
   if (same_base) {
     return result_like(first, [&](auto out) { f.vectors(first.y(), second.y(), out); });
@@ -132,20 +137,23 @@ Ref combine(TimeSeriesObject* a, TimeSeriesObject* b, const Binary& f) {
   Samples t;
   Samples y;
   without_gil([&] {
-    const Values ax = first.x();
-    const Values bx = second.x();
-    t = mirn3::num::merge(ax.data(), bx.data(), ax.size(), bx.size());
-    y.resize_for_overwrite(t.size());
-    const bool strict = mirn3::num::is_strictly_ascending(ax) && mirn3::num::is_strictly_ascending(bx);
-    const bool ascending = strict || (mirn3::num::is_ascending(ax) && mirn3::num::is_ascending(bx));
-    f.held({.t = t.span(),
-            .ax = ax,
-            .ay = first.y(),
-            .bx = bx,
-            .by = second.y(),
-            .is_ascending = ascending,
-            .is_strict = strict},
-           y.span());
+    const kernels::Series left{first.x(), first.y(), strict || num::is_ascending(first.x())};
+    const kernels::Series right{second.x(), second.y(), strict || num::is_ascending(second.x())};
+    if (strict) {
+      const uint64_t most = first.size() + second.size();
+      t.resize_for_overwrite(most);
+      y.resize_for_overwrite(most);
+      const size_t size = f.merged(left, right, t.span(), y.span());
+      t.resize(size);
+      y.resize(size);
+      // Many common stamps: rather copied once more than room held for twice as many samples.
+      if (size < most - most / 8) t = t.clone();
+      if (size < most - most / 8) y = y.clone();
+    } else {
+      t = num::merge(left.x.data(), right.x.data(), left.x.size(), right.x.size());
+      y.resize_for_overwrite(t.size());
+      f.held(left, right, t.span(), y.span());
+    }
   });
   return make_result(std::move(t), std::move(y));
 }

@@ -50,49 +50,6 @@ Axis in_order(Axis t, std::vector<double>& kept) {
   return kept;
 }
 
-// One thread's share of a merge. Equal stamps are never in two shares.
-struct Share {
-  Axis a, b;
-  size_t out = 0;  // where its stamps begin in the result
-};
-
-// Cuts the merge into shares of about equal length.
-std::vector<Share> shares(Axis a, Axis b) {
-  const size_t total = a.size() + b.size();
-  const size_t parts = std::clamp<size_t>(total / least_share, 1, par::workers());
-  std::vector<Share> result;
-  size_t a_first = 0;
-  size_t b_first = 0;
-  for (size_t part = 1; part <= parts; ++part) {
-    size_t a_last = a.size();
-    size_t b_last = b.size();
-    if (part < parts) {
-      // The least i for which the first i of a and the first target - i of b hold the smallest `target`.
-      const size_t target = total / parts * part;
-      size_t low = target > b.size() ? target - b.size() : 0;
-      size_t high = std::min(target, a.size());
-      while (low < high) {
-        const size_t i = low + (high - low) / 2;
-        if (a[i] < b[target - i - 1]) {
-          low = i + 1;
-        } else {
-          high = i;
-        }
-      }
-      a_last = low;
-      b_last = target - low;
-      // A stamp that is the last of b here and the first of a in the next share stays in this one.
-      if (a_last < a.size() && b_last > 0 && a[a_last] == b[b_last - 1]) ++a_last;
-      a_last = std::max(a_last, a_first);
-      b_last = std::max(b_last, b_first);
-    }
-    result.push_back({a.subspan(a_first, a_last - a_first), b.subspan(b_first, b_last - b_first)});
-    a_first = a_last;
-    b_first = b_last;
-  }
-  return result;
-}
-
 // How many stamps both have.
 size_t common(Axis a, Axis b) {
   size_t count = 0;
@@ -108,9 +65,7 @@ size_t common(Axis a, Axis b) {
   return count;
 }
 
-void write(const Share& share, double* out) {
-  const Axis a = share.a;
-  const Axis b = share.b;
+void write(Axis a, Axis b, double* out) {
   size_t i = 0;
   size_t j = 0;
   while (i < a.size() && j < b.size()) {
@@ -142,21 +97,60 @@ bool is_same(Axis t1, Axis t2) {
   });
 }
 
+std::vector<MergeShare> merge_shares(Axis a, Axis b, size_t parts) {
+  const size_t total = a.size() + b.size();
+  parts = std::clamp<size_t>(total / least_share, 1, parts);
+  std::vector<MergeShare> shares;
+  MergeShare share{};
+  for (size_t part = 1; part <= parts; ++part) {
+    share.last1 = a.size();
+    share.last2 = b.size();
+    if (part < parts) {
+      // The least i for which the first i of a and the first target - i of b are the smallest `target`.
+      const size_t target = total / parts * part;
+      size_t low = target > b.size() ? target - b.size() : 0;
+      size_t high = std::min(target, a.size());
+      while (low < high) {
+        const size_t i = low + (high - low) / 2;
+        if (a[i] < b[target - i - 1]) {
+          low = i + 1;
+        } else {
+          high = i;
+        }
+      }
+      share.last1 = low;
+      share.last2 = target - low;
+      // A stamp that would end b's part here and begin a's part of the next share stays in this one.
+      if (low < a.size() && share.last2 > 0 && a[low] == b[share.last2 - 1]) ++share.last1;
+    }
+    shares.push_back(share);
+    share.first1 = share.last1;
+    share.first2 = share.last2;
+  }
+  return shares;
+}
+
 shared_vector<double> merge(const double* t1, const double* t2, size_t count1, size_t count2) {
   std::vector<double> sorted1;
   std::vector<double> sorted2;
   const Axis a = in_order({t1, count1}, sorted1);
   const Axis b = in_order({t2, count2}, sorted2);
-  std::vector<Share> parts = shares(a, b);
-  par::run(parts.size(), [&](size_t part) {
-    Share& share = parts[part];
-    share.out = share.a.size() + share.b.size() - common(share.a, share.b);
+  const std::vector<MergeShare> shares = merge_shares(a, b, par::workers());
+  const auto part_of = [&](Axis t, size_t first, size_t last) { return t.subspan(first, last - first); };
+  std::vector<size_t> begins(shares.size());
+  par::run(shares.size(), [&](size_t k) {
+    const auto& [first1, last1, first2, last2] = shares[k];
+    begins[k] =
+        last1 - first1 + last2 - first2 - common(part_of(a, first1, last1), part_of(b, first2, last2));
   });
   size_t size = 0;
-  for (Share& share : parts) size += std::exchange(share.out, size);
+  for (size_t& begin : begins) size += std::exchange(begin, size);
   shared_vector<double> merged;
   merged.resize_for_overwrite(size);
-  par::run(parts.size(), [&](size_t part) { write(parts[part], merged.data() + parts[part].out); });
+  par::run(shares.size(), [&](size_t k) {
+    const auto& [first1, last1, first2, last2] = shares[k];
+    write(part_of(a, first1, last1), part_of(b, first2, last2), merged.data() + begins[k]);
+  });
   return merged;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <span>
+#include <vector>
 
 #include "kvalo/export.h"
 #include "kvalo/shared_vector.h"
@@ -13,6 +14,17 @@ namespace mirn3::num {
 // out; of 0.0 and -0.0 the one of t1 stays, or the first one. Linear when both are ascending, else sorted
 // copies are made first. Works on all cores. Throws std::bad_alloc.
 MIRN3_API shared_vector<double> merge(const double* t1, const double* t2, size_t count1, size_t count2);
+
+// One share of the merge of two strictly ascending vectors: t1[first1..last1) and t2[first2..last2). The
+// shares follow one another, and a stamp that both vectors have is never split between two of them.
+struct MergeShare {
+  size_t first1, last1;
+  size_t first2, last2;
+};
+
+// Cuts the merge into at most `parts` shares of about equal length; fewer when it is short.
+MIRN3_API std::vector<MergeShare> merge_shares(std::span<const double> t1, std::span<const double> t2,
+                                               size_t parts);
 
 // Whether every stamp is greater than the one before, or at least not less; false with a NaN, true for
 // none. On all cores.

@@ -33,6 +33,13 @@ KVALO_EXPORT void recorder_error_text(size_t i, char* out) {
   std::memcpy(out, record_of<dto_error_t>(i).text, sizeof(dto_error_t::text));
 }
 KVALO_EXPORT uint32_t recorder_misc_key(size_t i) { return record_of<dto_misc_t>(i).key; }
+KVALO_EXPORT uint8_t recorder_misc_tag(size_t i) { return record_of<dto_misc_t>(i).values[0].tag; }
+// The first value of a record whose tag is a double's or a 32-bit integer's.
+KVALO_EXPORT double recorder_misc_value(size_t i) {
+  const mirn3::var_t& value = record_of<dto_misc_t>(i).values[0];
+  const bool is_double = value.tag == static_cast<uint8_t>(mirn3::tag_t::float64);
+  return is_double ? value.value.float64 : value.value.int32;
+}
 KVALO_EXPORT void recorder_misc_text(size_t i, char* out) {
   std::memcpy(out, record_of<dto_misc_t>(i).text, sizeof(dto_misc_t::text));
 }

@@ -3,6 +3,7 @@
 import ctypes
 import gc
 import os
+import re
 from pathlib import Path
 
 import kvalo
@@ -19,19 +20,35 @@ def test_types_are_published_in_order():
     assert kvalo.TimeSeries.__basicsize__ == 9 * 8
 
 
+COMPUTING = """
+    angular_distance derivative integral diff accumulate unpack debounce hysteresis clamp drop in_range stale
+    lowpass highpass lerp lut1d lut2d insight fftdata heatmapdata histdata estimate_sampling_frequency
+    estimate_sampling_period fit_linear fit_exp fit_polynomial convert cos sin tan cosd sind tand acos asin
+    atan acosd asind atand ceil floor round trunc exp sqrt log log10 create_array create_array_random
+    create_array_ones create_array_zeros create_chirp create_const create_ramp create_random create_sine
+    create_step create_mesh_sinc find_by_ratio find list merge export_to_file get_config set_config
+"""
+
+
 def test_every_function_has_a_docstring_and_either_works_or_names_itself():
     functions = {name: f for name, f in vars(kvalo).items() if callable(f) and not isinstance(f, type)}
     assert len(functions) == 98
     assert list(functions)[:4] == ["callback", "exit", "selfie", "export_to_file"]
     assert list(functions)[-1] == "del_page"
+    unavailable = set()
     for name, function in functions.items():
         assert function.__doc__
         if name in ("exit", "callback"):
             continue
-        with pytest.raises(Exception) as raised:
+        try:
             function()
-        if raised.type is NotImplementedError:
-            assert f"kvalo.{name} " in str(raised.value)
+        except NotImplementedError as error:
+            assert f"kvalo.{name} " in str(error)
+            unavailable.add(name)
+        except Exception:
+            pass  # it wants arguments
+    # What needs a host that draws, and the sources still to come.
+    assert not unavailable & set(re.findall(r"\w+", COMPUTING))
 
 
 @pytest.mark.parametrize("name", ["Model", "Result"])
@@ -161,6 +178,8 @@ def host():
     recorder = ctypes.CDLL(str(BUILD / "tests" / "libhost_recorder.so"))
     recorder.recorder_handler.restype = ctypes.c_void_p
     recorder.recorder_id.restype = recorder.recorder_misc_key.restype = ctypes.c_uint32
+    recorder.recorder_misc_tag.restype = ctypes.c_uint8
+    recorder.recorder_misc_value.restype = ctypes.c_double
     new_capsule = ctypes.pythonapi.PyCapsule_New
     new_capsule.restype = ctypes.py_object
     new_capsule.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_void_p]
@@ -220,3 +239,41 @@ def test_requests_without_a_host_end_the_process(call):
     assert "kvalo_view" in done.stderr
     assert f"app_{call.split('(')[0]}" in done.stderr
     assert len(done.stderr.splitlines()) == 1
+
+
+def test_settings_of_the_host_s_window_are_messages(messages):
+    sent = [
+        ("Window", "X", 12, "win.x", 12, 12.0),
+        ("window", "height", 7.5, "win.height", 12, 7.5),
+        ("theme", "file", "DARK", "theme.file", 7, 0),
+        ("THEME", "live", 3, "theme.live", 7, 1),
+    ]
+    for group, key, value, *_ in sent:
+        assert kvalo.set_config(value, key, group=group) is None
+        assert kvalo.get_config(key, group) is None
+    for i, (*_, parameter, tag, value) in enumerate(sent):
+        assert messages.recorder_id(i) == name_hash("app_info")
+        assert messages.recorder_misc_key(i) == name_hash(parameter)
+        assert (messages.recorder_misc_tag(i), messages.recorder_misc_value(i)) == (tag, value)
+    with pytest.raises(TypeError):
+        kvalo.set_config("wide", "width", "window")
+    assert messages.recorder_count() == len(sent)
+
+
+@pytest.mark.parametrize("value", ["", "naïve", True, False, 0, -(2**31), 2**31, -(2**63), 1.5, float("inf")])
+def test_settings_come_back_as_they_were_stored(value):
+    kvalo.set_config(value, "Some Key", "Tests")
+    stored = kvalo.get_config(key="some key", group="TESTS")
+    assert stored == value
+    assert type(stored) is type(value)
+    assert kvalo.get_config("some key") is None  # the group "general" has none
+    for wrong, error in ((None, TypeError), ([1], TypeError), (2**63, OverflowError)):
+        with pytest.raises(error):
+            kvalo.set_config(wrong, "some key", "tests")
+    assert kvalo.get_config("some key", "tests") == value
+
+
+def test_settings_outlive_the_process(tmp_path):
+    home = {"KVALO_HOME": str(tmp_path)}
+    assert run_script("import kvalo; kvalo.set_config(42, 'answer')", **home).returncode == 0
+    assert run_script("import kvalo; print(kvalo.get_config('Answer'))", **home).stdout == "42\n"

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <vector>
 
 #include "runtime/num_angle.h"
+#include "runtime/num_merge.h"
 #include "runtime/par.h"
 
 // The loops exist once for any processor and, on x86-64, once more for those with AVX2. Neither contracts
@@ -193,18 +196,12 @@ void on_all_cores(Results out, At... at) {
 // ---- two series on their common time base ----
 
 // Walks one series along ascending stamps. It has at least one sample.
-template <bool is_strict>
 class Cursor {
  public:
-  Cursor(Values x, Values y, size_t at) : x_(x.data()), y_(y.data()), at_(at), last_(x.size() - 1) {}
+  Cursor(const Series& of, size_t at) : x_(of.x.data()), y_(of.y.data()), at_(at), last_(of.x.size() - 1) {}
 
   double operator()(double t) {
-    if constexpr (is_strict) {
-      // Every stamp is among the t, so one step is enough; whether to take it is hard to predict.
-      at_ += at_ < last_ && t >= x_[at_ + 1] ? 1 : 0;
-    } else {
-      while (at_ < last_ && t >= x_[at_ + 1]) ++at_;
-    }
+    while (at_ < last_ && t >= x_[at_ + 1]) ++at_;
     return y_[at_];
   }
 
@@ -215,39 +212,126 @@ class Cursor {
   size_t last_;
 };
 
-// Where a cursor stands when it comes to t.
+// Where a cursor stands after t.
 size_t position(Values x, double t) {
   const auto after = std::upper_bound(x.begin(), x.end(), t);
   return after == x.begin() ? 0 : static_cast<size_t>(after - x.begin()) - 1;
 }
 
-template <typename F, bool is_strict>
-void walk(const Held& of, Results out, size_t first, size_t last) {
-  // A share in the middle begins where the cursors would be by then.
-  const bool from_start = first == 0;
-  Cursor<is_strict> a(of.ax, of.ay, from_start ? 0 : position(of.ax, of.t[first - 1]));
-  Cursor<is_strict> b(of.bx, of.by, from_start ? 0 : position(of.bx, of.t[first - 1]));
-  for (size_t k = first; k < last; ++k) {
-    const double t = of.t[k];
-    const double held_a = a(t);
-    out[k] = F::apply(held_a, b(t));
-  }
+// A series that always has a sample: NaN where there was none.
+Series with_value(const Series& series) {
+  static constexpr double nothing = std::numeric_limits<double>::quiet_NaN();
+  return series.x.empty() ? Series{Values(&nothing, 1), Values(&nothing, 1), true} : series;
 }
 
 template <typename F>
-void held(const Held& operands, Results out) {
-  static constexpr double nothing = std::numeric_limits<double>::quiet_NaN();
-  Held of = operands;
-  for (auto [x, y] : {std::pair{&of.ax, &of.ay}, {&of.bx, &of.by}}) {
-    if (x->empty()) *x = *y = Values(&nothing, 1);
+void held(const Series& first, const Series& second, Values t, Results out) {
+  const Series a = with_value(first);
+  const Series b = with_value(second);
+  const auto walk = [&](size_t from, size_t to) {
+    // A share in the middle begins where the cursors would be by then.
+    Cursor at_a(a, from == 0 ? 0 : position(a.x, t[from - 1]));
+    Cursor at_b(b, from == 0 ? 0 : position(b.x, t[from - 1]));
+    for (size_t k = from; k < to; ++k) {
+      const double value = at_a(t[k]);
+      out[k] = F::apply(value, at_b(t[k]));
+    }
+  };
+  if (a.is_ascending && b.is_ascending) {
+    mirn3::par::ranges(out.size(), size_t{1} << 15, walk);
+  } else {
+    walk(0, out.size());
   }
-  if (!of.is_ascending) {
-    walk<F, false>(of, out, 0, out.size());
-    return;
+}
+
+// One share of a merge on its way: the next sample of each series, and where to write.
+struct Merge {
+  const double *ax, *ay, *bx, *by;
+  size_t i, a_last;
+  size_t j, b_last;
+  double *t, *out;
+
+  bool both_left() const { return i < a_last && j < b_last; }
+
+  // One stamp. Which series has it is hard to predict, so nothing branches on it. A series that has not
+  // begun shows its first value.
+  template <typename F, bool both_begun>
+  [[gnu::always_inline]] void step() {
+    const double a = ax[i];
+    const double b = bx[j];
+    *t++ = b < a ? b : a;
+    i += a <= b ? 1 : 0;
+    j += b <= a ? 1 : 0;
+    *out++ = both_begun ? F::apply(ay[i - 1], by[j - 1]) : F::apply(ay[i - (i > 0)], by[j - (j > 0)]);
   }
-  const auto share = of.is_strict ? walk<F, true> : walk<F, false>;
-  mirn3::par::ranges(out.size(), size_t{1} << 15,
-                     [&](size_t first, size_t last) { share(of, out, first, last); });
+
+  template <typename F>
+  void finish() {
+    while (both_left() && (i == 0 || j == 0)) step<F, false>();
+    while (both_left()) step<F, true>();
+    const double a_held = ay[i - (i > 0)];
+    const double b_held = by[j - (j > 0)];
+    for (; i < a_last; ++i, ++t, ++out) {
+      *t = ax[i];
+      *out = F::apply(ay[i], b_held);
+    }
+    for (; j < b_last; ++j, ++t, ++out) {
+      *t = bx[j];
+      *out = F::apply(a_held, by[j]);
+    }
+  }
+};
+
+// Each stamp waits for the comparison of the one before; two shares at a time fill the waiting.
+template <typename F>
+void merge_two(Merge& p, Merge& q) {
+  Merge m = p;
+  Merge n = q;
+  if (m.i > 0 && m.j > 0 && n.i > 0 && n.j > 0) {
+    while (m.both_left() && n.both_left()) {
+      m.template step<F, true>();
+      n.template step<F, true>();
+    }
+  }
+  m.template finish<F>();
+  n.template finish<F>();
+  p = m;
+  q = n;
+}
+
+template <typename F>
+size_t merged(const Series& first, const Series& second, Results t, Results out) {
+  const Series a = with_value(first);
+  const Series b = with_value(second);
+  // An odd share stays alone: the first of several, which may begin before one of the series does.
+  const auto shares = mirn3::num::merge_shares(first.x, second.x, 2 * mirn3::par::workers() + 1);
+  std::vector<Merge> merges;
+  for (const auto& [a_first, a_last, b_first, b_last] : shares) {
+    const size_t at = a_first + b_first;
+    merges.push_back({a.x.data(), a.y.data(), b.x.data(), b.y.data(), a_first, a_last, b_first, b_last,
+                      t.data() + at, out.data() + at});
+  }
+  const size_t alone = merges.size() % 2;
+  mirn3::par::run(merges.size() / 2 + alone, [&](size_t k) {
+    if (k < alone) {
+      merges[0].finish<F>();
+    } else {
+      const size_t pair = 2 * k - alone;
+      merge_two<F>(merges[pair], merges[pair + 1]);
+    }
+  });
+  // Stamps that both have leave gaps between the shares.
+  size_t size = 0;
+  for (size_t k = 0; k < shares.size(); ++k) {
+    const size_t begin = shares[k].first1 + shares[k].first2;
+    const auto count = static_cast<size_t>(merges[k].t - (t.data() + begin));
+    if (begin != size) {
+      std::memmove(t.data() + size, t.data() + begin, count * sizeof(double));
+      std::memmove(out.data() + size, out.data() + begin, count * sizeof(double));
+    }
+    size += count;
+  }
+  return size;
 }
 
 // ---- tables ----
@@ -261,7 +345,8 @@ constexpr Binary row(const char* symbol) {
                               Results out) { on_all_cores<F>(out, Vector{a.data()}, Number{b}); },
           .number_vector = [](double a, Values b,
                               Results out) { on_all_cores<F>(out, Number{a}, Vector{b.data()}); },
-          .held = held<F>};
+          .held = held<F>,
+          .merged = merged<F>};
 }
 
 constexpr Binary binary_table[] = {

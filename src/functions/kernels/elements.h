@@ -14,24 +14,24 @@ namespace mirn2::kernels {
 using Values = std::span<const double>;
 using Results = std::span<double>;
 
+// A series is held: its value at t is that of its last sample at or before t, and its first value before
+// its first sample. Without samples it is NaN everywhere.
+struct Series {
+  Values x, y;        // equal sizes
+  bool is_ascending;  // x never decreases; otherwise a cursor that never moves back decides
+};
+
 // A function of two numbers. `symbol` stands between the operands in a creation script.
 struct Binary {
   const char* symbol;
   void (*vectors)(Values a, Values b, Results out);        // out[i] = f(a[i], b[i]); equal sizes
   void (*vector_number)(Values a, double b, Results out);  // out[i] = f(a[i], b)
   void (*number_vector)(double a, Values b, Results out);  // out[i] = f(a, b[i])
-  // out[k] = f(a held at t[k], b held at t[k]): see hold() below.
-  void (*held)(const struct Held& operands, Results out);
-};
-
-// Two series on the common time base of both. A series is held: its value at t is that of its last sample
-// at or before t, and its first value before its first sample. A series without samples is NaN everywhere.
-struct Held {
-  Values t;           // ascending, with every stamp of both series
-  Values ax, ay;      // equal sizes
-  Values bx, by;      // equal sizes
-  bool is_ascending;  // ax and bx never decrease; otherwise cursors that never move back decide
-  bool is_strict;     // and no stamp occurs twice in one series
+  // Both series held at ascending stamps t, which have every stamp of both: out[k] = f(a at t[k], b at t[k]).
+  void (*held)(const Series& a, const Series& b, Values t, Results out);
+  // The same with the stamps made on the way, for series whose own stamps are strictly ascending. t and out
+  // have room for the samples of both; returns how many there are, a stamp that both have counted once.
+  size_t (*merged)(const Series& a, const Series& b, Results t, Results out);
 };
 
 enum class Operator {

@@ -1,0 +1,135 @@
+#include "module/config_functions.h"
+
+#include "objects/frame.h"
+#include "runtime/config.h"
+#include "runtime/ilc.h"
+#include "runtime/str.h"
+
+namespace mirn2::fn {
+
+namespace {
+
+namespace config = mirn3::config;
+using mirn3::tag_t;
+using mirn3::var_t;
+
+constexpr const char* default_group = "general";
+
+PyObject* to_python(const var_t& stored) {
+  const auto& value = stored.value;
+  switch (static_cast<tag_t>(stored.tag)) {
+    case tag_t::boolean:
+      return PyBool_FromLong(value.boolean);
+    case tag_t::int8:
+      return PyLong_FromLong(value.int8);
+    case tag_t::uint8:
+      return PyLong_FromLong(value.uint8);
+    case tag_t::int16:
+      return PyLong_FromLong(value.int16);
+    case tag_t::uint16:
+      return PyLong_FromLong(value.uint16);
+    case tag_t::int32:
+      return PyLong_FromLong(value.int32);
+    case tag_t::uint32:
+      return PyLong_FromUnsignedLong(value.uint32);
+    case tag_t::int64:
+      return PyLong_FromLongLong(value.int64);
+    case tag_t::uint64:
+      return PyLong_FromUnsignedLongLong(value.uint64);
+    case tag_t::float32:
+      return PyFloat_FromDouble(static_cast<double>(value.float32));
+    case tag_t::float64:
+      return PyFloat_FromDouble(value.float64);
+    case tag_t::text:
+      return to_unicode(value.text);
+    case tag_t::none:
+      break;
+  }
+  Py_RETURN_NONE;
+}
+
+void store(std::string_view group, std::string_view key, PyObject* value) {
+  if (PyUnicode_Check(value)) {
+    config::set(group, key, std::string_view(text_argument(value)));
+  } else if (PyBool_Check(value)) {
+    config::set(group, key, value == Py_True);
+  } else if (PyLong_Check(value)) {
+    const int64_t number = PyLong_AsLongLong(value);
+    if (number == -1) check_python();
+    const auto narrow = static_cast<int32_t>(number);
+    if (narrow == number) {
+      config::set(group, key, narrow);
+    } else {
+      config::set(group, key, number);
+    }
+  } else if (PyFloat_Check(value)) {
+    config::set(group, key, PyFloat_AS_DOUBLE(value));
+  } else {
+    fail(PyExc_TypeError, "A setting is a text, a boolean, an integer or a float, not '{:s}'",
+         type_name(Py_TYPE(value)));
+  }
+}
+
+void inform_host(const char* parameter, const var_t& value) {
+  if (mirn3::ilc::channel == nullptr) fail(PyExc_RuntimeError, "kvalo has been shut down in this process");
+  mirn3::ilc::channel->send_info(parameter, value);
+  check_python();  // a handler written in Python may have failed
+}
+
+// Settings that the host keeps: which parameter of its window or theme a group and key stand for.
+struct HostSetting {
+  std::string_view group;
+  std::string_view key;
+  const char* parameter;
+};
+constexpr HostSetting host_settings[] = {
+    {"window", "x", "win.x"},           {"window", "y", "win.y"},        {"window", "width", "win.width"},
+    {"window", "height", "win.height"}, {"theme", "file", "theme.file"}, {"theme", "live", "theme.live"},
+};
+
+var_t host_value(std::string_view group, PyObject* value) {
+  if (group == "theme") {
+    return var_t::of(mirn3::str::to_lower(to_text(value)) == "dark" ? int32_t{0} : int32_t{1});
+  }
+  const double number = PyFloat_AsDouble(value);
+  if (number == -1.0) check_python();
+  return var_t::of(number);
+}
+
+}  // namespace
+
+PyObject* get_config(PyObject*, PyObject* args, PyObject* keywords) {
+  return guard(PyExc_ValueError, [&] {
+    static const char* names[] = {"key", "group", nullptr};
+    const char* key = nullptr;
+    const char* group = default_group;
+    if (!PyArg_ParseTupleAndKeywords(args, keywords, "s|s", const_cast<char**>(names), &key, &group)) {
+      throw python_error();
+    }
+    return to_python(config::get(group, key));
+  });
+}
+
+PyObject* set_config(PyObject*, PyObject* args, PyObject* keywords) {
+  return guard(PyExc_ValueError, [&]() -> PyObject* {
+    static const char* names[] = {"value", "key", "group", nullptr};
+    PyObject* value = nullptr;
+    const char* key_argument = nullptr;
+    const char* group_argument = default_group;
+    if (!PyArg_ParseTupleAndKeywords(args, keywords, "Os|s", const_cast<char**>(names), &value, &key_argument,
+                                     &group_argument)) {
+      throw python_error();
+    }
+    const std::string group = mirn3::str::to_lower(group_argument);
+    const std::string key = mirn3::str::to_lower(key_argument);
+    for (const HostSetting& setting : host_settings) {
+      if (setting.group != group || setting.key != key) continue;
+      inform_host(setting.parameter, host_value(group, value));
+      Py_RETURN_NONE;
+    }
+    store(group, key, value);
+    Py_RETURN_NONE;
+  });
+}
+
+}  // namespace mirn2::fn
