@@ -5,6 +5,9 @@
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <numeric>
+
+#include "functions/kernels/lanes.h"
 
 namespace mirn2::fn::kernels {
 
@@ -13,22 +16,81 @@ namespace {
 constexpr double inf = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
-// 1.0 or 0.0 without a branch: recorded logic is noise to a branch predictor.
-inline double logic(bool value) {
-  return std::bit_cast<double>(-uint64_t{value} & std::bit_cast<uint64_t>(1.0));
+// Recorded logic is noise to a branch predictor, so conditions become masks: work goes in blocks of which
+// only one loop, with little in it, takes the samples one by one.
+constexpr size_t block = 512;
+
+struct Block {
+  alignas(64) std::array<uint64_t, block> masks;
+  alignas(64) std::array<double, block> values;
+};
+
+// Calls finish(i, count, held) for every element (see in_lanes), where held is value(j) of the last j <= i
+// with renew(j), or `held` before the first. renew(i, count) and value(i, count) give Masks and Lanes.
+template <typename Renew, typename Value, typename Finish>
+void with_held(size_t n, double held, Renew renew, Value value, Finish finish) {
+  Block work;
+  uint64_t last = std::bit_cast<uint64_t>(held);
+  for (size_t begin = 0; begin < n; begin += block) {
+    const size_t length = std::min(block, n - begin);
+    in_lanes(length, [&](size_t k, auto count) {
+      const Masks renewed = renew(begin + k, count);
+      store(&work.values[k], renewed & bits(value(begin + k, count)), count);
+      std::memcpy(&work.masks[k], &renewed, count * sizeof(uint64_t));
+    });
+    for (size_t k = 0; k < length; ++k) {
+      last = (last & ~work.masks[k]) | std::bit_cast<uint64_t>(work.values[k]);
+      work.values[k] = std::bit_cast<double>(last);
+    }
+    in_lanes(length, [&](size_t k, auto count) { finish(begin + k, count, load(&work.values[k], count)); });
+  }
 }
 
-// a or b without a branch.
-inline double select(bool condition, double a, double b) {
-  const uint64_t mask = -uint64_t{condition};
-  return std::bit_cast<double>((std::bit_cast<uint64_t>(a) & mask) | (std::bit_cast<uint64_t>(b) & ~mask));
+// Numbers that are not NaN as integers of the same order, and back.
+inline Masks ordered(Lanes value) {
+  const Lanes one_zero = value + lanes(0.0);  // no -0, whose bits would be out of order
+  return bits(one_zero) ^ (bits(one_zero < lanes(0.0)) & masks(~uint64_t{0} >> 1));
+}
+inline double from_ordered(int64_t key) {
+  return std::bit_cast<double>(key ^ static_cast<int64_t>(static_cast<uint64_t>(key >> 63) >> 1));
 }
 
-// The first index whose stamp is not below `pers`; the results before it become 0.
-size_t lead_in(Axis t, double pers, Result out) {
-  size_t i = 0;
-  for (; i < out.size() && pers > t[i]; ++i) out[i] = 0.0;
-  return i;
+// The look back from sample i finds a difference exactly when it gets past the start s of the run of equal
+// values: when every stamp from s - 1 to i - 1 is less than `pers` before t[i]. As subtraction is
+// monotonic, the earliest of them decides, whatever their order. A NaN stamp ends the look back like one
+// that is infinitely long ago, and so does the start of the series.
+void look_back(Axis t, Axis y, double pers, Result out) {
+  if (out.empty()) return;
+  Block work;
+  constexpr int64_t latest = std::numeric_limits<int64_t>::max();
+  int64_t earliest = std::bit_cast<std::array<int64_t, lane_count>>(ordered(lanes(-inf)))[0];
+  out[0] = y[0] == y[0] ? 1.0 : 0.0;
+  for (size_t begin = 1; begin < out.size(); begin += block) {
+    const size_t length = std::min(block, out.size() - begin);
+    in_lanes(length, [&](size_t k, auto count) {
+      const Lanes before = load(&t[begin + k - 1], count);
+      const Lanes stamp = select(bits(before == before), before, lanes(-inf));
+      const Masks differs = bits(load(&y[begin + k], count) != load(&y[begin + k - 1], count));
+      store(&work.values[k], ordered(stamp), count);
+      std::memcpy(&work.masks[k], &differs, count * sizeof(uint64_t));
+    });
+    for (size_t k = 0; k < length; ++k) {
+      // After a difference only the sample just before counts.
+      const auto differs = static_cast<int64_t>(work.masks[k]);
+      earliest = std::min((earliest & ~differs) | (latest & differs), std::bit_cast<int64_t>(work.values[k]));
+      work.values[k] = from_ordered(earliest);
+    }
+    in_lanes(length, [&](size_t k, auto count) {
+      const Lanes value = load(&y[begin + k], count);
+      const Lanes distance = load(&t[begin + k], count) - load(&work.values[k], count);
+      store(&out[begin + k], logic(bits(value == value) & ~bits(lanes(pers) > distance)), count);
+    });
+  }
+}
+
+// The results before the first stamp that is not below `pers` become 0.
+void clear_lead_in(Axis t, double pers, Result out) {
+  for (size_t i = 0; i < out.size() && pers > t[i]; ++i) out[i] = 0.0;
 }
 
 }  // namespace
@@ -36,29 +98,30 @@ size_t lead_in(Axis t, double pers, Result out) {
 void debounce(Axis t, Axis y, Persistence persistence, Result out) {
   if (out.empty()) return;
   const auto [on, off] = persistence;
-  const bool holds = off > 0.0;
-  out[0] = 0.0;
+  const auto is_set = [=](size_t i, auto count) { return bits(load(&y[i], count) != lanes(0.0)); };
   // Both persistences count from the start of the run of samples that are alike.
-  double start = t[0];
-  bool before = y[0] != 0.0;
-  for (size_t i = 1; i < out.size(); ++i) {
-    const bool set = y[i] != 0.0;
-    const bool edge = set != before;
-    start = select(edge, t[i], start);
-    const double lasted = t[i] - start;
+  const auto starts = [=](size_t i, auto count) { return is_set(i + 1, count) ^ is_set(i, count); };
+  const auto finish = [=, on = on, off = off](size_t i, auto count, Lanes start) {
+    const Masks now = is_set(i + 1, count);
     // The first zero has lasted for 0, even where the stamp's distance to itself is NaN.
-    const bool held = (edge & holds) | (!edge & (off > lasted));
-    out[i] = logic((set & (lasted >= on)) | (!set & held));
-    before = set;
-  }
+    const Masks falls = ~now & is_set(i, count);
+    const Lanes lasted = numbers(bits(load(&t[i + 1], count) - start) & ~falls);
+    const Masks result = (now & bits(lasted >= lanes(on))) | (~now & bits(lanes(off) > lasted));
+    store(&out[i + 1], logic(result), count);
+  };
+  const auto stamp = [=](size_t i, auto count) { return load(&t[i + 1], count); };
+  out[0] = 0.0;
+  with_held(out.size() - 1, t[0], starts, stamp, finish);
 }
 
 void hysteresis(Axis y, Limits limits, Result out) {
-  bool state = false;
-  for (size_t i = 0; i < out.size(); ++i) {
-    state = (state | (y[i] > limits.upper)) & !(limits.lower > y[i]);
-    out[i] = logic(state);
-  }
+  const auto is_low = [=](size_t i, auto count) { return bits(lanes(limits.lower) > load(&y[i], count)); };
+  const auto decides = [=](size_t i, auto count) {
+    return is_low(i, count) | bits(load(&y[i], count) > lanes(limits.upper));
+  };
+  const auto decision = [=](size_t i, auto count) { return logic(~is_low(i, count)); };
+  const auto finish = [=](size_t i, auto count, Lanes state) { store(&out[i], state, count); };
+  with_held(out.size(), 0.0, decides, decision, finish);
 }
 
 void clamp(Axis y, Limits limits, Result out) {
@@ -69,51 +132,52 @@ void clamp(Axis y, Limits limits, Result out) {
 }
 
 void in_range(Axis t, Axis y, Limits limits, double pers, Result out) {
-  const size_t start = lead_in(t, pers, out);
-  const auto outside = [=](size_t i) { return (limits.lower > y[i]) | (y[i] > limits.upper); };
-  double last = -inf;
-  for (size_t i = 0; i < start; ++i) last = select(outside(i), t[i], last);
-  for (size_t i = start; i < out.size(); ++i) {
-    last = select(outside(i), t[i], last);
-    out[i] = logic(t[i] - last > pers);
-  }
-}
-
-// The look back from sample i finds a difference exactly when it gets past the start s of the run of equal
-// values: when every stamp from s - 1 to i - 1 is less than `pers` before t[i]. As subtraction is
-// monotonic, the earliest of them decides, whatever their order. A NaN stamp ends the look back like one
-// that is infinitely long ago, and so does the start of the series.
-void stale(Axis t, Axis y, double pers, Result out) {
-  const size_t start = lead_in(t, pers, out);
-  if (!(pers > 0.0)) {
-    std::fill(out.begin() + static_cast<std::ptrdiff_t>(start), out.end(), 1.0);
-    return;
-  }
-  double earliest = -inf;
-  const auto visit = [&](size_t i) {
-    const double stamp = select(t[i - 1] == t[i - 1], t[i - 1], -inf);
-    // Of two, the earlier; after a difference only the sample just before counts.
-    earliest = select((y[i] != y[i - 1]) | (stamp < earliest), stamp, earliest);
+  const auto is_outside = [=](size_t i, auto count) {
+    const Lanes value = load(&y[i], count);
+    return bits(lanes(limits.lower) > value) | bits(value > lanes(limits.upper));
   };
-  for (size_t i = 1; i < start; ++i) visit(i);
-  for (size_t i = start; i < out.size(); ++i) {
-    if (i > 0) visit(i);
-    out[i] = logic((y[i] == y[i]) & !(pers > t[i] - earliest));
-  }
+  const auto stamp = [=](size_t i, auto count) { return load(&t[i], count); };
+  const auto finish = [=](size_t i, auto count, Lanes last) {
+    store(&out[i], logic(bits(stamp(i, count) - last > lanes(pers))), count);
+  };
+  with_held(out.size(), -inf, is_outside, stamp, finish);
+  clear_lead_in(t, pers, out);
 }
 
-void lerp(Axis y, double a, double b, Result out) {
-  if (std::isnan(a) || std::isnan(b)) {
-    each(out, [](size_t) { return nan; });
-    return;
+void stale(Axis t, Axis y, double pers, Result out) {
+  if (pers > 0.0) {
+    look_back(t, y, pers, out);
+  } else {
+    std::fill(out.begin(), out.end(), 1.0);
   }
-  each(out, [=](size_t i) {
-    const double p = y[i];
-    if (p == 0.0) return a;
-    if (p == 1.0) return b;
-    // Not every standard library lets a NaN through or treats infinity so.
-    return std::isfinite(p) ? std::lerp(a, b, p) : (b - a) * p;
-  });
+  clear_lead_in(t, pers, out);
+}
+
+// The standard library's formula, which treats NaN and infinite parameters in no agreed way, without its
+// branches. Between a and b of one sign it stays exact at 1 and monotonic there by being held on b's side.
+void lerp(Axis y, double a, double b, Result out) {
+  const double way = b - a;
+  const bool opposite = (a <= 0 && b >= 0) || (a >= 0 && b <= 0);
+  const Masks rises = masks(b > a ? ~uint64_t{0} : 0);
+  const bool has_nan = std::isnan(a) || std::isnan(b);
+  const auto at = [=](Lanes p, Lanes between) {
+    between = select(bits(p == lanes(0.0)), lanes(a), between);
+    between = select(bits(p == lanes(1.0)), lanes(b), between);
+    // The difference of a number with itself is 0, of an infinity or NaN it is NaN.
+    return select(bits(p - p == lanes(0.0)), between, lanes(way) * p);
+  };
+  if (has_nan) {
+    map(y, out, [](Lanes) { return lanes(nan); });
+  } else if (opposite) {
+    map(y, out, [=](Lanes p) { return at(p, p * lanes(b) + (lanes(1.0) - p) * lanes(a)); });
+  } else {
+    map(y, out, [=](Lanes p) {
+      const Lanes x = lanes(a) + p * lanes(way);
+      const Lanes above = select(bits(lanes(b) < x), x, lanes(b));
+      const Lanes below = select(bits(lanes(b) > x), x, lanes(b));
+      return at(p, select(bits(p > lanes(1.0)) ^ rises, below, above));
+    });
+  }
 }
 
 Test Test::of(std::string_view comparison, double limit) {
@@ -130,17 +194,39 @@ Test Test::of(std::string_view comparison, double limit) {
   return {limit, limit, op == "ne"};
 }
 
+namespace {
+
+// All bits where the test is true.
+Masks passes(const Test& test, Lanes value) {
+  const Masks inside = bits(lanes(test.lowest) <= value) & bits(value <= lanes(test.highest));
+  return test.inverted ? ~inside : inside;
+}
+
+// 1 for every sample that is left, else 0.
+void mark_left(const Test& first, const Test& second, Axis y, uint64_t* left) {
+  in_lanes(y.size(), [=](size_t i, auto count) {
+    const Lanes value = load(&y[i], count);
+    const Masks marks = ~(passes(first, value) | passes(second, value)) & masks(1);
+    std::memcpy(&left[i], &marks, count * sizeof(uint64_t));
+  });
+}
+
+}  // namespace
+
 Selection::Selection(Axis y, Test first, Test second) : first_(first), second_(second) {
   // More parts than cores even out where the samples that are left crowd.
-  constexpr size_t length = size_t{1} << 16;
-  parts_.resize(y.size() / length + (y.size() % length != 0 ? 1 : 0));
+  constexpr size_t part_length = size_t{1} << 16;
+  parts_.resize(y.size() / part_length + (y.size() % part_length != 0 ? 1 : 0));
   mirn3::par::ranges(parts_.size(), 1, [&](size_t from, size_t to) {
+    std::array<uint64_t, block> marks;
     for (size_t k = from; k < to; ++k) {
-      const size_t begin = k * length;
-      const size_t end = std::min(begin + length, y.size());
-      uint64_t left = 0;
-      for (size_t i = begin; i < end; ++i) left += keeps(y[i]);
-      parts_[k] = {begin, end, 0, left};
+      Part& part = parts_[k];
+      part = {k * part_length, std::min((k + 1) * part_length, y.size()), 0, 0};
+      for (size_t i = part.first; i < part.last; i += block) {
+        const size_t length = std::min(block, part.last - i);
+        mark_left(first_, second_, y.subspan(i, length), marks.data());
+        part.left += std::accumulate(marks.begin(), marks.begin() + length, uint64_t{0});
+      }
     }
   });
   for (Part& part : parts_) {
@@ -151,15 +237,20 @@ Selection::Selection(Axis y, Test first, Test second) : first_(first), second_(s
 
 void Selection::copy(Axis t, Axis y, Result x_out, Result y_out) const {
   mirn3::par::ranges(parts_.size(), 1, [&](size_t from, size_t to) {
+    std::array<uint64_t, block> marks;
     for (size_t k = from; k < to; ++k) {
       const Part& part = parts_[k];
       const size_t end = part.place + part.left;
-      // Every sample is written, and the next one over it unless it is kept: no branch on the values.
       size_t place = part.place;
-      for (size_t i = part.first; i < part.last && place < end; ++i) {
-        x_out[place] = t[i];
-        y_out[place] = y[i];
-        place += keeps(y[i]);
+      for (size_t i = part.first; i < part.last; i += block) {
+        const size_t length = std::min(block, part.last - i);
+        mark_left(first_, second_, y.subspan(i, length), marks.data());
+        // Every sample is written, and the next one over it unless it is left: no jump on the values.
+        for (size_t j = 0; j < length && place < end; ++j) {
+          x_out[place] = t[i + j];
+          y_out[place] = y[i + j];
+          place += marks[j];
+        }
       }
     }
   });

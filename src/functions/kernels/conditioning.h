@@ -59,10 +59,6 @@ struct Test {
 
   // "eq", "ne", "lt", "le", "gt" or "ge" in any case; everything else means "eq".
   static Test of(std::string_view comparison, double limit);
-
-  bool operator()(double value) const {
-    return ((lowest <= value) & (value <= highest)) != inverted;  // no branches: values may be noise
-  }
 };
 
 // Which samples are left when those are dropped for which one of the tests is true: counts first, so that
@@ -83,8 +79,6 @@ class Selection {
     size_t place;  // of its first sample that is left
     size_t left;
   };
-
-  bool keeps(double value) const { return !(first_(value) | second_(value)); }
 
   Test first_;
   Test second_;
