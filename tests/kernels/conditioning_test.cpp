@@ -149,7 +149,7 @@ TEST(Conditioning, LogicFollowsItsRulesOnAnyStampsAndValues) {
           double state = 0;
           for (size_t i = 0; i < y.size(); ++i) {
             if (y[i] > limits.upper) state = 1;
-            if (limits.lower > y[i]) state = 0;
+            if (limits.lower > y[i] || (limits.lower > limits.upper && y[i] > limits.lower)) state = 0;
             out[i] = state;
           }
         });

@@ -115,7 +115,12 @@ void debounce(Axis t, Axis y, Persistence persistence, Result out) {
 }
 
 void hysteresis(Axis y, Limits limits, Result out) {
-  const auto is_low = [=](size_t i, auto count) { return bits(lanes(limits.lower) > load(&y[i], count)); };
+  const Masks are_crossed = masks(limits.lower > limits.upper ? ~uint64_t{0} : 0);
+  const auto is_low = [=](size_t i, auto count) {
+    const Lanes value = load(&y[i], count);
+    const Lanes lower = lanes(limits.lower);
+    return bits(lower > value) | (bits(value > lower) & are_crossed);
+  };
   const auto decides = [=](size_t i, auto count) {
     return is_low(i, count) | bits(load(&y[i], count) > lanes(limits.upper));
   };

@@ -29,7 +29,8 @@ struct Persistence {
 // the first stamp.
 void debounce(Axis t, Axis y, Persistence persistence, Result out);
 
-// 1 from a value above `upper` on, 0 from one below `lower` on, which is looked at last; 0 at the start.
+// 1 from a value above `upper` on, 0 from one below `lower` on, which is looked at last; 0 at the start. With
+// crossed limits, `lower` above `upper`, a value above both gives 0 as well. NaN changes nothing.
 void hysteresis(Axis y, Limits limits, Result out);
 
 // A value above `upper` gives `upper`, else one below `lower` gives `lower`; NaN stays.
