@@ -16,6 +16,7 @@ namespace mirn3::dsp {
 namespace {
 
 constexpr size_t least = 1 << 16;  // samples for which a thread pays off
+constexpr size_t block = 512;      // samples whose cells are found at once
 
 struct Limits {
   double lo = std::numeric_limits<double>::infinity();
@@ -70,8 +71,8 @@ class Axis {
     if (!std::isfinite(width) || !(per_unit_ > 0)) {
       throw exc::error_t("The values of the selected range lie too far apart; limit them with clamp()");
     }
-    const double step = width / static_cast<double>(cells);
-    for (size_t i = 0; i < cells; ++i) edges_[i] = static_cast<double>(i) * step + limits.lo;
+    step_ = width / static_cast<double>(cells);
+    for (size_t i = 0; i < cells; ++i) edges_[i] = static_cast<double>(i) * step_ + lo_;
     edges_[cells] = limits.hi;
     const auto meet = [](double a, double b) { return !(a < b); };
     if (std::adjacent_find(edges_.begin(), edges_.end(), meet) != edges_.end() || !std::isfinite(per_unit_)) {
@@ -81,13 +82,8 @@ class Axis {
     }
   }
 
-  // The cell of a value within the limits.
-  size_t cell(double value) const {
-    // The quotient may round across an edge; the edges decide.
-    const auto guess = std::min(static_cast<size_t>((value - lo_) * per_unit_), cells_ - 1);
-    if (value < edges_[guess]) return guess - 1;
-    return guess + static_cast<size_t>(value >= edges_[guess + 1] && guess + 1 < cells_);
-  }
+  // The cells of values within the limits; NaN gets the number of cells, which is none of them.
+  void cells_of(const double* values, size_t n, int32_t* out) const;
 
   double edge(size_t i) const { return edges_[i]; }
   double centre(size_t i) const { return edges_[i] / 2 + edges_[i + 1] / 2; }
@@ -99,11 +95,46 @@ class Axis {
   }
 
  private:
+  // Written so that it becomes vector code: everything is computed for all, then selected.
+  [[gnu::always_inline]] void locate(const double* values, size_t n, int32_t* out) const {
+    const double none = static_cast<double>(cells_);
+    const double top = none - 1;
+    for (size_t i = 0; i < n; ++i) {
+      const double value = values[i];
+      const double clean = value == value ? value : lo_;
+      double guess = (clean - lo_) * per_unit_;
+      guess = guess < top ? guess : top;
+      const auto cell = static_cast<double>(static_cast<int32_t>(guess));
+      // The quotient may have rounded across an edge; the edges, computed as in the table, decide.
+      const double lower = cell * step_ + lo_;
+      const double upper = (cell + 1) * step_ + lo_;
+      const double down = clean < lower ? 1.0 : 0.0;
+      const double up = clean >= upper ? 1.0 : 0.0;
+      double found = cell - down + up;
+      found = found < top ? found : top;
+      out[i] = static_cast<int32_t>(value == value ? found : none);
+    }
+  }
+#ifdef __x86_64__
+  [[gnu::target("avx2")]] void locate_avx2(const double* values, size_t n, int32_t* out) const {
+    locate(values, n, out);
+  }
+#endif
+
   double lo_ = 0;
+  double step_ = 0;
   double per_unit_ = 0;
   size_t cells_;
   std::vector<double> edges_;
 };
+
+void Axis::cells_of(const double* values, size_t n, int32_t* out) const {
+#ifdef __x86_64__
+  static const bool has_avx2 = __builtin_cpu_supports("avx2");
+  if (has_avx2) return locate_avx2(values, n, out);
+#endif
+  locate(values, n, out);
+}
 
 // Adds up what the parts counted, each in counters of its own.
 class Counts {
@@ -121,16 +152,26 @@ class Counts {
   std::vector<double> sums_;
 };
 
-// Calls pair(value of X, value of Y) for the samples [first, last) of X that have a Y.
-template <typename Pair>
-void walk(const arg_t& x, const arg_t& y, size_t first, size_t last, const Pair& pair) {
-  const double* begin = y.x + y.first;
+// Goes through the samples [first, last) of X that have a Y and calls pairs(values of X, values of Y, n) for
+// up to `block` of them at a time.
+template <typename Pairs>
+void walk(const arg_t& x, const arg_t& y, size_t first, size_t last, const Pairs& pairs) {
   const double* end = y.x + y.last;
-  const double* next = std::upper_bound(begin, end, x.x[first]);  // the first stamp of Y that is later
-  for (size_t i = first; i < last; ++i) {
-    const double t = x.x[i];
-    while (next != end && *next <= t) ++next;
-    if (next != begin) pair(x.y[i], y.y[next - y.x - 1]);
+  const double* const begin = y.x + y.first;
+  // Samples of X before the first one of Y have none.
+  size_t i = static_cast<size_t>(std::lower_bound(x.x + first, x.x + last, *begin) - x.x);
+  if (i == last) return;
+  const double* next = std::upper_bound(begin, end, x.x[i]);  // the first stamp of Y that is later
+  if (next == begin) return;                                  // stamps that do not ascend
+  double of_y[block];
+  for (; i < last; i += block) {
+    const size_t n = std::min(block, last - i);
+    for (size_t k = 0; k < n; ++k) {
+      const double t = x.x[i + k];
+      while (next != end && *next <= t) ++next;
+      of_y[k] = y.y[next - y.x - 1];
+    }
+    pairs(x.y + i, of_y, n);
   }
 }
 
@@ -148,17 +189,18 @@ histogram_t histogram(const arg_t& range, size_t bins) {
   Counts counts(bins);
   par::ranges(values.size(), std::max(least, 4 * bins), [&](size_t first, size_t last) {
     // Two sets in turn: a counter that is hit again at once need not wait for itself.
-    std::vector<uint64_t> even(bins, 0);
-    std::vector<uint64_t> odd(bins, 0);
-    const auto count = [&](double value, std::vector<uint64_t>& into) {
-      if (value == value) ++into[axis.cell(value)];
-    };
-    size_t i = first;
-    for (; i + 1 < last; i += 2) {
-      count(values[i], even);
-      count(values[i + 1], odd);
+    std::vector<uint64_t> even(bins + 1, 0);
+    std::vector<uint64_t> odd(bins + 1, 0);
+    int32_t cells[block + 1];
+    for (size_t i = first; i < last; i += block) {
+      const size_t n = std::min(block, last - i);
+      axis.cells_of(&values[i], n, cells);
+      cells[n] = static_cast<int32_t>(bins);
+      for (size_t k = 0; k < n; k += 2) {
+        ++even[static_cast<size_t>(cells[k])];
+        ++odd[static_cast<size_t>(cells[k + 1])];
+      }
     }
-    if (i < last) count(values[i], even);
     counts.add(even);
     counts.add(odd);
   });
@@ -184,10 +226,11 @@ heatmap_t heatmap(const arg_t& x, const arg_t& y, size_t rows, size_t cols) {
   par::ranges(x.size(), least, [&](size_t first, size_t last) {
     Limits mine_x;
     Limits mine_y;
-    walk(x, y, x.first + first, x.first + last, [&](double a, double b) {
-      if (a == a && b == b) {
-        mine_x.add(a);
-        mine_y.add(b);
+    walk(x, y, x.first + first, x.first + last, [&](const double* a, const double* b, size_t n) {
+      for (size_t k = 0; k < n; ++k) {
+        // With the NaN of the other, so that both or none count.
+        mine_x.add(b[k] == b[k] ? a[k] : b[k]);
+        mine_y.add(a[k] == a[k] ? b[k] : a[k]);
       }
     });
     const std::lock_guard lock(mutex);
@@ -203,8 +246,16 @@ heatmap_t heatmap(const arg_t& x, const arg_t& y, size_t rows, size_t cols) {
   Counts counts(rows * cols);
   par::ranges(x.size(), std::max(least, 4 * rows * cols), [&](size_t first, size_t last) {
     std::vector<uint64_t> mine(rows * cols, 0);
-    walk(x, y, x.first + first, x.first + last, [&](double a, double b) {
-      if (a == a && b == b) ++mine[up.cell(b) * cols + across.cell(a)];
+    int32_t columns[block];
+    int32_t lines[block];
+    walk(x, y, x.first + first, x.first + last, [&](const double* a, const double* b, size_t n) {
+      across.cells_of(a, n, columns);
+      up.cells_of(b, n, lines);
+      for (size_t k = 0; k < n; ++k) {
+        const auto col = static_cast<size_t>(columns[k]);
+        const auto row = static_cast<size_t>(lines[k]);
+        if (col < cols && row < rows) ++mine[row * cols + col];
+      }
     });
     counts.add(mine);
   });
