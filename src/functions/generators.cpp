@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
-#include <random>
 
 #include "functions/kernels/generators.h"
 #include "functions/kernels/random.h"
@@ -195,7 +194,7 @@ struct Values {
     }
   }
 
-  void draw(std::mt19937& engine, std::span<double> out) const {
+  void draw(kernels::Twister& engine, std::span<double> out) const {
     if (normal) {
       (integers ? kernels::normal_integers : kernels::normal_reals)(engine, mean(), spread(), out);
     } else if (integers) {
@@ -224,7 +223,7 @@ PyObject* create_random(PyObject*, PyObject* args, PyObject* keywords) {
     const Values values{mirn3::str::to_lower(dist) == "normal", mirn3::str::to_lower(type) == "int", ymin,
                         ymax};
     values.check();
-    std::mt19937 engine(seed);
+    kernels::Twister engine(seed);
     return series_on(base, [&](auto, auto y) { values.draw(engine, y); }).release();
   });
 }
@@ -290,15 +289,14 @@ uint64_t count_argument(PyObject* value) {
   return count;
 }
 
-template <typename Fill>
-PyObject* new_array(PyObject* args, const char* name, const Fill& fill) {
+// make(count) returns the samples; it is called without the interpreter lock.
+template <typename Make>
+PyObject* new_array(PyObject* args, const char* name, const Make& make) {
   return guard(PyExc_ValueError, [&] {
     require_count(args, 1, name);
     const uint64_t count = count_argument(PyTuple_GET_ITEM(args, 0));
     require_memory(static_cast<double>(count));
-    Samples samples = new_samples(count);
-    without_gil([&] { fill(samples.span()); });
-    return make_array(std::move(samples)).release();
+    return make_array(without_gil([&] { return make(count); })).release();
   });
 }
 
@@ -336,18 +334,28 @@ PyObject* create_array(PyObject*, PyObject* args) {
 }
 
 PyObject* create_array_random(PyObject*, PyObject* args) {
-  return new_array(args, "create_array_random", [](std::span<double> out) {
-    std::mt19937 engine(random_seed());
-    kernels::uniform_reals(engine, -1.0, 1.0, out);
+  return new_array(args, "create_array_random", [](uint64_t count) {
+    Samples samples = new_samples(count);
+    kernels::Twister engine(random_seed());
+    kernels::uniform_reals(engine, -1.0, 1.0, samples.span());
+    return samples;
   });
 }
 
 PyObject* create_array_ones(PyObject*, PyObject* args) {
-  return new_array(args, "create_array_ones", [](std::span<double> out) { kernels::constant(1.0, out); });
+  return new_array(args, "create_array_ones", [](uint64_t count) {
+    Samples samples = new_samples(count);
+    kernels::constant(1.0, samples.span());
+    return samples;
+  });
 }
 
 PyObject* create_array_zeros(PyObject*, PyObject* args) {
-  return new_array(args, "create_array_zeros", [](std::span<double> out) { kernels::constant(0.0, out); });
+  return new_array(args, "create_array_zeros", [](uint64_t count) {
+    Samples samples;
+    samples.resize(count);
+    return samples;
+  });
 }
 
 }  // namespace mirn2::fn

@@ -338,13 +338,10 @@ def test_inspect_tells_what_is_there(file_series, capfd):
 
 
 def test_a_file_is_loaded_when_samples_are_needed(file_series):
-    for question in ("avg", "min", "max", "sum", "sort"):
+    calls = {"index": (1,), "pattern": (0, 1), "slice": (0, 1)}
+    for question in ("avg", "min", "max", "sum", "sort", *calls):
         file_series.xdata = file_series.ydata = None
-        getattr(file_series, question)()
-        assert len(file_series) == 3
-    for question in (lambda s: s.index(1), lambda s: s.pattern(0, 1), lambda s: s.slice(0, 1)):
-        file_series.xdata = file_series.ydata = None
-        question(file_series)
+        getattr(file_series, question)(*calls.get(question, ()))
         assert len(file_series) == 3
     file_series.xdata = file_series.ydata = None
     file_series.flags = 0

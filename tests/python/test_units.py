@@ -1,5 +1,6 @@
 """kvalo.convert: names, kinds, constants."""
 
+import itertools
 import math
 
 import kvalo
@@ -22,34 +23,15 @@ KINDS = [
     {"m/s": (1, 0), "kt": (1852 / 3600, 0), "km/h": (1 / 3.6, 0), "mph": (0.44704, 0)},
     {"k": (1, 0), "c": (1, 273.15), "f": (5 / 9, 459.67 * 5 / 9)},
 ]
-ALIASES = [
-    "degree degrees deg",
-    "radian radians rad",
-    "foot feet ft",
-    "inch inches in",
-    "kilometer kilometers km",
-    "meter meters m",
-    "mile miles",
-    "nauticalmile|nauticalmiles|nautical mile|nautical miles|nm",
-    "kilogram kilograms kilo kg",
-    "pound pounds lbs lb",
-    "knot knots kn kt",
-    "km/h|kph|kilometers per hour",
-    "mile/h|mph|miles per hour",
-    "m/s|mps|meters per second",
-    "celsius c",
-    "fahrenheit f",
-    "kelvin k",
-]
+ALIASES = """degree degrees deg|radian radians rad|foot feet ft|inch inches in|kilometer kilometers km|meter meters m
+mile miles|nauticalmile nauticalmiles nautical_mile nautical_miles nm|kilogram kilograms kilo kg|pound pounds lbs lb
+knot knots kn kt|km/h kph kilometers_per_hour|mile/h mph miles_per_hour|m/s mps meters_per_second
+celsius c|fahrenheit f|kelvin k""".replace("\n", "|").split("|")
 PAIRS = [(kind, a, b) for kind in KINDS for a in kind for b in kind if a != b]
 
 
 def series(*y):
     return kvalo.TimeSeries([0.5 * i for i in range(len(y))], list(y))
-
-
-def names(aliases):
-    return aliases.split("|" if "|" in aliases else " ")
 
 
 @pytest.mark.parametrize(("kind", "a", "b"), PAIRS)
@@ -79,19 +61,16 @@ def test_constants_and_order_of_operations(a, b, x, result):
 
 @pytest.mark.parametrize("aliases", ALIASES)
 def test_aliases_name_one_unit(aliases):
-    first = names(aliases)[0]
-    for alias in names(aliases):
-        text = f"^Cannot convert '{alias.upper()}' into '{first}'$"
-        with pytest.raises(ValueError, match=text):
-            kvalo.convert(series(1), alias.upper(), first)
+    first, *others = aliases.split()
+    for alias in (first, *(other.replace("_", " ").upper() for other in others)):
+        with pytest.raises(ValueError, match=f"^Cannot convert '{alias}' into '{first}'$"):
+            kvalo.convert(series(1), alias, first)
 
 
 def test_kinds_do_not_mix():
-    firsts = [next(iter(kind)) for kind in KINDS]
-    for a in firsts:
-        for b in firsts:
-            with pytest.raises(ValueError, match=f"^Cannot convert '{a}' into '{b}'$"):
-                kvalo.convert(series(1), a, b)
+    for a, b in itertools.permutations([next(iter(kind)) for kind in KINDS], 2):
+        with pytest.raises(ValueError, match=f"^Cannot convert '{a}' into '{b}'$"):
+            kvalo.convert(series(1), a, b)
 
 
 def test_the_result_has_a_name():

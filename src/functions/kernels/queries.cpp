@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -50,25 +52,37 @@ auto with_relation(Relation relation, double v, const Work& work) {
 
 constexpr Extremes nothing_seen{infinity, -infinity};
 
-// In several lanes, because one would wait for every comparison; the form of the choices lets each become
-// one minimum or maximum instruction that drops NaN. Of zeros with different signs any may be the result.
+// Two numbers in one register; written so because compilers leave a loop of such choices scalar.
+using Two = double __attribute__((vector_size(16)));
+
+Two load_two(const double* from) {
+  Two two;
+  std::memcpy(&two, from, sizeof two);
+  return two;
+}
+
+// In several lanes, because one would wait for every comparison. The choices drop NaN. Of zeros with
+// different signs any may be the result.
 Extremes scan(std::span<const double> y) {
-  constexpr size_t lanes = 8;
-  double lo[lanes];
-  double hi[lanes];
-  std::fill_n(lo, lanes, nothing_seen.lo);
-  std::fill_n(hi, lanes, nothing_seen.hi);
+  constexpr size_t lanes = 4;
+  Two lo[lanes];
+  Two hi[lanes];
+  std::fill_n(lo, lanes, Two{} + nothing_seen.lo);
+  std::fill_n(hi, lanes, Two{} + nothing_seen.hi);
   size_t i = 0;
-  for (; i + lanes <= y.size(); i += lanes) {
+  for (; i + 2 * lanes <= y.size(); i += 2 * lanes) {
     for (size_t k = 0; k < lanes; ++k) {
-      const double v = y[i + k];
+      const Two v = load_two(y.data() + i + 2 * k);
       lo[k] = v < lo[k] ? v : lo[k];
       hi[k] = v > hi[k] ? v : hi[k];
     }
   }
   Extremes seen = nothing_seen;
-  for (; i < y.size(); ++i) seen = {y[i] < seen.lo ? y[i] : seen.lo, y[i] > seen.hi ? y[i] : seen.hi};
-  for (size_t k = 0; k < lanes; ++k) seen = {std::min(seen.lo, lo[k]), std::max(seen.hi, hi[k])};
+  const auto widen = [&seen](double least, double most) {
+    seen = {least < seen.lo ? least : seen.lo, most > seen.hi ? most : seen.hi};
+  };
+  for (; i < y.size(); ++i) widen(y[i], y[i]);
+  for (size_t k = 0; k < 2 * lanes; ++k) widen(lo[k / 2][k % 2], hi[k / 2][k % 2]);
   return seen;
 }
 
@@ -100,6 +114,14 @@ size_t search(std::span<const double> y, size_t first, size_t last, const std::a
     return at + static_cast<size_t>(std::ranges::find_if(values, test) - values.begin());
   }
   return last;
+}
+
+// ---- times ----
+
+// The interval or 0.0, without a branch: values that change at random would mislead every prediction. The
+// totals never become a negative zero, so adding 0.0 to them changes no bit.
+double interval_if(bool counts, double interval) {
+  return std::bit_cast<double>(std::bit_cast<uint64_t>(interval) & (uint64_t{0} - uint64_t{counts}));
 }
 
 // ---- order of time ----
@@ -162,18 +184,19 @@ size_t find_first(std::span<const double> y, Relation relation, double value) {
   });
 }
 
-// The sums never become a negative zero, so adding a zero for the other intervals changes no bit.
 double time_where(std::span<const double> t, std::span<const double> y, Relation relation, double value) {
   return with_relation(relation, value, [&](auto test) {
     double total = 0.0;
-    for (size_t i = 1; i < t.size(); ++i) total += test(y[i - 1]) ? t[i] - t[i - 1] : 0.0;
+    for (size_t i = 1; i < t.size(); ++i) total += interval_if(test(y[i - 1]), t[i] - t[i - 1]);
     return total;
   });
 }
 
 double time_between(std::span<const double> t, std::span<const double> y, double lo, double hi) {
   double total = 0.0;
-  for (size_t i = 1; i < t.size(); ++i) total += lo < y[i] && y[i] < hi ? t[i] - t[i - 1] : 0.0;
+  for (size_t i = 1; i < t.size(); ++i) {
+    total += interval_if(lo < y[i], interval_if(y[i] < hi, t[i] - t[i - 1]));
+  }
   return total;
 }
 

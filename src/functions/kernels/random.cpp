@@ -8,13 +8,13 @@ namespace mirn2::fn::kernels {
 namespace {
 
 // In [0, 1) with 53 random bits.
-double unit(std::mt19937& engine) {
+double unit(Twister& engine) {
   const auto upper = static_cast<double>(engine() >> 5);
   const auto lower = static_cast<double>(engine() >> 6);
   return (upper * 67108864.0 + lower) / 9007199254740992.0;
 }
 
-uint64_t draw64(std::mt19937& engine) {
+uint64_t draw64(Twister& engine) {
   const uint64_t upper = engine();
   return upper << 32 | engine();
 }
@@ -25,7 +25,7 @@ struct Pair {
 };
 
 // A point within the unit circle, stretched into two independent normal numbers.
-Pair normal_pair(std::mt19937& engine) {
+Pair normal_pair(Twister& engine) {
   double x = 0.0;
   double y = 0.0;
   double r2 = 0.0;
@@ -40,12 +40,12 @@ Pair normal_pair(std::mt19937& engine) {
 
 }  // namespace
 
-void uniform_reals(std::mt19937& engine, double lo, double hi, std::span<double> out) {
+void uniform_reals(Twister& engine, double lo, double hi, std::span<double> out) {
   const double width = hi - lo;
   for (double& v : out) v = lo + width * unit(engine);
 }
 
-void normal_reals(std::mt19937& engine, double mean, double spread, std::span<double> out) {
+void normal_reals(Twister& engine, double mean, double spread, std::span<double> out) {
   for (size_t i = 0; i < out.size(); i += 2) {
     const Pair pair = normal_pair(engine);
     out[i] = mean + spread * pair.first;
@@ -53,7 +53,7 @@ void normal_reals(std::mt19937& engine, double mean, double spread, std::span<do
   }
 }
 
-void uniform_integers(std::mt19937& engine, int64_t lo, int64_t hi, std::span<double> out) {
+void uniform_integers(Twister& engine, int64_t lo, int64_t hi, std::span<double> out) {
   const auto range = static_cast<uint64_t>(hi - lo);
   const uint64_t mask = range == 0 ? 0 : ~uint64_t{0} >> std::countl_zero(range);
   const bool wide = range >> 32 != 0;
@@ -68,7 +68,7 @@ void uniform_integers(std::mt19937& engine, int64_t lo, int64_t hi, std::span<do
   }
 }
 
-void normal_integers(std::mt19937& engine, double mean, double spread, std::span<double> out) {
+void normal_integers(Twister& engine, double mean, double spread, std::span<double> out) {
   normal_reals(engine, mean, spread, out);
   for (double& v : out) v = std::round(v);
 }
