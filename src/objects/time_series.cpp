@@ -9,6 +9,7 @@
 #include "objects/frame.h"
 #include "objects/lending.h"
 #include "readers/reader.h"
+#include "runtime/progress.h"
 #include "runtime/tag.h"
 #include "runtime/utc.h"
 
@@ -48,6 +49,7 @@ bool is_set(const PyObject* axis) { return axis != nullptr && axis != Py_None; }
 void load_record(const std::shared_ptr<TimeSeries>& record) {
   const LoadPlan plan(*record);
   LoadedSamples loaded = without_gil([&] {
+    const mirn3::progress::Line line("Loading " + record->full_name);
     LoadedSamples samples = plan.run();
     mirn3::tag::load();
     return samples;
