@@ -100,6 +100,30 @@ void Container::insert_reader(std::shared_ptr<rd::Reader> reader, bool enter) {
   readers_.push_back(std::move(reader));
 }
 
+bool Container::add_derived(const std::shared_ptr<TimeSeries>& source, const std::string& main_name,
+                            std::shared_ptr<rd::Reader> reader) {
+  const std::string_view full = source->full_name;
+  const size_t own = full.size() >= source->main_name.size() ? full.size() - source->main_name.size() : 0;
+  const std::string full_name = std::string(full.substr(0, own)) + main_name;
+  if (by_full_name_.contains(full_name)) return false;
+  auto series = std::make_shared<TimeSeries>();
+  series->main_name = main_name;
+  series->full_name = full_name;
+  series->readers.push_back(std::move(reader));
+  const size_t position = order_.size();
+  order_.push_back({series, main_name, full_name, source->parents.empty()});
+  by_main_name_.emplace(main_name, position);
+  by_full_name_.emplace(full_name, position);
+  for (const auto& weak : source->parents) {
+    const std::shared_ptr<TimeSeries> parent = weak.lock();
+    if (!parent) continue;
+    series->parents.push_back(parent);
+    parent->children.push_back(series);
+  }
+  bank().add(series);
+  return true;
+}
+
 std::vector<std::shared_ptr<TimeSeries>> Container::variables() const {
   std::vector<std::shared_ptr<TimeSeries>> live;
   live.reserve(order_.size());

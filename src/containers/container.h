@@ -28,6 +28,11 @@ class Container {
   // this throws.
   void insert_reader(std::shared_ptr<rd::Reader> reader, bool enter);
 
+  // Adds a variable that is computed from another one, beside it: it has the same parents. Entered into the
+  // registry. Does nothing when there is a variable of that full name; answers whether it was added.
+  bool add_derived(const std::shared_ptr<TimeSeries>& source, const std::string& main_name,
+                   std::shared_ptr<rd::Reader> reader);
+
   // One per loaded source, in load order.
   const std::vector<std::shared_ptr<rd::Reader>>& readers() const noexcept { return readers_; }
 

@@ -3,16 +3,21 @@
 
 #include <structmember.h>
 
+#include <algorithm>
 #include <cstddef>
 
 #include "containers/bank.h"
 #include "containers/creation.h"
+#include "containers/derived_readers.h"
 #include "objects/frame.h"
+#include "objects/lending.h"
 #include "objects/time_series.h"
 #include "objects/unavailable.h"
 #include "runtime/ilc.h"
 #include "runtime/num.h"
+#include "runtime/num_merge.h"
 #include "runtime/rtd.h"
+#include "runtime/str.h"
 
 namespace mirn2 {
 
@@ -21,6 +26,8 @@ namespace {
 ContainerObject* self_of(PyObject* self) { return reinterpret_cast<ContainerObject*>(self); }
 
 constexpr uint64_t initial_flags = 9;
+constexpr unsigned long long default_split_limit = 1000;
+constexpr size_t random_prefix_length = 8;
 
 // ---- life and death ----
 
@@ -107,6 +114,13 @@ void attach(ContainerObject* self, std::shared_ptr<Container> container, Contain
   self->container = new std::shared_ptr<Container>(std::move(container));
   *self->request = std::move(request);
   post_init(self);
+}
+
+// A script object for a container that was made without one.
+Ref show_container(std::shared_ptr<Container> container, ContainerRequest request) {
+  Ref object = checked(container_new(&ContainerType, nullptr, nullptr));
+  attach(self_of(object.get()), std::move(container), std::move(request));
+  return object;
 }
 
 void open_file(ContainerObject* self, ContainerRequest request) {
@@ -250,6 +264,94 @@ PyObject* container_merge(PyObject* object, PyObject* args, PyObject* kwargs) {
   });
 }
 
+// Gives a record that is loaded the stamps of its clock; every object that shows it sees them.
+void apply_clock(TimeSeries& record) {
+  if (!record.is_loaded()) return;
+  LoadedSamples samples{record.x, record.y};
+  set_clock(samples, record.clock, record.full_name);
+  record.x = samples.x;
+  for (TimeSeriesObject* object : record.shown_by) {
+    if (ArrayObject* array = as_array(object->xdata)) replace_samples(array, record.x);
+  }
+}
+
+PyObject* container_replace_xdata(PyObject* object, PyObject* args) {
+  return guard(PyExc_Exception, [&]() -> PyObject* {
+    const Trace trace("replace_xdata");
+    refuse_online("replace_xdata");
+    require_count(args, 1, "replace_xdata");
+    const Operand clock(series_argument(PyTuple_GET_ITEM(args, 0)));
+    if (clock.size() == 0) fail(PyExc_ValueError, "'{:s}' has no values to take as time", clock.name());
+    if (!mirn3::num::is_strictly_ascending(clock.y())) {
+      fail(PyExc_ValueError,
+           "Values must be strictly increasing, i.e, any value at index 'k' is bigger than the one at 'k-1'");
+    }
+    const ContainerObject* self = self_of(object);
+    if (self->container == nullptr) Py_RETURN_NONE;
+    Samples stamps;
+    stamps.resize_for_overwrite(clock.size());
+    std::ranges::copy(clock.y(), stamps.data());
+    for (const auto& series : (*self->container)->variables()) {
+      series->clock = stamps;
+      series->x_scale = {};  // it was meant for the former stamps
+      apply_clock(*series);
+    }
+    Py_RETURN_NONE;
+  });
+}
+
+// An event lasts from the first sample that is not zero to the sample that is zero again, or to the end.
+std::vector<rd::TimeWindow> event_windows(const Operand& event) {
+  std::vector<rd::TimeWindow> windows;
+  bool active = false;
+  for (uint64_t i = 0; i < event.size(); ++i) {
+    const bool was_active = std::exchange(active, event.y()[i] != 0.0);
+    const double t = event.x()[i];
+    if (active && !was_active) windows.push_back({t, t});
+    if (active || was_active) windows.back().last = t;
+  }
+  return windows;
+}
+
+PyObject* container_split(PyObject* object, PyObject* args, PyObject* kwargs) {
+  return guard(PyExc_ValueError, [&] {
+    const Trace trace("split");
+    refuse_online("split");
+    static const char* keywords[] = {"event", "prefix", "as_tuple", "limit", nullptr};
+    PyObject* event = nullptr;
+    const char* prefix_argument = nullptr;
+    int as_tuple = 0;
+    unsigned long long limit = default_split_limit;
+    if (!PyArg_ParseTupleAndKeywords(args, kwargs, "O|siK", const_cast<char**>(keywords), &event,
+                                     &prefix_argument, &as_tuple, &limit)) {
+      throw python_error();
+    }
+    const std::string prefix =
+        prefix_argument != nullptr ? prefix_argument : mirn3::str::random(random_prefix_length);
+    TimeSeriesObject* series = series_argument(event);
+    const ContainerObject* self = self_of(object);
+    if (container_length(object) == 0) {
+      fail(PyExc_ValueError, "This function cannot be used with empty containers.");
+    }
+    const std::shared_ptr<Container> whole = *self->container;
+    const std::vector<rd::TimeWindow> windows = event_windows(Operand(series));
+    if (windows.empty()) fail(PyExc_ValueError, "No event has been detected");
+    if (windows.size() > limit) {
+      fail(PyExc_ValueError, "Number of detected events ({:d}) exceeds the limit ({:d})", windows.size(),
+           limit);
+    }
+    Ref pieces = checked(PyList_New(0));
+    for (const rd::TimeWindow& window : windows) {
+      const size_t number = static_cast<size_t>(PyList_GET_SIZE(pieces.get())) + 1;
+      const auto piece = create_container_from_window(*whole, window);
+      piece->name = fmt::format("{:s}_{:d}", prefix, number);
+      const Ref shown = show_container(piece, {.path = self->request->path});
+      if (PyList_Append(pieces.get(), shown.get()) < 0) throw python_error();
+    }
+    return as_tuple != 0 ? PyList_AsTuple(pieces.get()) : pieces.release();
+  });
+}
+
 // ---- tables ----
 
 PyMappingMethods container_mapping = {
@@ -273,9 +375,8 @@ PyMethodDef container_methods[] = {
      "Apply gain and offset to y-axis values, as in A*Y + B"},
     {"merge", with_keywords(container_merge), METH_VARARGS | METH_KEYWORDS,
      "Merge another file into this Container"},
-    {"split", with_keywords(unavailable_ternary<"Container.split">), METH_VARARGS | METH_KEYWORDS,
-     "Split into other Containers"},
-    {"replace_xdata", unavailable<"Container.replace_xdata">, METH_VARARGS,
+    {"split", with_keywords(container_split), METH_VARARGS | METH_KEYWORDS, "Split into other Containers"},
+    {"replace_xdata", container_replace_xdata, METH_VARARGS,
      "Replace current time values by a TimeSeries y-axis values"},
     {"rt_read", unavailable<"Container.rt_read">, METH_NOARGS,
      "Refresh data received from connection (real-time only)"},

@@ -6,12 +6,15 @@
 #include <fstream>
 
 #include "containers/bank.h"
+#include "containers/derived_readers.h"
+#include "functions/kernels/coding_name.h"
 #include "objects/frame.h"
 #include "readers/ardupilot_bin.h"
 #include "readers/delimited.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/sys.h"
+#include "runtime/unpack.h"
 
 namespace mirn2 {
 
@@ -132,10 +135,31 @@ void check_plugin(const fs::path& plugin) {
   throw error_t("Extension not supported for plugin");
 }
 
+// The variables that bit-field definitions add.
+void add_unpacked(Container& container) {
+  mirn3::unpack::load();
+  if (mirn3::unpack::is_empty()) return;
+  const auto definitions = mirn3::unpack::definitions();
+  for (const auto& series : container.variables()) {
+    for (const auto& made : definitions) {
+      if (made.variable != series->main_name) continue;
+      const fn::kernels::BitField field{made.msb - made.base, made.lsb - made.base, made.gain, made.bias};
+      auto reader = std::make_shared<rd::ReaderUnpacked>(series, field, fn::kernels::coding_named(made.type));
+      if (container.add_derived(series, made.name, std::move(reader))) continue;
+      mirn3::log::write(mirn3::log::warning,
+                        fmt::format("'{:s}' is not unpacked from '{:s}': there is a variable of that name",
+                                    made.name, series->full_name));
+    }
+  }
+}
+
 std::shared_ptr<Container> assemble(const ReaderPtr& reader, bool enter) {
   auto container = std::make_shared<Container>();
   container->insert_reader(reader, enter);
-  if (enter) bank().add(container);
+  if (enter) {
+    add_unpacked(*container);
+    bank().add(container);
+  }
   return container;
 }
 
@@ -209,6 +233,14 @@ std::shared_ptr<Container> create_container_from_realtime(const fs::path& plugin
         }
       },
       std::shared_ptr<Container>());
+}
+
+std::shared_ptr<Container> create_container_from_window(const Container& whole, rd::TimeWindow window) {
+  const fs::path path = whole.readers().empty() ? fs::path() : whole.readers().front()->path();
+  auto piece = std::make_shared<Container>();
+  piece->insert_reader(std::make_shared<rd::ReaderWindow>(path, whole.variables(), window), true);
+  bank().add(piece);
+  return piece;
 }
 
 fs::path source_path(const rd::Reader& reader) {

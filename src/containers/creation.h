@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "containers/container.h"
+#include "containers/derived_readers.h"
 
 namespace mirn2 {
 
@@ -38,6 +39,10 @@ std::shared_ptr<Container> create_container_from_file(const std::filesystem::pat
 std::shared_ptr<Container> create_container_from_file(const std::filesystem::path& path,
                                                       const std::filesystem::path& plugin);
 std::shared_ptr<Container> create_container_from_realtime(const std::filesystem::path& plugin);
+
+// A container over the variables of another one between two times, entered into the registry. Throws
+// mirn3::exc::error_t.
+std::shared_ptr<Container> create_container_from_window(const Container& whole, rd::TimeWindow window);
 
 // The path under which a reader's source is known to the script: the archive it was unpacked from.
 std::filesystem::path source_path(const rd::Reader& reader);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "functions/generic.h"
+#include "functions/kernels/coding_name.h"
 #include "functions/kernels/conditioning.h"
 #include "functions/kernels/unpack.h"
 #include "objects/frame.h"
@@ -28,22 +29,6 @@ void parse(PyObject* args, PyObject* keywords, const char* format,
   if (!PyArg_ParseTupleAndKeywords(args, keywords, format, const_cast<char**>(names), &series, options...)) {
     throw python_error();
   }
-}
-
-bool same_word(std::string_view a, std::string_view b) {
-  const auto upper = [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c; };
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [&](char p, char q) { return upper(p) == upper(q); });
-}
-
-kernels::Coding coding_named(std::string_view name) {
-  using kernels::Coding;
-  constexpr std::pair<std::string_view, Coding> codings[] = {
-      {"SGN", Coding::sign_magnitude}, {"2C", Coding::twos_complement}, {"BCD", Coding::bcd}};
-  for (const auto& [text, coding] : codings) {
-    if (same_word(name, text)) return coding;
-  }
-  return Coding::unsigned_binary;
 }
 
 }  // namespace
@@ -142,7 +127,7 @@ PyObject* unpack(PyObject*, PyObject* args, PyObject* keywords) {
     if (msb < lsb) fail(PyExc_ValueError, "LSB must be smaller than MSB");
     if (lsb < base) fail(PyExc_ValueError, "Inconsistent BASE value");
     const kernels::BitField field{msb - base, lsb - base, gain, bias};
-    const kernels::Coding coding = coding_named(type);
+    const kernels::Coding coding = kernels::coding_named(type);
     return builtin_generic(args, "unpack",
                            fmt::format("msb={:d}, lsb={:d}, base={:d}, gain={:g}, bias={:g}, type='{:s}'",
                                        msb, lsb, base, gain, bias, type),

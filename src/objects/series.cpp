@@ -1,5 +1,7 @@
 #include "objects/series.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -81,6 +83,15 @@ void apply(const AxisScale& scale, mirn3::shared_vector<double>& axis) {
 
 }  // namespace
 
+void set_clock(LoadedSamples& samples, const mirn3::shared_vector<double>& clock, const std::string& name) {
+  if (samples.x.size() == clock.size()) {
+    samples.x = clock.clone();
+  } else {
+    rd::warn(fmt::format("'{:s}' keeps its time values: it has {} samples, and the new time values are {}",
+                         name, samples.x.size(), clock.size()));
+  }
+}
+
 LoadedSamples LoadPlan::load_one(rd::Reader& reader) const {
   const std::lock_guard one_at_a_time(reader.busy);
   rd::rto_t request;
@@ -108,6 +119,7 @@ LoadedSamples LoadPlan::run() const {
         parts, [](const LoadedSamples& a, const LoadedSamples& b) { return is_earlier(a.x[0], b.x[0]); });
     samples = join(parts);
   }
+  if (!clock_.empty()) set_clock(samples, clock_, name_);
   apply(x_scale_, samples.x);
   apply(y_scale_, samples.y);
   return samples;

@@ -49,6 +49,7 @@ class TimeSeries {
   std::vector<std::weak_ptr<TimeSeries>> parents;
   AxisScale x_scale;
   AxisScale y_scale;
+  mirn3::shared_vector<double> clock;       // stamps that replace those of the source, where they are as many
   std::vector<TimeSeriesObject*> shown_by;  // every script object that shows it, the owner last
   int in_use = 0;                           // computations that hold its samples now
 
@@ -73,6 +74,9 @@ struct LoadedSamples {
   mirn3::shared_vector<double> y;
 };
 
+// Gives the samples the stamps of the clock when they are as many; warns when they are not.
+void set_clock(LoadedSamples& samples, const mirn3::shared_vector<double>& clock, const std::string& name);
+
 // What a load needs of a record: taken under the interpreter lock, used without it.
 class LoadPlan {
  public:
@@ -80,12 +84,13 @@ class LoadPlan {
       : tag_key_(record.main_name),
         name_(record.full_name),
         readers_(record.readers),
+        clock_(record.clock),
         x_scale_(record.x_scale),
         y_scale_(record.y_scale) {}
 
-  // Asks every reader for its samples and applies gain and offset. Several recordings are joined in
-  // order of their first time stamp; where they overlap, samples are merged by time, earlier readers
-  // first. Call without the interpreter lock; throws what readers throw.
+  // Asks every reader for its samples, replaces the stamps by the record's clock, and applies gain and
+  // offset. Several recordings are joined in order of their first time stamp; where they overlap, samples are
+  // merged by time, earlier readers first. Call without the interpreter lock; throws what readers throw.
   LoadedSamples run() const;
 
  private:
@@ -94,6 +99,7 @@ class LoadPlan {
   std::string tag_key_;
   std::string name_;
   std::vector<std::shared_ptr<rd::Reader>> readers_;
+  mirn3::shared_vector<double> clock_;
   AxisScale x_scale_;
   AxisScale y_scale_;
 };

@@ -1,0 +1,57 @@
+// Readers whose source is another series: bit fields unpacked from it, and pieces cut out of it.
+//
+// They load their source when they are asked, through its own readers, so that nothing is read before it is
+// needed; samples that a script has changed are taken as they are.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "functions/kernels/unpack.h"
+#include "objects/series.h"
+#include "readers/reader.h"
+
+namespace mirn2::rd {
+
+// One variable, decoded from the bits of another.
+class ReaderUnpacked : public Reader {
+ public:
+  ReaderUnpacked(std::shared_ptr<TimeSeries> source, fn::kernels::BitField field, fn::kernels::Coding coding)
+      : Reader({}), source_(std::move(source)), field_(field), coding_(coding) {}
+
+  void scan() override {}
+  void load(rto_t& request) override;
+
+ private:
+  std::shared_ptr<TimeSeries> source_;
+  fn::kernels::BitField field_;
+  fn::kernels::Coding coding_;
+};
+
+// A stretch of time: both ends belong to it.
+struct TimeWindow {
+  double first;
+  double last;
+};
+
+// The variables of a container between two times. A variable that has no sample at the beginning of the
+// window, but one before it, gets one there with the value held.
+class ReaderWindow : public Reader {
+ public:
+  // `path` is what the script is told as the source's path.
+  ReaderWindow(std::filesystem::path path, const std::vector<std::shared_ptr<TimeSeries>>& variables,
+               TimeWindow window);
+
+  void scan() override {}
+  void load(rto_t& request) override;
+
+ private:
+  VariableNode node_of(const std::shared_ptr<TimeSeries>& series);
+
+  TimeWindow window_;
+  std::unordered_map<std::string, std::shared_ptr<TimeSeries>> sources_;  // by full name
+};
+
+}  // namespace mirn2::rd
