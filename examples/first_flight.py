@@ -2,8 +2,9 @@
 
     python examples/first_flight.py [OUTDIR] [--minutes 12]
 
-Makes up a sample flight in OUTDIR, opens its binary log, shows what is in it, reads a few series, computes
-with NumPy and exports a choice of series on a common time grid.
+Makes up a sample flight in OUTDIR, opens its binary log, shows what is in it, reads a few series, computes,
+looks in a table of the same flight for what preceded a fault, and exports a choice of series on a common
+time grid.
 """
 
 import argparse
@@ -40,8 +41,8 @@ def main() -> None:
     parser.add_argument("--minutes", type=float, default=12.0)
     options = parser.parse_args()
 
-    path = write_flight(options.folder, minutes=options.minutes, forms=("bin",))["bin"]
-
+    paths = write_flight(options.folder, minutes=options.minutes, forms=("bin", "csv"))
+    path = paths["bin"]
     start = time.perf_counter()
     log = kvalo.Container(path=str(path))
     took = (time.perf_counter() - start) * 1e3
@@ -60,14 +61,25 @@ def main() -> None:
     charge /= 3.6  # from ampere seconds to milliampere hours, in place
     print(f"  Charge drawn from the battery: {charge[-1]:.0f} mAh, by {used.get_script()}")
 
-    table = options.folder / "flight.csv"
+    # How long the battery had to work hard, the short peaks aside.
+    smooth = kvalo.lowpass(current, tau=1.0)
+    print(f"  Smoothed over a second, the current was above 32 A for {smooth.time_gt(32):.1f} s")
+
+    # The supply of the servo rail reports an overload from time to time. What happened before, each time?
+    table = kvalo.Container(path=str(paths["csv"]))
+    overload = table.overload
+    starts = kvalo.diff(overload) > 0
+    print(f"The servo rail was overloaded {starts.sum():.0f} times. What came before, of a table of {table}:")
+    kvalo.insight(overload, table)
+
+    exported = options.folder / "flight.csv"
     chosen = [(roll, "roll [deg]"), (altitude, "altitude [m]"), (current, "current [A]")]
     chosen.append((used, "charge [mAh]"))
-    kvalo.export_to_file(str(table), ",", 0.1, float(t[0]), float(t[-1]), chosen)
-    lines = table.read_text().splitlines()
+    kvalo.export_to_file(str(exported), ",", 0.1, float(t[0]), float(t[-1]), chosen)
+    lines = exported.read_text().splitlines()
     print(f"Exported {len(lines) - 1} rows every 0.1 s; the first two:")
     print("  " + "\n  ".join(lines[:3]))
-    print(f"The table is in {table.resolve()}")
+    print(f"The table is in {exported.resolve()}")
 
 
 if __name__ == "__main__":

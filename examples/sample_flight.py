@@ -1,13 +1,15 @@
 """Makes up a flight of a small quadcopter and writes it as recorded data.
 
 The flight: arming, take-off, laps around a field in gusty wind, a motor bearing that wears out (vibration
-and heat rise for about forty seconds before it gives way), return, landing. It comes from a simple physical
-model with a fixed seed, so every run writes the same bytes.
+and heat rise for about forty seconds before it gives way), return, landing. Every now and then the mission
+runs a winch, which is too much for the supply of the servo rail: the rail sags, two and a half seconds later
+the supply reports an overload, and the winch is stopped. All this comes from a simple physical model with a
+fixed seed, so every run writes the same bytes.
 
     python examples/sample_flight.py OUTDIR [--minutes 12] [--forms bin,log,csv] [--megabytes N]
 
 The forms are an ArduPilot binary log (.bin), the same log as text (.log) and a table of the main
-quantities, 25 rows a second (.csv). `--megabytes` picks the length of the flight by the size of the binary
+quantities, 16 rows a second (.csv). `--megabytes` picks the length of the flight by the size of the binary
 log instead, with fast IMU logging, for benchmarks.
 """
 
@@ -27,6 +29,9 @@ HOME = (47.397742, 8.545594, 488.0)  # latitude, longitude, altitude
 GPS_WEEK, GPS_SECOND = 2332, 214_530.0
 HOVER = 0.36  # throttle
 FAULTY = 2  # index of the motor that fails
+RAIL, SAGGED = 5.3, 4.74  # of the servo rail with the winch off and on, in volts
+WINCH = 1.9  # what the winch draws from the battery, in amperes
+PATIENCE, STOP, RECOVERED = 2.5, 3.0, 4.0  # start to overload report, to end of winch, to end of report; s
 
 # Laps: north, east, height in metres.
 WAYPOINTS = [(180.0, 0.0, 45.0), (180.0, 220.0, 60.0), (-40.0, 220.0, 50.0), (-40.0, 0.0, 40.0)]
@@ -48,6 +53,7 @@ MESSAGES = {
     "POS": (182, "QLLfff", "TimeUS,Lat,Lng,Alt,RelHomeAlt,RelOriginAlt", 10),
     "BARO": (139, "QBffcfIffB", "TimeUS,I,Alt,Press,Temp,CRt,SMS,Offset,GndTemp,Health", 10),
     "BAT": (164, "QBfffffcfB", "TimeUS,Instance,Volt,VoltR,Curr,CurrTot,EnrgTot,Temp,Res,RemPct", 10),
+    "POWR": (115, "QffHH", "TimeUS,Vcc,VServo,Flags,AccFlags", 10),
     "ESC": (161, "QBeCCcHcf", "TimeUS,Instance,RPM,Volt,Curr,Temp,CTot,MotTemp,Err", 10),
     "VIBE": (189, "QBfffI", "TimeUS,IMU,VibeX,VibeY,VibeZ,Clip", 10),
 }
@@ -90,6 +96,8 @@ class Flight:
         self.fault = self.duration - 150.0
         self.events: list[tuple[float, str, object]] = []  # time, kind, content
         self.time = np.arange(0.0, self.duration, STEP)
+        starts = np.arange(60.0, self.fault - 15.0, 40.0)
+        self.winch_starts = starts + np.random.default_rng(SEED + 2).uniform(-8.0, 8.0, starts.size)
         states = self._simulate(*self._wind())
         for name, column in zip(STATES, states.T, strict=True):
             setattr(self, name, np.ascontiguousarray(column))
@@ -120,10 +128,17 @@ class Flight:
         grown = np.exp((np.minimum(time, self.fault) - self.fault + 40.0) / 11.0) - 1.0
         return np.clip(grown / math.expm1(40.0 / 11.0), 0.0, None) + 0.5 * (time > self.fault)
 
+    def winch(self, time):
+        """Whether the winch runs, and whether the supply of the rail reports an overload."""
+        since = np.append(-np.inf, self.winch_starts)
+        since = time - since[np.searchsorted(self.winch_starts, time, "right")]
+        return since < STOP, (since >= PATIENCE) & (since < RECOVERED)
+
     def _simulate(self, wind_n, wind_e):
         """Steps the airframe, its controller, the motor temperatures and the battery through the flight."""
         sin, cos, atan = math.sin, math.cos, math.atan
         wear = self.wear(self.time).tolist()
+        winch = (WINCH * self.winch(self.time)[0]).tolist()
         rows = []
         north = east = up = vn = ve = vu = roll = pitch = p = q = r = used = 0.0
         yaw = yaw_des = 0.6
@@ -227,7 +242,7 @@ class Flight:
             for motor in range(4):
                 power = heating * (1.0 + (1.7 * wear[i] if motor == FAULTY else 0.0)) * (throttle > 0.05)
                 temperatures[motor] += STEP * (power - (temperatures[motor] - 24.0) * 1.35) / 45.0
-            used += STEP / 3.6 * (0.6 + (27.0 + 4.0 * wear[i]) * (throttle / HOVER) ** 1.5)
+            used += STEP / 3.6 * (0.6 + winch[i] + (27.0 + 4.0 * wear[i]) * (throttle / HOVER) ** 1.5)
             rows.append(
                 (
                     north,
@@ -275,6 +290,7 @@ class Flight:
         self.rpm = 9600.0 * np.sqrt(self.motors)
         self.rpm[FAULTY] *= 1.0 - 0.10 * np.clip(worn, 0, 1.5)
         self.current = 0.6 + (27.0 + 4.0 * worn) * (self.throttle / HOVER) ** 1.5
+        self.current += WINCH * self.winch(self.time)[0]
         charge = np.clip(1.0 - self.used / 9800.0, 0.02, 1.0)
         self.rest_voltage = 13.4 + 3.3 * charge - 0.25 * np.exp(-12.0 * charge)
         self.voltage = self.rest_voltage - 0.014 * self.current
@@ -554,6 +570,18 @@ def log_records(flight: Flight, imu_hz: float) -> dict[str, np.ndarray]:
         Res=np.full(time.size, 0.014),
         RemPct=at(time, flight.remaining),
     )
+
+    time, stamp = stamps("POWR", 0.8)
+    running, overload = flight.winch(time)
+    flags = 3 + 8 * overload  # main and servo supply are there; the rail is overloaded
+    tables["POWR"] = records(
+        "POWR",
+        TimeUS=stamp,
+        Vcc=np.full(time.size, 5.06),
+        VServo=np.where(running, SAGGED, RAIL),
+        Flags=flags,
+        AccFlags=np.bitwise_or.accumulate(flags),
+    )
     return tables
 
 
@@ -614,9 +642,10 @@ def _lines(name, table):
 
 
 def write_csv(path: Path, flight: Flight) -> None:
-    """Writes the main quantities on one grid of 25 rows a second."""
-    time = np.arange(0.0, flight.duration - 0.1, 0.04)
+    """Writes the main quantities on one grid of 16 rows a second, so that every stamp is an exact double."""
+    time = np.arange(0.0, flight.duration - 0.1, 1 / 16)
     at, rng = flight.at, np.random.default_rng(SEED + 1)
+    running, overload = flight.winch(time)
     columns = {
         "time": time,
         "roll": np.degrees(at(time, flight.roll)),
@@ -633,8 +662,10 @@ def write_csv(path: Path, flight: Flight) -> None:
         "current": np.maximum(0.0, at(time, flight.current) + 0.2 * rng.standard_normal(time.size)),
         "vibration": np.abs(at(time, flight.shaking) * (1.0 + 0.07 * rng.standard_normal(time.size))),
         "motor_temperature": at(time, flight.temperatures[FAULTY]),
+        "rail_voltage": np.where(running, SAGGED, RAIL),
+        "overload": overload,
     }
-    form = ",".join(["%.2f"] + ["%.4f"] * (len(columns) - 1))
+    form = ",".join(["%.4f"] * len(columns))
     rows = zip(*(values.tolist() for values in columns.values()), strict=True)
     with open(path, "w", encoding="utf-8", newline="\n") as file:
         file.write(",".join(columns) + "\n")

@@ -1,0 +1,89 @@
+"""The reference: every function and method has its section, the examples print what the pages say."""
+
+import re
+
+import kvalo
+import pytest
+from conftest import ROOT, run_script
+from test_stubs import public
+
+REFERENCE = ROOT / "docs" / "reference"
+PAGES = {page.name: page.read_text(encoding="utf-8") for page in sorted(REFERENCE.glob("*.md"))}
+EXAMPLE = re.compile(r"^```python\n(.*?)^```\n\n^```text\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+EXAMPLES = [(name, code, output) for name, text in PAGES.items() for code, output in EXAMPLE.findall(text)]
+PAGE_OF_TYPE = {"TimeSeries": "series.md", "Array": "array.md", "Mesh": "mesh.md"}
+
+
+def headings(page):
+    return set(re.findall(r"^##? `?(\w+)`?$", PAGES[page], re.MULTILINE))
+
+
+def entries_of_index():
+    """What the table of the index names: (shown, page, heading)."""
+    return re.findall(r"^\| \[`([\w.]+)`\]\((\w+\.md)#(\w+)\)", PAGES["README.md"], re.MULTILINE)
+
+
+# Prints the functions that work. Each is tried in a process of its own: a request without a host ends it.
+AVAILABLE = """
+import os, kvalo
+for name in dir(kvalo):
+    if name.startswith("_") or isinstance(getattr(kvalo, name), type):
+        continue
+    if os.fork() == 0:
+        try:
+            getattr(kvalo, name)()
+        except NotImplementedError:
+            os._exit(77)
+        except BaseException:
+            pass
+        os._exit(0)
+    if os.waitstatus_to_exitcode(os.wait()[1]) != 77:
+        print(name)
+"""
+
+
+def test_every_function_has_a_section():
+    functions = set(run_script(AVAILABLE).stdout.split())
+    assert "derivative" in functions
+    assert functions == {shown for shown, _, _ in entries_of_index() if "." not in shown}
+
+
+@pytest.mark.parametrize(("type_name", "page"), PAGE_OF_TYPE.items())
+def test_every_method_has_a_section(type_name, page):
+    methods = {
+        name
+        for name in public(dir(getattr(kvalo, type_name)))
+        if callable(getattr(getattr(kvalo, type_name), name))
+    }
+    assert methods <= headings(page)
+    members = public(dir(getattr(kvalo, type_name))) - methods
+    assert all(f"`{name}`" in PAGES[page] for name in members)
+
+
+def test_links_lead_somewhere():
+    assert len(entries_of_index()) > 90
+    for _, page, heading in entries_of_index():
+        assert heading in headings(page), f"{page}#{heading}"
+    for name, text in PAGES.items():
+        for page, heading in re.findall(r"\]\(([\w./-]*)(?:#([\w-]+))?\)", text):
+            target = (REFERENCE / page).resolve() if page else REFERENCE / name
+            assert target.is_file(), f"{name}: {page}"
+            if heading and target.name in PAGES:
+                slugs = [
+                    re.sub(r"[^\w -]", "", h).lower().replace(" ", "-")
+                    for h in re.findall(r"^#+ (.*)$", PAGES[target.name], re.MULTILINE)
+                ]
+                assert heading in slugs, f"{name}: {page}#{heading}"
+
+
+def test_examples_are_found():
+    assert sum(text.count("```python") for text in PAGES.values()) == len(EXAMPLES) > 90
+
+
+@pytest.mark.parametrize(
+    ("page", "code", "output"), EXAMPLES, ids=[f"{p}-{i}" for i, (p, _, _) in enumerate(EXAMPLES)]
+)
+def test_example(page, code, output, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    done = run_script("import kvalo\n" + code, KVALO_HOME=str(tmp_path / "home"))
+    assert done.stdout == output, done.stderr
