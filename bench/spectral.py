@@ -40,7 +40,9 @@ def spectrum(random: np.random.Generator) -> list[Row]:
         )
         share = timings["to tuples"].best / timings["fftdata"].best
         print(f"  numpy takes {share:.0%} of the time of fftdata for as many Python numbers")
-        rows.append(ratio(f"Spectrum of {name} points / scipy rfft and abs", timings, "fftdata", "scipy", 1.0))
+        rows.append(
+            ratio(f"Spectrum of {name} points / scipy rfft and abs", timings, "fftdata", "scipy", 1.0)
+        )
     return rows
 
 
@@ -72,7 +74,9 @@ def fits(random: np.random.Generator) -> list[Row]:
     timings = measure(
         {"fit_polynomial": lambda: kvalo.fit_polynomial(s, ORDER), "numpy": lambda: np.polyfit(x, y, ORDER)}
     )
-    return [ratio("Polynomial of order 5, 1e6 samples / numpy polyfit", timings, "fit_polynomial", "numpy", 1)]
+    return [
+        ratio("Polynomial of order 5, 1e6 samples / numpy polyfit", timings, "fit_polynomial", "numpy", 1)
+    ]
 
 
 def benchmark() -> list[Row]:

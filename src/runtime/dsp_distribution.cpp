@@ -86,7 +86,7 @@ class Axis {
   void cells_of(const double* values, size_t n, int32_t* out) const;
 
   double edge(size_t i) const { return edges_[i]; }
-  double centre(size_t i) const { return edges_[i] / 2 + edges_[i + 1] / 2; }
+  double centre(size_t i) const { return (static_cast<double>(i) + 0.5) * step_ + lo_; }
 
   std::vector<std::string> centre_labels() const {
     std::vector<std::string> labels(cells_);
