@@ -1,6 +1,7 @@
 #include "objects/array.h"
 
 #include <algorithm>
+#include <limits>
 #include <new>
 
 #include "objects/array_kernels.h"
@@ -81,7 +82,8 @@ PyObject* array_repr(PyObject* self) {
         text += fmt::format("<{} items>,", data.size() - 2 * shown);
         i = data.size() - shown;
       }
-      text += fmt::format("{:g},", data[i]);
+      // A NaN has a sign, which depends on the processor and says nothing.
+      text += fmt::format("{:g},", data[i] != data[i] ? std::numeric_limits<double>::quiet_NaN() : data[i]);
     }
     text.back() = ']';
     return to_unicode(text);
