@@ -98,6 +98,9 @@ class Walk {
   bool take_leaf(const Node& node, Field& field) {
     field.leaf = next_leaf_++;
     field.meaning = meaning_of(*schema_.Column(field.leaf), durations_.ticks(field.leaf));
+    if (schema_.Column(field.leaf)->physical_type() == parquet::Type::UNDEFINED) {
+      field.full_name += " (of an unknown type)";
+    }
     return !node.is_repeated() && field.meaning.is_offered();
   }
 

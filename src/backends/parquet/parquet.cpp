@@ -216,7 +216,10 @@ void ReaderParquet::scan() {
   auto [fresh, found] = reading(path_, [&] {
     auto opened = std::make_shared<Learned>(path_, mirn3::sys::file_stamp(path_));
     auto columns = columns_of(*opened->file->metadata());
-    if (columns.columns.empty()) throw error_t("none of its columns has one number or text in each row");
+    if (columns.columns.empty()) {
+      throw error_t(fmt::format("none of its columns has one number or text in each row: {}",
+                                fmt::join(columns.left_out, ", ")));
+    }
     return std::pair(std::move(opened), std::move(columns));
   });
   if (!found.left_out.empty()) {

@@ -94,8 +94,14 @@ double seconds_of(const parquet::Int96& stamp) noexcept {
   constexpr int64_t epoch_day = 2'440'588;
   constexpr int64_t day = 86'400, nano = 1'000'000'000;
   const auto of_day = static_cast<int64_t>(uint64_t{stamp.value[1]} << 32 | stamp.value[0]);
-  const auto whole = (static_cast<int64_t>(stamp.value[2]) - epoch_day) * day + of_day / nano;
-  return static_cast<double>(whole) + static_cast<double>(of_day % nano) / static_cast<double>(nano);
+  const int64_t days = static_cast<int64_t>(stamp.value[2]) - epoch_day;
+  int64_t nanoseconds = 0;
+  if (!__builtin_mul_overflow(days, day * nano, &nanoseconds) &&
+      !__builtin_add_overflow(nanoseconds, of_day, &nanoseconds)) {
+    return seconds_of(nanoseconds, nano);
+  }
+  // Centuries from the epoch.
+  return static_cast<double>(days * day + of_day / nano) + seconds_of(of_day % nano, nano);
 }
 
 // Moves the batch's values, which lie close together, to the rows that have one; the others are missing.
