@@ -108,7 +108,8 @@ ReaderPtr parquet(const Candidate& candidate) {
   static constexpr rd::Backend backend = {
       "parquet", "Parquet files",
       "the package pyarrow, version " KVALO_PYARROW_VERSION
-      ", is needed; install it with: pip install 'pyarrow==" KVALO_PYARROW_VERSION ".*'"};
+      ", is needed; install it with: pip install 'pyarrow==" KVALO_PYARROW_VERSION
+      ".*' (where it is installed but not beside kvalo: import it first)"};
   const bool is_parquet = candidate.has_extension(".parquet") || candidate.head(4) == "PAR1";
   return is_parquet ? rd::make_backend_reader(backend, candidate.path) : nullptr;
 }
