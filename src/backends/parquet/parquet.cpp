@@ -208,6 +208,49 @@ bool ReaderParquet::Learned::read(int leaf, const Meaning& meaning, size_t group
   return read_chunk(*reader, meaning, groups[group].count, out, number);
 }
 
+// Fills x with the times that belong to a column, one row group at a time and on any thread.
+class ReaderParquet::Times {
+ public:
+  Times(Learned& known, const ParquetColumn& column, double* x) : known_(known), column_(column), x_(x) {
+    if (column.axis == ParquetColumn::sample_indexes) return;
+    if (const auto kept = known.times.find(column.axis); kept != known.times.end()) {
+      kept_ = kept->second.values.data();
+      has_missing_ = kept->second.has_missing;
+    } else if (known.shall_keep(column.axis)) {
+      keeping_.resize_for_overwrite(known.rows);
+    }
+  }
+
+  void fill(size_t group) {
+    const auto [first, count] = known_.groups[group];
+    if (count == 0) return;
+    double* const out = x_ + first;
+    if (column_.axis == ParquetColumn::sample_indexes) {
+      for (size_t i = 0; i < count; ++i) out[i] = static_cast<double>(first + i);
+    } else if (kept_ != nullptr) {
+      std::memcpy(out, kept_ + first, count * sizeof(double));
+    } else {
+      if (known_.read(column_.axis, column_.axis_meaning, group, out, {})) has_missing_ = true;
+      if (!keeping_.empty()) std::memcpy(keeping_.data() + first, out, count * sizeof(double));
+    }
+  }
+
+  // When all row groups are filled.
+  void keep() {
+    if (!keeping_.empty()) known_.times[column_.axis] = {std::move(keeping_), has_missing_};
+  }
+
+  bool has_missing() const noexcept { return has_missing_; }
+
+ private:
+  Learned& known_;
+  const ParquetColumn& column_;
+  double* x_;
+  const double* kept_ = nullptr;   // from an earlier load
+  shared_vector<double> keeping_;  // for later ones
+  std::atomic<bool> has_missing_ = false;
+};
+
 ReaderParquet::ReaderParquet(std::filesystem::path source) : Reader(std::move(source)) {}
 
 ReaderParquet::~ReaderParquet() = default;
@@ -272,7 +315,6 @@ void ReaderParquet::load(rto_t& request) {
     return;
   }
   const ParquetColumn& column = layout_->columns[found->second];
-  const bool has_axis = column.axis != ParquetColumn::sample_indexes;
   const bool is_text = column.meaning.stored == Stored::text;
   const std::shared_ptr<Learned> known = learn();
   const std::vector<Rows>& groups = known->groups;
@@ -280,33 +322,13 @@ void ReaderParquet::load(rto_t& request) {
   shared_vector<double> x, y;
   x.resize_for_overwrite(known->rows);
   y.resize_for_overwrite(known->rows);
-  auto kept = known->times.find(column.axis);
-  const bool is_kept = kept != known->times.end();
-  Samples keeping;  // decoded here and copied, when the time column is to be kept
-  if (!is_kept && has_axis && known->shall_keep(column.axis))
-    keeping.values.resize_for_overwrite(known->rows);
-
-  std::atomic<bool> x_missing = is_kept && kept->second.has_missing, y_missing = false;
+  Times times(*known, column, x.data());
   Tags tags(request.tag_key);
   const TextNumber number = [&](std::string_view text) { return tags.number(text); };
+  std::atomic<bool> has_missing = false;
   const auto read_values = [&](size_t group) {
     double* const out = y.data() + groups[group].first;
-    if (known->read(column.leaf, column.meaning, group, out, number)) y_missing = true;
-  };
-  const auto read_times = [&](size_t group) {
-    const auto [first, count] = groups[group];
-    double* const out = x.data() + first;
-    if (!has_axis) {
-      for (size_t i = 0; i < count; ++i) out[i] = static_cast<double>(first + i);
-      return;
-    }
-    const double* from = is_kept ? kept->second.values.data() + first : nullptr;
-    if (!is_kept) {
-      double* const decoded = keeping.values.empty() ? out : keeping.values.data() + first;
-      if (known->read(column.axis, column.axis_meaning, group, decoded, number)) x_missing = true;
-      from = decoded;
-    }
-    if (from != out && count > 0) std::memcpy(out, from, count * sizeof(double));
+    if (known->read(column.leaf, column.meaning, group, out, number)) has_missing = true;
   };
 
   reading(path_, [&] {
@@ -314,7 +336,7 @@ void ReaderParquet::load(rto_t& request) {
     const size_t value_parts = is_text ? 1 : groups.size();
     mirn3::par::run(value_parts + groups.size(), [&](size_t part) {
       if (part >= value_parts) {
-        read_times(part - value_parts);
+        times.fill(part - value_parts);
       } else if (is_text) {
         for (size_t group = 0; group < groups.size(); ++group) read_values(group);
       } else {
@@ -323,12 +345,9 @@ void ReaderParquet::load(rto_t& request) {
     });
   });
   if (is_text) save_tags();
-  if (!keeping.values.empty()) {
-    keeping.has_missing = x_missing;
-    known->times[column.axis] = std::move(keeping);
-  }
-  if (x_missing || y_missing) compact(x, y, groups);
-  if (has_axis) check_time_vector(*this, x.span());
+  times.keep();
+  if (has_missing || times.has_missing()) compact(x, y, groups);
+  if (column.axis != ParquetColumn::sample_indexes) check_time_vector(*this, x.span());
   request.x = std::move(x);
   request.y = std::move(y);
 }

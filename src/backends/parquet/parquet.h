@@ -33,6 +33,7 @@ class ReaderParquet : public Reader {
  private:
   struct Learned;
   struct Layout;
+  class Times;
 
   std::shared_ptr<Learned> learn();
 
