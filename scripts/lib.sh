@@ -104,6 +104,8 @@ build() {
   site=$folder/site
   [[ $preset == release ]] && site=$site_packages
   cmake --install "$folder" --component python --prefix "$site" >/dev/null
+  # Beside the module, where the Parquet backend looks for it.
+  [[ $site == "$site_packages" || ! -d $site_packages/pyarrow ]] || ln -sfn "$site_packages/pyarrow" "$site/pyarrow"
 }
 
 # prepare PRESET [TARGET]: environment and build, with the tree locked meanwhile.

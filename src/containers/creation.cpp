@@ -10,11 +10,16 @@
 #include "functions/kernels/coding_name.h"
 #include "objects/frame.h"
 #include "readers/ardupilot_bin.h"
+#include "readers/backend.h"
 #include "readers/delimited.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/sys.h"
 #include "runtime/unpack.h"
+
+#ifndef KVALO_PYARROW_VERSION
+#define KVALO_PYARROW_VERSION "26.0"  // built without the package
+#endif
 
 namespace mirn2 {
 
@@ -103,8 +108,13 @@ ReaderPtr delimited(const Candidate& candidate) {
   return delimiter != 0 ? std::make_shared<rd::ReaderDelimited>(candidate.path, delimiter) : nullptr;
 }
 ReaderPtr parquet(const Candidate& candidate) {
+  static constexpr rd::Backend backend = {
+      "parquet", "Parquet files",
+      "the package pyarrow, version " KVALO_PYARROW_VERSION
+      ", is needed; install it with: pip install 'pyarrow==" KVALO_PYARROW_VERSION
+      ".*' (where it is installed but not beside kvalo: import it first)"};
   const bool is_parquet = candidate.has_extension(".parquet") || candidate.head(4) == "PAR1";
-  return is_parquet ? not_yet(candidate, "a Parquet file") : nullptr;
+  return is_parquet ? rd::make_backend_reader(backend, candidate.path) : nullptr;
 }
 ReaderPtr ardupilot_bin(const Candidate& candidate) {
   const bool is_log = candidate.head(89).starts_with("\xA3\x95");

@@ -29,6 +29,11 @@ constexpr const char* backend_entry = "kvalo_backend_reader";
 
 }  // namespace mirn2::rd
 
+#ifdef __clang__
+// The entry has no name mangling so that it can be looked up; C never calls it.
+#pragma clang diagnostic ignored "-Wreturn-type-c-linkage"
+#endif
+
 // Defines the entry of a backend for its reader class.
 #define KVALO_BACKEND(ReaderClass)                                                                           \
   extern "C" __attribute__((visibility("default"))) std::shared_ptr<mirn2::rd::Reader> kvalo_backend_reader( \

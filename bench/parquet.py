@@ -1,0 +1,79 @@
+"""Parquet: one column of a table of 20 columns and ten million rows, snappy, several row groups."""
+
+from harness import DATA, Row, check, main, measure, ratio
+
+import kvalo  # isort: skip
+import numpy as np
+import pyarrow as pa
+import pyarrow.parquet as pq
+
+PATH = DATA / "table.parquet"
+ROWS, COLUMNS, GROUP = 10_000_000, 20, 1 << 20
+
+
+def write_table() -> None:
+    print(f"writing {PATH}")
+    rng = np.random.default_rng(1)
+    schema = pa.schema([("time", pa.float64())] + [(f"c{k}", pa.float64()) for k in range(1, COLUMNS)])
+    with pq.ParquetWriter(PATH, schema, compression="snappy") as file:
+        for first in range(0, ROWS, GROUP):
+            n = min(GROUP, ROWS - first)
+            columns = [np.arange(first, first + n) * 0.01]
+            columns += [np.cumsum(rng.normal(size=n)) for _ in range(1, COLUMNS)]
+            file.write_table(pa.Table.from_arrays([pa.array(c) for c in columns], schema=schema))
+
+
+def with_pyarrow(*columns: str) -> list[np.ndarray]:
+    table = pq.read_table(PATH, columns=list(columns))
+    return [column.to_numpy() for column in table.columns]
+
+
+def opened(column: str) -> kvalo.TimeSeries:
+    series = kvalo.Container(path=str(PATH))[column]
+    series.load()
+    return series
+
+
+def benchmark() -> list[Row]:
+    if not PATH.exists():
+        write_table()
+    print(f"{PATH.stat().st_size / 1e6:.0f} MB")
+    series = opened("c7")
+    check("times", np.array_equal(np.asarray(series.xdata), with_pyarrow("time")[0]))
+    check("values", np.array_equal(np.asarray(series.ydata), with_pyarrow("c7")[0]))
+    del series
+
+    print("opening the file and loading one column, to which its time belongs")
+    first = measure(
+        {
+            "kvalo": lambda: opened("c7"),
+            "column": lambda: with_pyarrow("c7"),
+            "column and time": lambda: with_pyarrow("time", "c7"),
+        },
+        rounds=9,
+    )
+    print("one column after the other")
+    names = iter([f"c{k}" for k in range(3, COLUMNS)])
+    container = kvalo.Container(path=str(PATH))
+    for name in ("c1", "c2"):
+        container[name].load()  # the time column is kept from the second use on
+    freed = [opened(f"c{k}") for k in range(1, 6)]
+    del freed  # memory is there to be used again, as it is for the peer, which drops what it read
+    later = measure(
+        {"kvalo": lambda: container[next(names)].load(), "column": lambda: with_pyarrow("c2")}, rounds=4
+    )
+    return [
+        ratio(
+            "Parquet: file just opened, column and time / pyarrow, both",
+            first,
+            "kvalo",
+            "column and time",
+            1.1,
+        ),
+        ratio("Parquet: file just opened, column and time / pyarrow, column", first, "kvalo", "column", 1.1),
+        ratio("Parquet: a further column and its time / pyarrow, column", later, "kvalo", "column", 1.1),
+    ]
+
+
+if __name__ == "__main__":
+    main(benchmark)

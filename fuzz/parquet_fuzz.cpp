@@ -1,0 +1,83 @@
+// Fuzzes the reader of Parquet files: any bytes are scanned, then every variable is loaded, twice. Failures
+// must be the reader's own, and x and y must have the same length.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "backends/parquet/parquet.h"
+#include "runtime/exc.h"
+
+namespace {
+
+constexpr size_t most_bytes = 1 << 18;
+constexpr size_t most_variables = 40;
+
+[[noreturn]] void complain(const std::string& what) {
+  std::fprintf(stderr, "parquet_fuzz: %s\n", what.c_str());
+  std::abort();
+}
+
+// A file in memory under a name that readers can open; leaves nothing behind.
+struct MemoryFile {
+  MemoryFile(const uint8_t* data, size_t size) : descriptor(memfd_create("parquet", 0)) {
+    if (descriptor < 0 || write(descriptor, data, size) != static_cast<ssize_t>(size))
+      complain("no memory file");
+  }
+  ~MemoryFile() { close(descriptor); }
+  std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor); }
+  int descriptor;
+};
+
+void gather(const std::vector<mirn2::rd::VariableNode>& nodes, std::vector<std::string>& names) {
+  for (const auto& node : nodes) {
+    names.push_back(node.full_name);
+    gather(node.children, names);
+  }
+}
+
+void load(mirn2::rd::Reader& reader, const std::string& name) {
+  try {
+    mirn2::rd::rto_t request{.tag_key = "fuzz", .name = name, .x = {}, .y = {}};
+    reader.load(request);
+    if (request.x.size() != request.y.size()) complain(name + ": x and y differ in length");
+  } catch (const mirn3::exc::error_t&) {
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+void prepare() {
+  static char home[] = "/tmp/parquet_fuzz_XXXXXX";
+  if (mkdtemp(home) == nullptr) complain("no temporary folder");
+  setenv("KVALO_HOME", home, 1);
+  setenv("KVALO_LOG_LEVEL", "9", 1);
+  std::atexit([] { std::filesystem::remove_all(home); });
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const bool prepared = (prepare(), true);
+  (void)prepared;
+  if (size > most_bytes) return 0;
+  const MemoryFile file(data, size);
+  mirn2::rd::ReaderParquet reader(file.path());
+  try {
+    reader.scan();
+  } catch (const mirn3::exc::error_t&) {
+    return 0;
+  }
+  std::vector<std::string> names;
+  gather(reader.variables(), names);
+  if (names.size() > most_variables) names.resize(most_variables);
+  for (const std::string& name : names) load(reader, name);
+  reader.forget();
+  for (const std::string& name : names) load(reader, name);
+  return 0;
+}

@@ -1,0 +1,357 @@
+// Loading variables of Parquet files.
+//
+// The file stays mapped and its metadata parsed between loads. A time column is kept from the second time on
+// that it is needed, so that the variables after that cost one column each.
+#include "backends/parquet/parquet.h"
+
+#include <arrow/buffer.h>
+#include <arrow/io/memory.h>
+#include <arrow/memory_pool.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <parquet/file_reader.h>
+#include <parquet/properties.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <map>
+#include <optional>
+#include <set>
+#include <span>
+#include <unordered_map>
+#include <utility>
+
+#include "backends/parquet/columns.h"
+#include "backends/parquet/values.h"
+#include "readers/backend.h"
+#include "runtime/exc.h"
+#include "runtime/log.h"
+#include "runtime/mem.h"
+#include "runtime/par.h"
+#include "runtime/str.h"
+#include "runtime/sys.h"
+#include "runtime/tag.h"
+
+namespace mirn2::rd {
+
+namespace {
+
+using mirn3::shared_vector;
+using mirn3::exc::error_t;
+
+// Pages and dictionaries being decoded may take this much, whatever a damaged file claims.
+constexpr int64_t most_working_memory = int64_t{2} << 30;
+
+// More rows than this a file of so many bytes does not have. Columns of one repeated value pack very well,
+// so the factor is generous; it only keeps damaged counts from becoming allocations.
+uint64_t most_rows(size_t file_bytes) { return (uint64_t{1} << 26) + uint64_t{file_bytes} * 4096; }
+
+uint64_t free_budget() noexcept {
+  const uint64_t bank = mirn3::mem::memory_bank, used = mirn3::mem::memory_used;
+  return bank > used ? bank - used : 0;
+}
+
+// Runs something that reads the file; every failure becomes one that names it.
+template <typename Work>
+auto reading(const std::filesystem::path& path, const Work& work) {
+  const auto refuse = [&](const char* reason) {
+    return error_t(fmt::format("Parquet file '{}' cannot be read: {}", path.string(), reason));
+  };
+  try {
+    return work();
+  } catch (const error_t& failure) {
+    throw refuse(failure.what());
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& failure) {
+    throw refuse(failure.what());
+  }
+}
+
+// Where a row group lies among all rows.
+struct Rows {
+  size_t first;
+  size_t count;
+};
+
+std::vector<Rows> row_groups(const parquet::FileMetaData& metadata, size_t file_bytes) {
+  std::vector<Rows> groups;
+  uint64_t rows = 0;
+  for (int i = 0; i < metadata.num_row_groups(); ++i) {
+    const int64_t count = metadata.RowGroup(i)->num_rows();
+    if (count < 0 || static_cast<uint64_t>(count) > most_rows(file_bytes) - rows) {
+      throw error_t(fmt::format("it claims {} rows in row group {}, more than its size allows", count, i));
+    }
+    groups.push_back({rows, static_cast<size_t>(count)});
+    rows += static_cast<uint64_t>(count);
+  }
+  return groups;
+}
+
+// Turns texts into tag numbers, asking the tag table once for each different text.
+class Tags {
+ public:
+  explicit Tags(std::string_view key) : key_(key) {}
+
+  double number(std::string_view text) {
+    auto found = numbers_.find(text);
+    if (found == numbers_.end()) {
+      found = numbers_.emplace(text, mirn3::tag::fetch_or_create(key_, mirn3::str::to_utf8(text))).first;
+    }
+    return found->second;
+  }
+
+ private:
+  struct Hash : std::hash<std::string_view> {
+    using is_transparent = void;
+  };
+  std::string_view key_;
+  std::unordered_map<std::string, double, Hash, std::equal_to<>> numbers_;
+};
+
+// Rows of a column, some of which may be missing.
+struct Samples {
+  shared_vector<double> values;
+  bool has_missing = false;
+};
+
+// Leaves out the rows in which x or y is missing and returns how many stay.
+size_t compact(double* x, double* y, size_t rows) {
+  size_t kept = 0;
+  for (size_t row = 0; row < rows; ++row) {
+    x[kept] = x[row];
+    y[kept] = y[row];
+    kept += static_cast<size_t>(!is_missing(x[kept]) && !is_missing(y[kept]));
+  }
+  return kept;
+}
+
+// The same over all row groups, each on its own and then closed up.
+void compact(shared_vector<double>& x, shared_vector<double>& y, std::span<const Rows> groups) {
+  std::vector<size_t> kept(groups.size());
+  mirn3::par::run(groups.size(), [&](size_t i) {
+    kept[i] = compact(x.data() + groups[i].first, y.data() + groups[i].first, groups[i].count);
+  });
+  size_t end = 0;
+  for (size_t i = 0; i < groups.size(); ++i) {
+    for (double* values : {x.data(), y.data()}) {
+      std::memmove(values + end, values + groups[i].first, kept[i] * sizeof(double));
+    }
+    end += kept[i];
+  }
+  const bool mostly_missing = end < x.size() / 2;
+  x.resize(end);
+  y.resize(end);
+  if (mostly_missing) {  // gives the room back
+    x = x.clone();
+    y = y.clone();
+  }
+}
+
+bool is_encrypted(std::span<const unsigned char> bytes) {
+  constexpr std::string_view mark = "PARE";
+  return bytes.size() >= mark.size() &&
+         std::memcmp(bytes.data() + bytes.size() - mark.size(), mark.data(), mark.size()) == 0;
+}
+
+}  // namespace
+
+struct ReaderParquet::Layout {
+  std::vector<ParquetColumn> columns;
+  std::string schema;  // as text, to notice that a rewritten file has other columns
+};
+
+// What one state of the file has taught. Changed only by the one thread that is inside load().
+struct ReaderParquet::Learned {
+  Learned(const std::filesystem::path& path, const mirn3::sys::FileStamp& state) : stamp(state), bytes(path) {
+    const auto content = bytes.bytes();
+    if (is_encrypted(content)) throw error_t("it is encrypted; decrypt it first");
+    parquet::ReaderProperties properties(&pool);
+    properties.set_page_checksum_verification(true);
+    const auto buffer = std::make_shared<arrow::Buffer>(content.data(), static_cast<int64_t>(content.size()));
+    file = parquet::ParquetFileReader::Open(std::make_shared<arrow::io::BufferReader>(buffer), properties);
+    groups = row_groups(*file->metadata(), content.size());
+    rows = groups.empty() ? 0 : groups.back().first + groups.back().count;
+  }
+
+  // Decodes a column's rows of one row group to out[0..]. Returns whether some are missing.
+  bool read(int leaf, const Meaning& meaning, size_t group, double* out, const TextNumber& number) const;
+
+  // Whether the time column is worth keeping: it was needed before, and there is room.
+  bool shall_keep(int leaf) {
+    return !needed.insert(leaf).second && rows * sizeof(double) <= free_budget() / 4;
+  }
+
+  mirn3::sys::FileStamp stamp;
+  mirn3::sys::Mapping bytes;
+  arrow::ProxyMemoryPool own{arrow::default_memory_pool()};
+  arrow::CappedMemoryPool pool{&own, most_working_memory};
+  std::unique_ptr<parquet::ParquetFileReader> file;
+  std::vector<Rows> groups;
+  size_t rows = 0;
+  std::set<int> needed;          // time columns that were asked for
+  std::map<int, Samples> times;  // those that are kept
+};
+
+bool ReaderParquet::Learned::read(int leaf, const Meaning& meaning, size_t group, double* out,
+                                  const TextNumber& number) const {
+  if (groups[group].count == 0) return false;
+  const int ordinal = static_cast<int>(group);
+  const auto row_group = file->RowGroup(ordinal);
+  if (row_group->metadata()->ColumnChunk(leaf)->crypto_metadata() != nullptr) {
+    throw error_t("the column is encrypted; decrypt it first");
+  }
+  const auto reader = meaning.stored == Stored::text
+                          ? row_group->ColumnWithExposeEncoding(leaf, parquet::ExposedEncoding::DICTIONARY)
+                          : row_group->Column(leaf);
+  return read_chunk(*reader, meaning, groups[group].count, out, number);
+}
+
+// Fills x with the times that belong to a column, one row group at a time and on any thread.
+class ReaderParquet::Times {
+ public:
+  Times(Learned& known, const ParquetColumn& column, double* x) : known_(known), column_(column), x_(x) {
+    if (column.axis == ParquetColumn::sample_indexes) return;
+    if (const auto kept = known.times.find(column.axis); kept != known.times.end()) {
+      kept_ = kept->second.values.data();
+      has_missing_ = kept->second.has_missing;
+    } else if (known.shall_keep(column.axis)) {
+      keeping_.resize_for_overwrite(known.rows);
+    }
+  }
+
+  void fill(size_t group) {
+    const auto [first, count] = known_.groups[group];
+    if (count == 0) return;
+    double* const out = x_ + first;
+    if (column_.axis == ParquetColumn::sample_indexes) {
+      for (size_t i = 0; i < count; ++i) out[i] = static_cast<double>(first + i);
+    } else if (kept_ != nullptr) {
+      std::memcpy(out, kept_ + first, count * sizeof(double));
+    } else {
+      if (known_.read(column_.axis, column_.axis_meaning, group, out, {})) has_missing_ = true;
+      if (!keeping_.empty()) std::memcpy(keeping_.data() + first, out, count * sizeof(double));
+    }
+  }
+
+  // When all row groups are filled.
+  void keep() {
+    if (!keeping_.empty()) known_.times[column_.axis] = {std::move(keeping_), has_missing_};
+  }
+
+  bool has_missing() const noexcept { return has_missing_; }
+
+ private:
+  Learned& known_;
+  const ParquetColumn& column_;
+  double* x_;
+  const double* kept_ = nullptr;   // from an earlier load
+  shared_vector<double> keeping_;  // for later ones
+  std::atomic<bool> has_missing_ = false;
+};
+
+ReaderParquet::ReaderParquet(std::filesystem::path source) : Reader(std::move(source)) {}
+
+ReaderParquet::~ReaderParquet() = default;
+
+void ReaderParquet::scan() {
+  auto [fresh, found] = reading(path_, [&] {
+    auto opened = std::make_shared<Learned>(path_, mirn3::sys::file_stamp(path_));
+    auto columns = columns_of(*opened->file->metadata());
+    if (columns.columns.empty()) {
+      throw error_t(fmt::format("none of its columns has one number or text in each row: {}",
+                                fmt::join(columns.left_out, ", ")));
+    }
+    return std::pair(std::move(opened), std::move(columns));
+  });
+  if (!found.left_out.empty()) {
+    mirn3::log::write(mirn3::log::warning,
+                      fmt::format("Not offered of Parquet file '{}', being lists, maps or data without a "
+                                  "value in each row: {}",
+                                  path_.string(), fmt::join(found.left_out, ", ")));
+  }
+  root_.children = std::move(found.tree);
+  index_.clear();
+  for (size_t i = 0; i < found.names.size(); ++i) index_[found.names[i]] = i;
+  layout_ = std::make_unique<Layout>(
+      Layout{std::move(found.columns), fresh->file->metadata()->schema()->ToString()});
+  std::lock_guard lock(guard_);
+  learned_ = std::move(fresh);
+}
+
+std::shared_ptr<ReaderParquet::Learned> ReaderParquet::learn() {
+  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
+  {
+    std::lock_guard lock(guard_);
+    if (learned_ && learned_->stamp == stamp) return learned_;
+  }
+  forget();
+  auto fresh = reading(path_, [&] { return std::make_shared<Learned>(path_, stamp); });
+  if (fresh->file->metadata()->schema()->ToString() != layout_->schema) {
+    throw error_t(fmt::format(
+        "The columns of Parquet file '{}' have changed since it was opened; create its Container anew",
+        path_.string()));
+  }
+  std::lock_guard lock(guard_);
+  return learned_ = std::move(fresh);
+}
+
+void ReaderParquet::forget() noexcept {
+  std::shared_ptr<Learned> dropped;  // destroyed without the lock
+  std::lock_guard lock(guard_);
+  dropped.swap(learned_);
+}
+
+void ReaderParquet::load(rto_t& request) {
+  const auto found = index_.find(std::string(request.name));
+  if (found == index_.end() || layout_ == nullptr) {
+    if (!request.tolerate_unknown) {
+      throw error_t(fmt::format("No column '{}' in Parquet file '{}': use one of the listed names",
+                                request.name, path_.string()));
+    }
+    request.x.reset();
+    request.y.reset();
+    return;
+  }
+  const ParquetColumn& column = layout_->columns[found->second];
+  const bool is_text = column.meaning.stored == Stored::text;
+  const std::shared_ptr<Learned> known = learn();
+  const std::vector<Rows>& groups = known->groups;
+
+  shared_vector<double> x, y;
+  x.resize_for_overwrite(known->rows);
+  y.resize_for_overwrite(known->rows);
+  Times times(*known, column, x.data());
+  Tags tags(request.tag_key);
+  const TextNumber number = [&](std::string_view text) { return tags.number(text); };
+  std::atomic<bool> has_missing = false;
+  const auto read_values = [&](size_t group) {
+    double* const out = y.data() + groups[group].first;
+    if (known->read(column.leaf, column.meaning, group, out, number)) has_missing = true;
+  };
+
+  reading(path_, [&] {
+    // Texts are numbered in the order of the rows, so one thread goes through all of them.
+    const size_t value_parts = is_text ? 1 : groups.size();
+    mirn3::par::run(value_parts + groups.size(), [&](size_t part) {
+      if (part >= value_parts) {
+        times.fill(part - value_parts);
+      } else if (is_text) {
+        for (size_t group = 0; group < groups.size(); ++group) read_values(group);
+      } else {
+        read_values(part);
+      }
+    });
+  });
+  if (is_text) save_tags();
+  times.keep();
+  if (has_missing || times.has_missing()) compact(x, y, groups);
+  if (column.axis != ParquetColumn::sample_indexes) check_time_vector(*this, x.span());
+  request.x = std::move(x);
+  request.y = std::move(y);
+}
+
+}  // namespace mirn2::rd
+
+KVALO_BACKEND(mirn2::rd::ReaderParquet)
