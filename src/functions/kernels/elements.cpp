@@ -64,11 +64,11 @@ struct Power {
 };
 struct Conjunction {
   static constexpr Cost cost = Cost::low;
-  KVALO_INLINE double apply(double a, double b) { return (a != 0.0) & (b != 0.0) ? 1.0 : 0.0; }
+  KVALO_INLINE double apply(double a, double b) { return ((a != 0.0) & (b != 0.0)) ? 1.0 : 0.0; }
 };
 struct Disjunction {
   static constexpr Cost cost = Cost::low;
-  KVALO_INLINE double apply(double a, double b) { return (a != 0.0) | (b != 0.0) ? 1.0 : 0.0; }
+  KVALO_INLINE double apply(double a, double b) { return ((a != 0.0) | (b != 0.0)) ? 1.0 : 0.0; }
 };
 struct Exclusive {
   static constexpr Cost cost = Cost::low;
