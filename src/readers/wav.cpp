@@ -25,7 +25,7 @@ namespace {
 constexpr size_t head_bytes = 36;         // RIFF header and the fixed part of the format chunk
 constexpr size_t least_format_size = 16;  // of the format chunk, without its own header
 constexpr uint16_t pcm = 1;
-constexpr size_t least_samples = 1 << 15;  // fewer are not worth a thread
+constexpr size_t block_samples = 1 << 18;  // what a thread takes at a time
 
 // A little-endian number; bytes that are not there are zeros.
 template <typename T>
@@ -178,7 +178,7 @@ void ReaderWAV::load(rto_t& request) {
     reported_ = known->stamp;
   }
 
-  const uint64_t samples = head.samples();
+  const size_t samples = head.samples();
   const double step = head.rate != 0 ? 1.0 / head.rate : 1.0;
   const size_t width = head.bits / 8;
   const bool readable = head.format == pcm && (width == 1 || width == 2 || width == 4);
@@ -188,7 +188,8 @@ void ReaderWAV::load(rto_t& request) {
   const wav::Channel from{file.data() + head.data, width * head.channels, width, channel};
   double* const times = x.data();
   double* const values = y.data();
-  mirn3::par::ranges(samples, least_samples, [&](size_t first, size_t last) {
+  mirn3::par::run((samples + block_samples - 1) / block_samples, [&](size_t block) {
+    const size_t first = block * block_samples, last = std::min(first + block_samples, samples);
     wav::fill_times(first, last, step, times);
     if (readable) wav::extract(from, first, last, values);
   });

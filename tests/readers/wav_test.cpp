@@ -131,7 +131,7 @@ TEST_F(WavReader, NamesChannelsAndMakesTimeFromTheRate) {
   EXPECT_EQ(reader.variables()[1].full_name, "channel2");
   const Samples samples = load(reader, "channel2");
   ASSERT_EQ(samples.x.size(), 8000u);
-  EXPECT_EQ(samples.x.back(), 0.999875);
+  EXPECT_EQ(samples.x.back(), 7999 * (1.0 / 8000));
   EXPECT_THAT(load(reader, "channel3").error, testing::HasSubstr("No variable 'channel3'"));
   EXPECT_THAT(load({.rate = 0, .data = "abcdef"}).x, ElementsAre(0, 1, 2));
 }
@@ -184,7 +184,8 @@ TEST_F(WavReader, TouchesOnlyBytesThatAreThereAndLogsWhatIsOdd) {
     for (int round = 0; round < 2; ++round) EXPECT_EQ(load(reader).y, c.samples) << c.logged;
     const auto lines = log_lines(" 2 ");
     ASSERT_EQ(lines.size(), before + !c.logged.empty()) << c.logged;
-    if (!c.logged.empty()) EXPECT_THAT(lines.back(), testing::HasSubstr(c.logged));
+    if (c.logged.empty()) continue;
+    EXPECT_THAT(lines.back(), testing::HasSubstr(c.logged));
   }
   // Every cut of a file: an error or some of the samples.
   const std::string whole = Wav{.channels = 2, .data = data + data}.bytes();
@@ -193,7 +194,7 @@ TEST_F(WavReader, TouchesOnlyBytesThatAreThereAndLogsWhatIsOdd) {
     EXPECT_EQ(probe_wav(file), size >= 36) << size;
     ReaderWAV reader(file);
     if (size < 35) {
-      EXPECT_EQ(message_of<error_t>([&] { reader.scan(); }), size < 0 ? "" : "Invalid 'bitsPerSample' value");
+      EXPECT_EQ(message_of<error_t>([&] { reader.scan(); }), "Invalid 'bitsPerSample' value");
       continue;
     }
     reader.scan();
