@@ -18,6 +18,7 @@ namespace {
 using mirn2::rd::ReaderWAV;
 
 constexpr size_t most_bytes = 1 << 20;
+constexpr uint64_t most_channels = 300;  // naming 65535 of them takes longer than all the rest
 
 [[noreturn]] void complain(const std::string& what) {
   std::fprintf(stderr, "wav_fuzz: %s\n", what.c_str());
@@ -94,6 +95,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const bool prepared = (prepare(), true);
   (void)prepared;
   if (size > most_bytes) return 0;
+  const Bytes bytes{data, size};
+  if (bytes.at(22, 2) > most_channels) return 0;
   const MemoryFile file(data, size);
   std::string why;
   if (mirn2::rd::probe_wav(file.path(), &why) != why.empty()) complain("a verdict without its reason");
@@ -103,7 +106,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   } catch (const mirn3::exc::error_t&) {
     return 0;
   }
-  const Bytes bytes{data, size};
   const uint64_t channels = reader.variables().size();
   for (const uint64_t channel : {uint64_t{0}, channels / 2, channels - 1}) check(bytes, reader, channel);
   return 0;
