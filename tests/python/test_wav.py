@@ -1,7 +1,9 @@
 """WAV files against the standard library's own reader, and what the script sees of bad ones."""
 
+import os
 import struct
 import wave
+from pathlib import Path
 
 import kvalo
 import numpy as np
@@ -69,12 +71,15 @@ def test_recorded_files(data_folder):
 
 
 def test_files_in_another_layout_are_refused_with_the_reason_in_the_log(tmp_path, data_folder):
+    log = Path(os.environ["KVALO_HOME"]) / "kvalo.log"
     whole = (data_folder / "wav" / "stereo_8bit.wav").read_bytes()
     path = tmp_path / "other.wav"
     for content in (b"RF64" + whole[4:], whole[:12] + b"JUNK\4\0\0\0abcd" + whole[12:], whole[:35], b""):
         path.write_bytes(content)
+        logged = len(log.read_text()) if log.exists() else 0
         with pytest.raises(Exception, match="File is not compatible with any built-in loaders or plugins"):
             kvalo.Container(path=str(path))
+        assert "other.wav' cannot be read as WAV: " in log.read_text()[logged:]
     path.write_bytes(whole[:34] + b"\0\0" + whole[36:])
     with pytest.raises(Exception, match="Error while loading file .*: Invalid 'bitsPerSample' value"):
         kvalo.Container(path=str(path))
