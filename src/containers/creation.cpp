@@ -10,8 +10,10 @@
 #include "functions/kernels/coding_name.h"
 #include "objects/frame.h"
 #include "readers/ardupilot_bin.h"
+#include "readers/ardupilot_txt.h"
 #include "readers/backend.h"
 #include "readers/delimited.h"
+#include "readers/wav.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/sys.h"
@@ -37,7 +39,7 @@ constexpr const char* incompatible = "File is not compatible with any built-in l
 // What the rules look at, gathered as they need it.
 struct Candidate {
   fs::path path;
-  std::string explanation;  // why no delimiter fitted, for the log
+  std::string explanation;  // why the likeliest reader did not fit, for the log
 
   // The first bytes of the file; fewer when it is shorter.
   std::string head(size_t n) const {
@@ -121,10 +123,12 @@ ReaderPtr ardupilot_bin(const Candidate& candidate) {
   return is_log ? std::make_shared<rd::ReaderArduPilotBIN>(candidate.path) : nullptr;
 }
 ReaderPtr ardupilot_txt(const Candidate& candidate) {
-  return first_line_has_fmt(candidate) ? not_yet(candidate, "an ArduPilot text log") : nullptr;
+  return first_line_has_fmt(candidate) ? std::make_shared<rd::ReaderArduPilotTXT>(candidate.path) : nullptr;
 }
 ReaderPtr wav(const Candidate& candidate) {
-  return candidate.has_extension(".wav") ? not_yet(candidate, "a WAV file") : nullptr;
+  if (!candidate.has_extension(".wav")) return nullptr;
+  if (!rd::probe_wav(candidate.path, &const_cast<Candidate&>(candidate).explanation)) return nullptr;
+  return std::make_shared<rd::ReaderWAV>(candidate.path);
 }
 
 // The rules in their order: each gives a reader, passes (null), or throws. Compatible plug-ins will

@@ -137,8 +137,9 @@ ORDER = [
     ("Parquet by its first bytes", "noextension", b"PAR1\0\0\0\0", "Parquet file"),
     ("Parquet by its extension", "x.parquet", b"\xa3\x95\x80", "Parquet file"),
     ("binary log before WAV", "x.wav", b"\xa3\x95\x80", None),
-    ("text log by its first line", "x.txt", "FMT, 128, 89, FMT\nx\n", "an ArduPilot text log"),
-    ("WAV by its extension", "x.wav", b"RIFF", "a WAV file"),
+    ("text log before WAV", "x.wav", "FMT, 128, 89, FMT\nx\n", None),
+    ("WAV by extension and layout", "x.wav", b"RIFF\0\0\0\0WAVEfmt " + b"\1" * 20, None),
+    ("WAV that is none", "x.wav", b"RIFF", "File is not compatible with any built-in loaders or plugins"),
     ("nothing fits", "x.bin", b"\0\1\2", "File is not compatible with any built-in loaders or plugins"),
     ("empty file", "x.csv", b"", "File is not compatible with any built-in loaders or plugins"),
 ]

@@ -1,0 +1,57 @@
+"""WAV files: a hundred megabytes of 16-bit stereo."""
+
+import wave
+
+from harness import DATA, Row, check, main, measure, ratio
+
+import kvalo  # isort: skip
+import numpy as np
+from scipy.io import wavfile
+
+PATH = DATA / "stereo.wav"
+FRAMES = 25_000_000
+RATE = 48_000
+
+
+def one_channel(k: int = 1) -> kvalo.TimeSeries:
+    series = kvalo.Container(path=str(PATH))[f"channel{k + 1}"]
+    series.load()
+    return series
+
+
+def both_channels() -> list[kvalo.TimeSeries]:
+    container = kvalo.Container(path=str(PATH))
+    for k in range(2):
+        container[f"channel{k + 1}"].load()
+    return container
+
+
+def benchmark() -> list[Row]:
+    if not PATH.exists():
+        print(f"writing {PATH}")
+        phase = np.arange(FRAMES) * (2 * np.pi * 440 / RATE)
+        frames = np.stack([np.sin(phase), np.cos(phase * 1.5)], axis=1) * 30_000
+        with wave.open(str(PATH), "wb") as file:
+            file.setparams((2, 2, RATE, 0, "NONE", ""))
+            file.writeframes(frames.astype(np.int16).tobytes())
+        del phase, frames
+    print(f"{PATH.stat().st_size / 1e6:.0f} MB")
+
+    rate, frames = wavfile.read(PATH)
+    series = one_channel()
+    check("times", np.array_equal(np.asarray(series.xdata), np.arange(FRAMES) * (1 / rate)))
+    check("values", np.array_equal(np.asarray(series.ydata), frames[:, 1]))
+    del series, frames
+
+    print("one channel, with its times")
+    one = measure({"kvalo": one_channel, "scipy": lambda: wavfile.read(PATH)}, rounds=9)
+    print("both channels")
+    both = measure({"kvalo": both_channels, "scipy": lambda: wavfile.read(PATH)}, rounds=5)
+    return [
+        ratio("WAV: one of two channels / scipy.io.wavfile.read", one, "kvalo", "scipy", 0.5),
+        ratio("WAV: both channels / scipy.io.wavfile.read", both, "kvalo", "scipy", 1.0),
+    ]
+
+
+if __name__ == "__main__":
+    main(benchmark)

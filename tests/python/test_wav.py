@@ -1,0 +1,101 @@
+"""WAV files against the standard library's own reader, and what the script sees of bad ones."""
+
+import os
+import struct
+import wave
+from pathlib import Path
+
+import kvalo
+import numpy as np
+import pytest
+from hypothesis import HealthCheck, given, settings
+from hypothesis import strategies as st
+
+TYPES = {1: np.uint8, 2: np.int16, 4: np.int32}
+
+
+def channel(container, k):
+    series = container[f"channel{k + 1}"]
+    series.load()
+    return np.asarray(series.xdata), np.asarray(series.ydata)
+
+
+def agrees_with_wave(path):
+    """Compares every channel with what the wave module reads; returns the frames."""
+    with wave.open(str(path)) as file:
+        rate, width, channels = file.getframerate(), file.getsampwidth(), file.getnchannels()
+        frames = np.frombuffer(file.readframes(file.getnframes()), TYPES[width]).reshape(-1, channels)
+    container = kvalo.Container(path=str(path))
+    assert len(container) == channels
+    for k in range(channels):
+        x, y = channel(container, k)
+        assert np.array_equal(y, frames[:, k].astype(float))
+        assert np.array_equal(x, np.arange(len(frames)) * (1 / rate))
+    return frames
+
+
+@settings(max_examples=40, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
+@given(
+    width=st.sampled_from([1, 2, 4]),
+    channels=st.integers(1, 5),
+    rate=st.integers(1, 2**32 - 1),
+    frames=st.integers(1, 300),
+    seed=st.integers(0, 2**32 - 1),
+)
+def test_any_pcm_file_reads_as_the_standard_library_reads_it(tmp_path, width, channels, rate, frames, seed):
+    path = tmp_path / "any.wav"
+    path.unlink(missing_ok=True)
+    data = np.random.default_rng(seed).bytes(frames * channels * width)
+    byte_rate = rate * channels * width % 2**32
+    head = struct.pack(
+        "<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + len(data), b"WAVE", b"fmt ", 16, 1, channels, rate, byte_rate,
+        channels * width, 8 * width, b"data", len(data),
+    )  # fmt: skip
+    path.write_bytes(head + data)
+    agrees_with_wave(path)
+
+
+def test_recorded_files(data_folder):
+    folder = data_folder / "wav"
+    frames = agrees_with_wave(folder / "stereo_8bit.wav")
+    assert (frames.shape, frames.min(), frames.max()) == ((800, 2), 37, 218)
+    for name, message in {
+        "24bit_rejected.wav": r"Unsupported bits per sample value \(24\) for file .*24bit_rejected.wav\.",
+        "float_rejected.wav": r"Unsupported audio format \(3\) for file .*float_rejected.wav\.",
+        "mono_32bit.wav": r"Unsupported audio format \(65534\) for file .*mono_32bit.wav\.",
+    }.items():
+        container = kvalo.Container(path=str(folder / name))
+        for k in range(len(container)):
+            with pytest.raises(Exception, match=message):
+                channel(container, k)
+
+
+def test_files_in_another_layout_are_refused_with_the_reason_in_the_log(tmp_path, data_folder):
+    log = Path(os.environ["KVALO_HOME"]) / "kvalo.log"
+    whole = (data_folder / "wav" / "stereo_8bit.wav").read_bytes()
+    path = tmp_path / "other.wav"
+    for content in (b"RF64" + whole[4:], whole[:12] + b"JUNK\4\0\0\0abcd" + whole[12:], whole[:35], b""):
+        path.write_bytes(content)
+        logged = len(log.read_text()) if log.exists() else 0
+        with pytest.raises(Exception, match="File is not compatible with any built-in loaders or plugins"):
+            kvalo.Container(path=str(path))
+        assert "other.wav' cannot be read as WAV: " in log.read_text()[logged:]
+    path.write_bytes(whole[:34] + b"\0\0" + whole[36:])
+    with pytest.raises(Exception, match="Error while loading file .*: Invalid 'bitsPerSample' value"):
+        kvalo.Container(path=str(path))
+    # The extension counts, in any case.
+    path.write_bytes(whole)
+    path.rename(tmp_path / "other.WAV")
+    assert len(kvalo.Container(path=str(tmp_path / "other.WAV"))) == 2
+    (tmp_path / "other.WAV").rename(tmp_path / "other.snd")
+    with pytest.raises(Exception, match="File is not compatible"):
+        kvalo.Container(path=str(tmp_path / "other.snd"))
+
+
+def test_a_rate_of_zero_gives_indexes_and_says_so(tmp_path, capfd):
+    path = tmp_path / "zero.wav"
+    head = struct.pack("<4sI4s4sIHHIIHH", b"RIFF", 40, b"WAVE", b"fmt ", 16, 1, 1, 0, 0, 1, 8)
+    path.write_bytes(head + b"data" + struct.pack("<I", 4) + b"\1\2\3\4")
+    x, y = channel(kvalo.Container(path=str(path)), 0)
+    assert (x.tolist(), y.tolist()) == ([0, 1, 2, 3], [1, 2, 3, 4])
+    assert "The source provided an invalid time vector" in capfd.readouterr().out
