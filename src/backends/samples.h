@@ -121,6 +121,9 @@ class Axes {
     if (choice.first == no_axis) choice.first = candidate.column;
   }
 
+  // A column that can be no time itself: text, or half of a complex number.
+  void add_other(uint64_t length) { ++by_length_[length].count; }
+
   size_t named(uint64_t length) const {
     const auto found = by_length_.find(length);
     return found == by_length_.end() ? no_axis : found->second.named;

@@ -194,8 +194,11 @@ class ReaderHDF5::Scan {
         if (!reader_.index_.emplace(full_name, variable).second) continue;
         reader_.variables_.push_back({full_name, number, column, leaf, no_axis});
         entry.variables.push_back(variable);
-        if (table.leaves[leaf].is_text()) continue;
         const std::string& last = steps.empty() ? node.name : steps.back();
+        if (table.leaves[leaf].is_text() || last == "re" || last == "im") {
+          axes.add_other(table.rows);
+          continue;
+        }
         const bool is_time = samples::is_time_name(last);
         (steps.empty() ? axes : inner).offer({variable, table.rows, is_time});
         if (!steps.empty()) axes.offer({variable, table.rows, false});

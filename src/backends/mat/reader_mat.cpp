@@ -121,8 +121,11 @@ class ReaderMAT::Tree {
         if (!reader_.index_.emplace(leaf->full_name, variable).second) continue;
         reader_.variables_.push_back(
             {leaf->full_name, array.parts[part], samples, column * samples, no_axis});
-        const bool is_plain = is_vector && array.parts.size() == 1;
-        axes.offer({variable, samples, is_plain && samples::is_time_name(array.name)});
+        if (array.parts.size() == 1) {
+          axes.offer({variable, samples, is_vector && samples::is_time_name(array.name)});
+        } else {
+          axes.add_other(samples);
+        }
       }
     }
     nodes.push_back(std::move(node));
