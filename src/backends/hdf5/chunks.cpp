@@ -25,21 +25,6 @@ struct Layout {
   int deflate = -1;
 };
 
-// Values that lie outside of the element, or are read under another type than they are stored.
-bool is_stored_as_read(hid_t type) {
-  for (const H5T_class_t kind : {H5T_VLEN, H5T_REFERENCE}) {
-    if (H5Tdetect_class(type, kind) != 0) return false;
-  }
-  if (H5Tget_class(type) != H5T_COMPOUND) return H5Tis_variable_str(type) <= 0;
-  const int count = H5Tget_nmembers(type);
-  for (int i = 0; i < count; ++i) {
-    const Type member(H5Tget_member_type(type, static_cast<unsigned>(i)), "HDF5: member");
-    if (H5Tget_class(member) == H5T_ARRAY && H5Tdetect_class(member, H5T_STRING) != 0) return false;
-    if (!is_stored_as_read(member)) return false;
-  }
-  return true;
-}
-
 std::optional<Layout> layout_of(hid_t dataset, const Table& table) {
   const Properties creation(H5Dget_create_plist(dataset), "HDF5: layout");
   Layout layout;

@@ -185,7 +185,45 @@ const char* describe_shape(hid_t dataset, bool transposed, Table& table) {
   return table.columns > most_columns ? "has too many columns" : nullptr;
 }
 
+// Storage in one piece must hold what the dimensions promise: the library copies without looking.
+bool storage_is_too_small(hid_t dataset, hid_t type, hid_t creation, const Table& table) {
+  const H5D_layout_t layout = H5Pget_layout(creation);
+  if (layout == H5D_CHUNKED) {
+    // Looking for a first and a last chunk reads the index.
+    hsize_t chunk[2] = {1, 1}, stored = 0;
+    if (H5Pget_chunk(creation, table.rank, chunk) != table.rank || chunk[0] == 0 || chunk[1] == 0)
+      return true;
+    hsize_t at[2] = {0, 0};
+    H5Dget_chunk_storage_size(dataset, at, &stored);
+    if (table.rows == 0) return false;
+    const auto row_of = static_cast<size_t>(table.row_dimension);
+    at[row_of] = (table.rows - 1) / chunk[row_of] * chunk[row_of];
+    H5Dget_chunk_storage_size(dataset, at, &stored);
+    return false;
+  }
+  if (!is_stored_as_read(type)) return false;
+  const uint64_t stored = H5Dget_storage_size(dataset);
+  if (layout == H5D_CONTIGUOUS && stored == 0) return false;  // never written: all fill values
+  uint64_t needed = 0;
+  return __builtin_mul_overflow(table.rows, table.columns, &needed) ||
+         __builtin_mul_overflow(needed, H5Tget_size(type), &needed) || stored < needed;
+}
+
 }  // namespace
+
+bool is_stored_as_read(hid_t type) {
+  for (const H5T_class_t kind : {H5T_VLEN, H5T_REFERENCE}) {
+    if (H5Tdetect_class(type, kind) != 0) return false;
+  }
+  if (H5Tget_class(type) != H5T_COMPOUND) return H5Tis_variable_str(type) <= 0;
+  const int count = H5Tget_nmembers(type);
+  for (int i = 0; i < count; ++i) {
+    const Type member(H5Tget_member_type(type, static_cast<unsigned>(i)), "HDF5: member");
+    if (H5Tget_class(member) == H5T_ARRAY && H5Tdetect_class(member, H5T_STRING) != 0) return false;
+    if (!is_stored_as_read(member)) return false;
+  }
+  return true;
+}
 
 const char* describe(hid_t dataset, Table& table) {
   const Matlab marks = matlab_marks(dataset);
@@ -196,6 +234,7 @@ const char* describe(hid_t dataset, Table& table) {
     return "lies in other files, which are not followed";
   const Type type(H5Dget_type(dataset), "HDF5: type");
   table.leaves.clear();
+  if (storage_is_too_small(dataset, type, creation, table)) return "claims more than is stored";
   Describer(table.leaves).add(type, 0, 0);
   return table.leaves.empty() ? "has elements that are neither numbers nor text" : nullptr;
 }

@@ -170,7 +170,7 @@ class Tags {
 };
 
 void read_varying_texts(hid_t dataset, const Table& table, uint64_t rows, const Wanted& wanted, Tags& tags,
-                        uint64_t step) {
+                        uint64_t step, bool trial) {
   const Type type = only_text(Type(H5Dget_type(dataset), "HDF5: type"), wanted.leaf->route);
   std::vector<char*> texts(step);
   for (uint64_t row = 0; row < rows; row += step) {
@@ -186,7 +186,7 @@ void read_varying_texts(hid_t dataset, const Table& table, uint64_t rows, const 
     };
     if (outcome < 0) fail("The texts cannot be read");
     const Reclaim reclaim{type, selection.memory, texts.data()};
-    for (uint64_t i = 0; i < count; ++i)
+    for (uint64_t i = 0; i < count && !trial; ++i)
       wanted.to[row + i] = tags.number(texts[i] != nullptr ? texts[i] : "");
   }
 }
@@ -222,14 +222,14 @@ void read_numbers(hid_t dataset, const Table& table, uint64_t rows, std::span<co
 }
 
 void read_texts(hid_t dataset, const Table& table, uint64_t rows, const Wanted& wanted,
-                std::string_view tag_key, uint64_t file_size) {
+                std::string_view tag_key, uint64_t file_size, bool trial) {
   if (rows == 0) return;
   Tags tags(tag_key);
   if (wanted.leaf->form == Leaf::Form::text) {
     // Many rows may point to one long text, and the library makes a copy for each: bounded by the block.
     constexpr uint64_t most_bytes = 256 << 20;
     const uint64_t step = std::clamp<uint64_t>(most_bytes / std::max<uint64_t>(file_size, 1), 1, 1 << 14);
-    return read_varying_texts(dataset, table, rows, wanted, tags, std::min(step, rows));
+    return read_varying_texts(dataset, table, rows, wanted, tags, std::min(step, rows), trial);
   }
   const bool padded =
       H5Tget_strpad(leaf_type(Type(H5Dget_type(dataset), "HDF5: type"), *wanted.leaf)) == H5T_STR_SPACEPAD;

@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "backends/hdf5/probe.h"
 #include "backends/hdf5/table.h"
 #include "readers/backend.h"
 #include "runtime/log.h"
@@ -84,7 +85,8 @@ struct ReaderHDF5::Learned {
 // One walk over the file.
 class ReaderHDF5::Scan {
  public:
-  Scan(ReaderHDF5& reader, hid_t file) : reader_(reader), file_(file), inside_(hdf5::inside_only()) {}
+  Scan(ReaderHDF5& reader, hid_t file, bool quiet)
+      : reader_(reader), file_(file), quiet_(quiet), inside_(hdf5::inside_only()) {}
 
   void run() {
     const Object root(H5Oopen(file_, "/", inside_), "The root group is damaged");
@@ -92,7 +94,7 @@ class ReaderHDF5::Scan {
     if (H5Oget_info2(root, &info, H5O_INFO_BASIC) < 0) hdf5::fail("The root group is damaged");
     groups_.insert(info.addr);
     reader_.root_.children = group(root, "", "", 0);
-    if (left_out_ > most_notes) {
+    if (left_out_ > most_notes && !quiet_) {
       mirn3::log::write(mirn3::log::info, fmt::format("{:s}: {:d} more are not offered",
                                                       reader_.path().string(), left_out_ - most_notes));
     }
@@ -222,13 +224,14 @@ class ReaderHDF5::Scan {
 
   void leave_out(const std::string& where, std::string_view reason) {
     if (first_reason_.empty()) first_reason_ = fmt::format("{:s}: {:s}", where, reason);
-    if (++left_out_ > most_notes) return;
+    if (++left_out_ > most_notes || quiet_) return;
     mirn3::log::write(mirn3::log::info,
                       fmt::format("{:s}: {:s} is not offered: {:s}", reader_.path().string(), where, reason));
   }
 
   ReaderHDF5& reader_;
   hid_t file_;
+  bool quiet_;
   hdf5::Properties inside_;
   std::set<haddr_t> groups_;     // that were seen, so that circles end
   std::set<std::string> names_;  // full names in use
@@ -300,8 +303,15 @@ class ReaderHDF5::Load {
     const Leaf& leaf = now.leaves[variable.leaf];
     const Wanted own{variable.column, &leaf, values.data()};
     if (leaf.is_text()) {
+      const auto attempt = [&](bool trial) {
+        hdf5::read_texts(dataset, now, now.rows, own, tag_key_, learned_.stamp.size, trial);
+      };
+      if (leaf.form == Leaf::Form::text && !hdf5::survives([&] { attempt(true); })) {
+        throw error_t(fmt::format("The texts of variable '{:s}' are damaged: the HDF5 library fails on them",
+                                  variable.full_name));
+      }
       created_tags_ = true;
-      hdf5::read_texts(dataset, now, now.rows, own, tag_key_, learned_.stamp.size);
+      attempt(false);
       return values;
     }
     std::vector<Wanted> wanted{own};
@@ -345,8 +355,18 @@ ReaderHDF5::~ReaderHDF5() = default;
 
 void ReaderHDF5::scan() {
   const Session session;
-  const File file = hdf5::open_file(path_);
-  Scan(*this, file).run();
+  const auto scan_once = [](ReaderHDF5& reader, bool quiet) {
+    const File file = hdf5::open_file(reader.path());
+    Scan(reader, file, quiet).run();
+  };
+  const bool harmless = hdf5::survives([&] {
+    ReaderHDF5 trial(path_);
+    scan_once(trial, true);
+  });
+  if (!harmless) {
+    throw error_t(fmt::format("'{:s}' is damaged: the HDF5 library fails on it", path_.string()));
+  }
+  scan_once(*this, false);
 }
 
 std::shared_ptr<ReaderHDF5::Learned> ReaderHDF5::learned() {

@@ -49,6 +49,9 @@ constexpr uint64_t most_columns = 4096;  // wider matrices are pictures, not rec
 // Describes an open data set. Returns why it holds no samples; null when it does.
 const char* describe(hid_t dataset, Table& table);
 
+// Whether elements lie in the file as they are read: nothing in them points elsewhere.
+bool is_stored_as_read(hid_t type);
+
 // Reads one value of each row into `to`, `rows` samples from the first. The elements are read in blocks that
 // no chunk lies across, so that each chunk is unpacked once; `wanted` may name many values for one pass.
 struct Wanted {
@@ -61,7 +64,8 @@ void read_numbers(hid_t dataset, const Table& table, uint64_t rows, std::span<co
 
 // Reads a text column, each text through the tag table `tag_key`. The size of the file bounds that of one
 // text.
+// With `trial` the texts are read and nothing is done with them.
 void read_texts(hid_t dataset, const Table& table, uint64_t rows, const Wanted& wanted,
-                std::string_view tag_key, uint64_t file_size);
+                std::string_view tag_key, uint64_t file_size, bool trial = false);
 
 }  // namespace mirn2::rd::hdf5
