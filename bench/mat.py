@@ -17,7 +17,7 @@ def path_of(form: str) -> str:
 def write(form: str) -> None:
     rng = np.random.default_rng(2)
     walk = np.cumsum(rng.integers(-3, 4, SAMPLES)) * 0.01
-    variables = {"before": walk[::-1], "value": walk, "after": walk * 2}
+    variables = {"before": np.arange(SAMPLES) * 0.01, "value": walk, "after": walk * 2}
     scipy.io.savemat(path_of(form), variables, do_compression=FILES[form])
 
 

@@ -198,7 +198,8 @@ void read_numbers(hid_t dataset, const Table& table, uint64_t rows, std::span<co
   if (rows == 0 || wanted.empty()) return;
   const bool odd = std::any_of(wanted.begin(), wanted.end(),
                                [](const Wanted& w) { return w.leaf->form == Leaf::Form::odd_number; });
-  if (!odd && read_chunks(dataset, table, rows, wanted, name)) return;
+  if (!odd && (read_mapped(dataset, table, rows, wanted) || read_chunks(dataset, table, rows, wanted, name)))
+    return;
   const Type stored(H5Dget_type(dataset), "HDF5: type");
   const Leaf& first = *wanted.front().leaf;
   if (wanted.size() == 1 && !odd && first.number.is_plain_double() && first.route.empty()) {

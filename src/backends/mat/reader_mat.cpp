@@ -267,12 +267,14 @@ void ReaderMAT::load(rto_t& request) {
     x.resize_for_overwrite(variable.samples);
   }
   load.inflate_if_repeated(variable);
+  const bool in_place = !elements_->list[variable.numbers.element].compressed;  // reading twice costs nothing
   mirn3::par::run(2, [&](size_t part) {
     if (part == 0) load.read(variable, y.data());
     if (part == 1 && to_read) load.read(variables_[variable.axis], x.data());
+    if (part == 1 && own_time && in_place) load.read(variable, x.data());
     if (part == 1 && counted) std::iota(x.data(), x.data() + x.size(), 0.0);
   });
-  if (own_time) std::memcpy(x.data(), y.data(), y.size() * sizeof(double));
+  if (own_time && !in_place) std::memcpy(x.data(), y.data(), y.size() * sizeof(double));
   if (to_read && x.size() * sizeof(double) <= samples::free_budget() / 4)
     known->axes.emplace(variable.axis, x.clone());
   if (!counted) check_time_vector(*this, x.span());
