@@ -69,8 +69,12 @@ def benchmark() -> list[Row]:
             times = measure(
                 {"kvalo": lambda g=group, n=name: ours(g, n), "h5py": lambda g=group, n=name: theirs(g, n)}
             )
-            rows.append(ratio(f"HDF5 {group}, {name} and its time: open and load / h5py", times, "kvalo", "h5py", 1.1))
-    check("columns", all(map(np.array_equal, [np.asarray(s.ydata) for s in all_columns()], all_columns_h5py())))
+            rows.append(
+                ratio(f"HDF5 {group}, {name} and its time: open and load / h5py", times, "kvalo", "h5py", 1.1)
+            )
+    check(
+        "columns", all(map(np.array_equal, [np.asarray(s.ydata) for s in all_columns()], all_columns_h5py()))
+    )
     print("all columns of a packed matrix")
     times = measure({"kvalo": all_columns, "h5py": all_columns_h5py})
     rows.append(ratio("HDF5 packed matrix: all columns / h5py in one read", times, "kvalo", "h5py", 1.5))

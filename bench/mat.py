@@ -51,7 +51,10 @@ def benchmark() -> list[Row]:
         series = ours_with_time(form)
         check(form, np.array_equal(np.asarray(series.ydata), theirs_with_time(form)[1]))
         del series
-        for what, run in {"one": (ours, theirs), "one and its time": (ours_with_time, theirs_with_time)}.items():
+        for what, run in {
+            "one": (ours, theirs),
+            "one and its time": (ours_with_time, theirs_with_time),
+        }.items():
             print(f"{form}, {what}")
             times = measure({"kvalo": lambda f=form, r=run: r[0](f), "scipy": lambda f=form, r=run: r[1](f)})
             rows.append(ratio(f"MAT {form}: {what} / scipy.io.loadmat", times, "kvalo", "scipy", 1.1))

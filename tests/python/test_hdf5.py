@@ -4,10 +4,9 @@ import os
 import random
 import zlib
 
+import kvalo
 import pytest
 from conftest import run_script
-
-import kvalo
 
 np = pytest.importorskip("numpy")
 h5py = pytest.importorskip("h5py")
@@ -95,7 +94,7 @@ def test_compound_members_nest_and_hold_their_own_time(made):
     rows["v"], rows["in"]["w"], rows["z"] = -3, RNG.normal(size=(300, 3)), np.arange(300) - 2j
     rows["s"] = RNG.choice([b"idle", b"climb", b"cruis"], 300)
     for options in STORED[:3]:
-        found = made(lambda file: file.create_dataset("log", data=rows, **options))
+        found = made(lambda file, o=options: file.create_dataset("log", data=rows, **o))
         names = ["v", "in.t", "in.w.c0", "in.w.c1", "in.w.c2", "Time", "s", "z.re", "z.im"]
         assert list(found) == [f"log.{name}" for name in names]
         by_name = {name: loaded(found[f"log.{name}"]) for name in reversed(names)}
@@ -179,7 +178,8 @@ def test_unwritten_pieces_hold_the_fill_value(made):
         data[150:160] = 5
 
     y = loaded(made(write)["v"])[1]
-    assert y[155] == 5 and set(y[160:]) == {-7.0} == set(y[:150])
+    assert y[155] == 5
+    assert set(y[160:]) == {-7.0} == set(y[:150])
 
 
 @pytest.mark.parametrize("options", [{"shape": (10**13,)}, {"shape": (10**9, 4000)}])
@@ -216,20 +216,24 @@ def test_beside_another_copy_of_the_library(made, first):
     theirs = "import h5py; assert h5py.File(p)['v'][()].sum() == 10"
     steps = [ours, theirs, ours, theirs][(first == "h5py") :]
     run = run_script("import sys, kvalo; p = sys.argv[1]\n" + "\n".join(steps), str(made.path))
-    assert run.returncode == 0 and run.stderr == "", run.stderr
+    assert (run.returncode, run.stderr) == (0, "")
 
 
 def test_importing_opens_no_library():
     run = run_script("import kvalo; print(open('/proc/self/maps').read())")
     assert "libmirn3" in run.stdout
-    assert "libhdf5" not in run.stdout and "libkvalo_" not in run.stdout
+    assert "libhdf5" not in run.stdout
+    assert "libkvalo_" not in run.stdout
 
 
 RECORDED = {
     "hdf5/compound-dtype-complex.h5": (12, {"c16.re": (100, 48.155945619), "_c8.im": (100, 47.019902508)}),
     "hdf5/vlen_string_dset.h5": (1, {"DS1": (4, None)}),
     "mat/testhdf5_7.4_GLNX86.mat": (1, {"testdouble": (9, 28.274334)}),
-    "mat/test_le_hdf5.mat": (None, {"d.c0": (5, 15), "d.c9": (5, 240), "d_in_tag": (4, 10), "easy.s.c1": (5, 40)}),
+    "mat/test_le_hdf5.mat": (
+        None,
+        {"d.c0": (5, 15), "d.c9": (5, 240), "d_in_tag": (4, 10), "easy.s.c1": (5, 40)},
+    ),
 }
 
 

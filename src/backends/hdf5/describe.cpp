@@ -59,7 +59,11 @@ class Describer {
       return put(Leaf::Form::number, {is_signed ? with : without, !is_machine_order(type)}, offset, size);
     }
     // Bit fields have no conversion to floating point.
-    if (H5Tget_class(type) == H5T_INTEGER && size <= 16) put(Leaf::Form::odd_number, {}, offset, size);
+    const int first_bit = H5Tget_offset(type);
+    const bool is_sound =
+        first_bit >= 0 && static_cast<size_t>(first_bit) + H5Tget_precision(type) <= size * 8;
+    if (H5Tget_class(type) == H5T_INTEGER && size <= 16 && is_sound)
+      put(Leaf::Form::odd_number, {}, offset, size);
   }
 
   void add_float(hid_t type, size_t offset) {
@@ -82,7 +86,12 @@ class Describer {
         continue;
       return put(Leaf::Form::number, {layout.kind, !is_machine_order(type)}, offset, size);
     }
-    if (size <= 16) put(Leaf::Form::odd_number, {}, offset, size);
+    // The library converts without looking whether the parts of a number lie inside it.
+    const size_t bits = size * 8, first_bit = static_cast<size_t>(std::max(0, H5Tget_offset(type)));
+    const bool is_sound = first_bit + H5Tget_precision(type) <= bits && sign < bits && exponent < bits &&
+                          exponent_bits > 0 && exponent_bits <= 32 && exponent + exponent_bits <= bits &&
+                          fraction < bits && fraction_bits > 0 && fraction_bits <= bits - fraction;
+    if (size <= 16 && is_sound) put(Leaf::Form::odd_number, {}, offset, size);
   }
 
   void add_text(hid_t type, size_t offset) {
