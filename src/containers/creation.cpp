@@ -97,10 +97,12 @@ ReaderPtr not_a_regular_file(const Candidate& candidate) {
 }
 
 ReaderPtr hdf5(const Candidate& candidate) {
-  return is_hdf5(candidate) ? not_yet(candidate, "an HDF5 file") : nullptr;
+  static const rd::Backend backend{"hdf5", "HDF5 files", "install the package libhdf5-103-1"};
+  return is_hdf5(candidate) ? rd::make_backend_reader(backend, candidate.path) : nullptr;
 }
 ReaderPtr mat(const Candidate& candidate) {
-  return candidate.has_extension(".mat") ? not_yet(candidate, "a MAT file") : nullptr;
+  static const rd::Backend backend{"mat", "MAT files", "install the package zlib1g"};
+  return candidate.has_extension(".mat") ? rd::make_backend_reader(backend, candidate.path) : nullptr;
 }
 ReaderPtr xlsx(const Candidate& candidate) {
   return candidate.has_extension(".xlsx") ? not_yet(candidate, "an XLSX workbook") : nullptr;

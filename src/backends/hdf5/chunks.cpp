@@ -1,0 +1,215 @@
+// Unpacking chunks on all cores.
+#include "backends/hdf5/chunks.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "runtime/exc.h"
+#include "runtime/par.h"
+
+namespace mirn2::rd::hdf5 {
+
+namespace {
+
+using mirn3::exc::error_t;
+using Bytes = std::vector<unsigned char>;
+
+// How the data set is cut up and packed.
+struct Layout {
+  hsize_t chunk[2] = {1, 1};
+  uint64_t chunk_bytes = 0;
+  size_t element = 0;
+  int shuffle = -1;  // positions of the filters; -1 without
+  int deflate = -1;
+};
+
+std::optional<Layout> layout_of(hid_t dataset, const Table& table) {
+  const Properties creation(H5Dget_create_plist(dataset), "HDF5: layout");
+  Layout layout;
+  if (H5Pget_layout(creation) != H5D_CHUNKED ||
+      H5Pget_chunk(creation, table.rank, layout.chunk) != table.rank)
+    return std::nullopt;
+  const int filters = H5Pget_nfilters(creation);
+  for (int i = 0; i < filters; ++i) {
+    unsigned flags = 0, settings = 0;
+    size_t values = 0;
+    const H5Z_filter_t filter =
+        H5Pget_filter2(creation, static_cast<unsigned>(i), &flags, &values, nullptr, 0, nullptr, &settings);
+    if (filter == H5Z_FILTER_SHUFFLE && i == 0) {
+      layout.shuffle = i;
+    } else if (filter == H5Z_FILTER_DEFLATE && i == filters - 1) {
+      layout.deflate = i;
+    } else {
+      return std::nullopt;
+    }
+  }
+  const Type type(H5Dget_type(dataset), "HDF5: type");
+  if (!is_stored_as_read(type)) return std::nullopt;
+  layout.element = H5Tget_size(type);
+  // The library bounds each dimension by 2^32, and a chunk by as many bytes.
+  const uint64_t elements = layout.chunk[0] * layout.chunk[1];
+  if (elements == 0 || elements > UINT32_MAX || layout.element == 0) return std::nullopt;
+  layout.chunk_bytes = elements * layout.element;
+  samples::check_size(layout.chunk_bytes / 16, "(chunk)");
+  return layout;
+}
+
+// A chunk as stored, and where it lies.
+struct Chunk {
+  hsize_t at[2] = {0, 0};
+  uint32_t skipped = 0;  // filters that were not applied, by position
+  Bytes bytes;           // empty: never written
+};
+
+class Unpacker {
+ public:
+  Unpacker(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
+           std::string_view name, const Layout& layout)
+      : dataset_(dataset), table_(table), rows_(rows), wanted_(wanted), name_(name), layout_(layout) {
+    read_fill_value();
+  }
+
+  void run() {
+    const auto row_of = static_cast<size_t>(table_.row_dimension);
+    const hsize_t chunk_rows = layout_.chunk[row_of];
+    const hsize_t chunk_columns = table_.rank == 2 ? layout_.chunk[1 - row_of] : 1;
+    std::vector<uint64_t> columns;  // of chunks
+    for (const Wanted& w : wanted_) columns.push_back(w.column / chunk_columns * chunk_columns);
+    std::sort(columns.begin(), columns.end());
+    columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
+    for (uint64_t row = 0; row < rows_; row += chunk_rows) {
+      for (const uint64_t column : columns) {
+        Chunk chunk;
+        chunk.at[row_of] = row;
+        if (table_.rank == 2) chunk.at[1 - row_of] = column;
+        fetch(std::move(chunk));
+      }
+    }
+    unpack_waiting();
+  }
+
+ private:
+  static constexpr uint64_t most_waiting = 16 << 20;  // unpacked bytes
+
+  void read_fill_value() {
+    const Properties creation(H5Dget_create_plist(dataset_), "HDF5: layout");
+    const Type type(H5Dget_type(dataset_), "HDF5: type");
+    fill_.resize(layout_.element);
+    H5D_fill_value_t defined = H5D_FILL_VALUE_UNDEFINED;
+    if (H5Pfill_value_defined(creation, &defined) < 0 || defined == H5D_FILL_VALUE_UNDEFINED) return;
+    if (H5Pget_fill_value(creation, type, fill_.data()) < 0) fail("HDF5: fill value");
+  }
+
+  void fetch(Chunk chunk) {
+    hsize_t stored = 0;
+    if (H5Dget_chunk_storage_size(dataset_, chunk.at, &stored) < 0) stored = 0;  // not there
+    if (stored > layout_.chunk_bytes + layout_.chunk_bytes / 8 + 4096) damaged();
+    chunk.bytes.resize(stored);
+    if (stored > 0 && H5Dread_chunk(dataset_, H5P_DEFAULT, chunk.at, &chunk.skipped, chunk.bytes.data()) < 0)
+      fail(fmt::format("Variable '{:s}' cannot be read", name_));
+    waiting_.push_back(std::move(chunk));
+    if (waiting_.size() * layout_.chunk_bytes >= most_waiting && waiting_.size() >= mirn3::par::workers())
+      unpack_waiting();
+  }
+
+  void unpack_waiting() {
+    mirn3::par::ranges(waiting_.size(), 1, [&](size_t first, size_t last) {
+      Bytes unpacked(layout_.chunk_bytes), sorted;
+      for (size_t i = first; i < last; ++i) deliver(waiting_[i], unpack(waiting_[i], unpacked, sorted));
+    });
+    waiting_.clear();
+  }
+
+  bool applies(const Chunk& chunk, int filter) const {
+    return filter >= 0 && (chunk.skipped >> filter & 1) == 0;
+  }
+
+  // The chunk's elements, in `unpacked`, in `sorted` or where they are.
+  const unsigned char* unpack(const Chunk& chunk, Bytes& unpacked, Bytes& sorted) const {
+    if (chunk.bytes.empty()) {
+      for (size_t at = 0; at < unpacked.size(); at += layout_.element)
+        std::memcpy(unpacked.data() + at, fill_.data(), layout_.element);
+      return unpacked.data();
+    }
+    const Bytes* now = &chunk.bytes;
+    if (applies(chunk, layout_.deflate)) {
+      uLongf size = unpacked.size();
+      const int outcome = uncompress(unpacked.data(), &size, chunk.bytes.data(), chunk.bytes.size());
+      if (outcome != Z_OK || size != unpacked.size()) damaged();
+      now = &unpacked;
+    }
+    if (now->size() < layout_.chunk_bytes) damaged();
+    if (!applies(chunk, layout_.shuffle) || layout_.element == 1) return now->data();
+    sorted.resize(layout_.chunk_bytes);
+    unshuffle(now->data(), sorted.data());
+    return sorted.data();
+  }
+
+  // Stored are all first bytes of the elements, then all second bytes, and so on.
+  void unshuffle(const unsigned char* from, unsigned char* to) const {
+    switch (layout_.element) {
+      case 2:
+        return unshuffle_of<2>(from, to);
+      case 4:
+        return unshuffle_of<4>(from, to);
+      case 8:
+        return unshuffle_of<8>(from, to);
+      default:
+        break;
+    }
+    const size_t count = layout_.chunk_bytes / layout_.element;
+    for (size_t byte = 0; byte < layout_.element; ++byte) {
+      for (size_t i = 0; i < count; ++i) to[i * layout_.element + byte] = from[byte * count + i];
+    }
+  }
+
+  template <size_t Element>
+  void unshuffle_of(const unsigned char* from, unsigned char* to) const {
+    const size_t count = layout_.chunk_bytes / Element;
+    for (size_t i = 0; i < count; ++i) {
+      for (size_t byte = 0; byte < Element; ++byte) to[i * Element + byte] = from[byte * count + i];
+    }
+  }
+
+  void deliver(const Chunk& chunk, const unsigned char* elements) const {
+    const auto row_of = static_cast<size_t>(table_.row_dimension);
+    const uint64_t first_row = chunk.at[row_of];
+    const uint64_t count = std::min<uint64_t>(layout_.chunk[row_of], rows_ - first_row);
+    const uint64_t first_column = table_.rank == 2 ? chunk.at[1 - row_of] : 0;
+    const uint64_t columns = table_.rank == 2 ? layout_.chunk[1 - row_of] : 1;
+    for (const Wanted& w : wanted_) {
+      if (w.column < first_column || w.column - first_column >= columns) continue;
+      const uint64_t before = (w.column - first_column) * (row_of == 1 ? layout_.chunk[1] : 1);
+      const uint64_t apart = row_of == 1 ? 1 : columns;
+      samples::widen(w.leaf->number, elements + before * layout_.element + w.leaf->offset,
+                     apart * layout_.element, count, w.to + first_row);
+    }
+  }
+
+  [[noreturn]] void damaged() const {
+    throw error_t(fmt::format("Variable '{:s}' cannot be read: a compressed piece of it is damaged", name_));
+  }
+
+  hid_t dataset_;
+  const Table& table_;
+  uint64_t rows_;
+  std::span<const Wanted> wanted_;
+  std::string_view name_;
+  const Layout& layout_;
+  Bytes fill_;
+  std::vector<Chunk> waiting_;
+};
+
+}  // namespace
+
+bool read_chunks(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
+                 std::string_view name) {
+  const std::optional<Layout> layout = layout_of(dataset, table);
+  if (!layout) return false;
+  Unpacker(dataset, table, rows, wanted, name, *layout).run();
+  return true;
+}
+
+}  // namespace mirn2::rd::hdf5

@@ -1,0 +1,38 @@
+// MAT files of versions 4 to 7: numeric vectors become variables, matrices groups with one variable a column
+// (c0, c1, ...), structures groups. Version 7.3 is HDF5 and read as that. docs/formats/mat.md says the rest.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "readers/reader.h"
+
+namespace mirn2::rd {
+
+class ReaderMAT final : public Reader {
+ public:
+  explicit ReaderMAT(std::filesystem::path source);
+  ~ReaderMAT() override;
+
+  void scan() override;
+  void load(rto_t& request) override;
+  void forget() noexcept override;
+
+ private:
+  struct Variable;
+  struct Elements;
+  struct Learned;
+  class Tree;
+  class Load;
+
+  std::shared_ptr<Learned> learned();
+
+  std::vector<Variable> variables_;
+  std::unique_ptr<Elements> elements_;
+  std::mutex learned_mutex_;  // never held while anything is allocated
+  std::shared_ptr<Learned> learned_;
+};
+
+}  // namespace mirn2::rd
