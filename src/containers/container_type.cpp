@@ -290,6 +290,12 @@ ContainerObject* as_container(PyObject* object) noexcept {
   return object != nullptr && PyObject_TypeCheck(object, &ContainerType) ? self_of(object) : nullptr;
 }
 
+Ref show_container(std::shared_ptr<Container> container) {
+  Ref object = checked(container_new(&ContainerType, nullptr, nullptr));
+  attach(self_of(object.get()), std::move(container), {});
+  return object;
+}
+
 void merge_file(ContainerObject* self, const std::string& path) {
   if (self->container == nullptr)
     fail(PyExc_Exception, "The container is empty: there is nothing to merge into");

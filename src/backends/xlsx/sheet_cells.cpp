@@ -104,8 +104,7 @@ bool SheetCells::next(Cell& cell) {
     } else if (token_.name == "row" && in_data_ && token_.kind == Token::Kind::start) {
       start_row();
     } else if (token_.name == "sheetData") {
-      if (token_.kind == Token::Kind::end || token_.is_empty) return false;
-      in_data_ = true;
+      in_data_ = token_.kind == Token::Kind::start && !token_.is_empty;
     }
   }
   return false;

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <map>
 
+#include "runtime/exc.h"
 #include "runtime/utc.h"
 
 namespace mirn2::rd::xlsx {
@@ -64,15 +65,18 @@ double iso_seconds(std::string_view text) {
   return mirn3::utc::to_double(text, mirn3::utc::guess_type(text));
 }
 
-uint64_t shared_number(std::string_view text) {
+uint64_t shared_number(std::string_view text, const Strings& strings) {
   uint64_t number = UINT64_MAX;
   std::from_chars(text.data(), text.data() + text.size(), number);
+  if (number >= strings.size()) {
+    throw mirn3::exc::error_t("The workbook is damaged: a cell refers to a text that is not there");
+  }
   return number;
 }
 
 // What a cell says, whatever its column is.
 std::string_view text_of(const Cell& cell, const Strings& strings) {
-  return cell.type == CellType::shared_text ? strings[shared_number(cell.value)] : cell.value;
+  return cell.type == CellType::shared_text ? strings[shared_number(cell.value, strings)] : cell.value;
 }
 
 double number_of(const Cell& cell, const Workbook& book, const Strings& strings) {
@@ -128,6 +132,7 @@ struct HeadCell {
 struct Head {
   std::vector<HeadRow> rows;
   std::vector<HeadCell> cells;
+  bool is_all = true;  // the sheet ends there
 };
 
 Head read_head(ByteSource& sheet, const Workbook& book, const Strings& strings) {
@@ -137,7 +142,10 @@ Head read_head(ByteSource& sheet, const Workbook& book, const Strings& strings) 
     const std::string_view text = is_text(cell.type) ? text_of(cell, strings) : cell.value;
     if (trimmed(text).empty()) continue;
     if (head.rows.empty() || head.rows.back().row != cell.row) {
-      if (head.rows.size() == head_rows) break;
+      if (head.rows.size() == head_rows) {
+        head.is_all = false;
+        break;
+      }
       head.rows.push_back({.row = cell.row});
     }
     const ColumnKind kind = cell.type == CellType::error ? ColumnKind::unknown : kind_by(cell, strings);
@@ -209,7 +217,7 @@ TableLayout read_layout(ByteSource& sheet, const Workbook& book, const Strings& 
   }
   layout.time = find_time(columns);
   for (auto& [position, column] : columns) {
-    if (position == layout.time) continue;
+    if (position == layout.time || (!column.has_data && head.is_all)) continue;
     const bool is_named = !column.title.empty();
     layout.variables.push_back({position, is_named ? std::move(column.title) : column_letters(position)});
   }
@@ -237,8 +245,7 @@ std::optional<Columns> read_columns(ByteSource& sheet, const TableLayout& layout
     if (column.kind != ColumnKind::text) {
       value = number_of(cell, book, strings);
     } else if (cell.type == CellType::shared_text) {
-      const uint64_t number = shared_number(cell.value);
-      if (number < strings.size()) value = static_cast<double>(number);
+      value = static_cast<double>(shared_number(cell.value, strings));
     } else if (cell.type != CellType::error) {
       value = static_cast<double>(strings.number_of(cell.value));
     }

@@ -132,8 +132,8 @@ Workbook read_workbook(const Package& package) {
   }
   for (const auto& [id, relation] : relations) {
     const std::string target = resolved(part, relation.target);
-    if (relation.type == "sharedStrings" && package.contains(target)) book.strings_part = target;
-    if (relation.type == "styles" && package.contains(target)) {
+    if (relation.type == "sharedStrings") book.strings_part = target;
+    if (relation.type == "styles") {
       const auto source = package.open(target);
       book.styles = read_styles(*source);
     }
