@@ -6,10 +6,9 @@ import subprocess
 import sys
 from pathlib import Path
 
+import kvalo
 import numpy as np
 from harness import DATA, Row, check, main, measure, ratio
-
-import kvalo
 
 CONTENT = DATA / "archive" / "log.csv"
 ARCHIVES = {
@@ -69,7 +68,9 @@ def benchmark() -> list[Row]:
         ours, theirs = (next(folder.rglob("log.csv")) for folder in (CACHE, CACHE.with_name("bsdtar")))
         check("the unpacked files differ", subprocess.run(["cmp", ours, theirs]).returncode == 0)
         timings = measure({"kvalo": lambda p=path: unpack_and_open(p), "bsdtar": lambda p=path: bsdtar(p)}, 3)
-        rows.append(ratio(f"unpack a {size:.0f} MB {extension} against bsdtar", timings, "kvalo", "bsdtar", 1.2))
+        rows.append(
+            ratio(f"unpack a {size:.0f} MB {extension} against bsdtar", timings, "kvalo", "bsdtar", 1.2)
+        )
         again = measure({"second open": lambda p=path: kvalo.Container(path=str(p))})["second open"]
         rows.append(Row(f"open it again ({extension})", again.median * 1e3, 20, "ms", str(again)))
     return rows

@@ -1,10 +1,9 @@
 """A workbook of a million cells: opening it and loading every column, against openpyxl's read-only mode."""
 
+import kvalo
 import numpy as np
 import openpyxl
 from harness import DATA, Row, check, main, measure, ratio
-
-import kvalo
 
 ROWS, COLUMNS = 100_000, 10
 WORKBOOK = DATA / f"cells_{ROWS}x{COLUMNS}.xlsx"

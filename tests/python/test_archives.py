@@ -42,7 +42,7 @@ def values(path: Path, name: str = "a") -> list[float]:
     return list(container[name].ydata)
 
 
-@pytest.mark.parametrize("pack, name", [(zipped, "log.ZIP"), (tarred, "log.tar.gz")])
+@pytest.mark.parametrize(("pack", "name"), [(zipped, "log.ZIP"), (tarred, "log.tar.gz")])
 def test_is_read_and_reported_by_its_own_path(tmp_path, cache, pack, name):
     path = pack(tmp_path / name, {"sub/log.csv": TABLE})
     container = kvalo.Container(path=str(path))
@@ -54,7 +54,8 @@ def test_is_read_and_reported_by_its_own_path(tmp_path, cache, pack, name):
     copy.write_bytes(path.read_bytes())
     os.utime(copy, ns=(0, path.stat().st_mtime_ns))
     other = kvalo.Container(path=str(copy))
-    assert other.get_path() == [str(copy)] and container.get_path() == [str(path)]
+    assert other.get_path() == [str(copy)]
+    assert container.get_path() == [str(path)]
     assert len(list(cache.iterdir())) == 1, "the same content is unpacked once"
 
 
@@ -78,7 +79,8 @@ def test_archives_within_archives_are_bounded(tmp_path):
         pack, extension = (tarred, "tar.gz") if level % 2 else (zipped, "zip")
         path = pack(tmp_path / f"{level}.{extension}", {path.name: path.read_bytes()})
     container = kvalo.Container(path=str(path))
-    assert container.get_path() == [str(path)] and container.get_size() == 2
+    assert container.get_path() == [str(path)]
+    assert container.get_size() == 2
     path = zipped(tmp_path / "4.zip", {path.name: path.read_bytes()})
     with pytest.raises(Exception, match="too many archives"):
         kvalo.Container(path=str(path))

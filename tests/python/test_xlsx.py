@@ -66,16 +66,24 @@ def test_numbers_booleans_and_empty_cells(tmp_path):
     rows = [["Time", "a", "b", "c"], [0, 1.5, True, None], [0.5, None, False, 1e-300], [None, 3, True, -7]]
     rows += [[2, "4.25", None, 1.5e19], [3, "words", "#N/A", 0.1]]
     found = table(saved(tmp_path / "a.xlsx", rows))
-    assert found["a"][0] == [0, 2, 3] and found["a"][1] == approx([1.5, 4.25, math.nan])
-    assert found["b"][0] == [0, 0.5, 3] and found["b"][1] == approx([1, 0, math.nan])
+    assert found["a"][0] == [0, 2, 3]
+    assert found["a"][1] == approx([1.5, 4.25, math.nan])
+    assert found["b"][0] == [0, 0.5, 3]
+    assert found["b"][1] == approx([1, 0, math.nan])
     assert found["c"] == ([0.5, 2, 3], [1e-300, 1.5e19, 0.1])
 
 
 @pytest.mark.parametrize("epoch", [openpyxl.utils.datetime.WINDOWS_EPOCH, openpyxl.utils.datetime.MAC_EPOCH])
 def test_dates_are_seconds_since_1970(tmp_path, epoch):
-    moments = [datetime.datetime(2024, 2, 29, 23, 59, 59, 250_000), datetime.datetime(2024, 3, 1, 12, 0, 0, 1000)]
+    moments = [
+        datetime.datetime(2024, 2, 29, 23, 59, 59, 250_000),
+        datetime.datetime(2024, 3, 1, 12, 0, 0, 1000),
+    ]
     rows = [["when", "value", "day", "span"]]
-    rows += [[moment, i, moment.date(), datetime.timedelta(hours=30, seconds=i)] for i, moment in enumerate(moments)]
+    rows += [
+        [moment, i, moment.date(), datetime.timedelta(hours=30, seconds=i)]
+        for i, moment in enumerate(moments)
+    ]
     formats = {"A2": "dd/mm/yyyy hh:mm:ss", "A3": '[$-409]d\\-mmm\\-yy" at "h:mm AM/PM;@', "C2": "yyyy-mm-dd"}
     formats |= {"C3": "mmm", "D2": "[h]:mm:ss", "D3": "[mm]"}
     found = table(saved(tmp_path / "a.xlsx", rows, epoch=epoch, formats=formats))
@@ -86,7 +94,7 @@ def test_dates_are_seconds_since_1970(tmp_path, epoch):
 
 
 @pytest.mark.parametrize(
-    "code, value",
+    ('code', 'value'),
     [
         ('0.00" days"', 43831.5), ("0.0E+00", 43831.5), ("General", 43831.5), ("[Red]0;[Blue]-0", 43831.5),
         ("#,##0_);\\(#,##0\\)", 43831.5), ("yyyy", 1577880000), ("[Red]d", 1577880000), ("h:mm", 1577880000),
@@ -94,15 +102,21 @@ def test_dates_are_seconds_since_1970(tmp_path, epoch):
     ],
 )  # fmt: skip
 def test_number_formats(tmp_path, code, value):
-    path = saved(tmp_path / "a.xlsx", [["a", "b"], [43831.5, "x"], [43831.5, "y"]], formats={"A2": code, "A3": code})
+    path = saved(
+        tmp_path / "a.xlsx", [["a", "b"], [43831.5, "x"], [43831.5, "y"]], formats={"A2": code, "A3": code}
+    )
     assert table(path)["a"][1] == [value, value]
 
 
 def test_texts_become_tags(tmp_path):
-    path = saved(tmp_path / "a.xlsx", [["t", "mode"], [0, "AUTO"], [1, "LOITER & <wait>"], [2, "AUTO"], [3, 5]])
+    path = saved(
+        tmp_path / "a.xlsx", [["t", "mode"], [0, "AUTO"], [1, "LOITER & <wait>"], [2, "AUTO"], [3, 5]]
+    )
     container = kvalo.Container(path=str(path))
     x, y = series(container, "mode")
-    assert x == [0, 1, 2, 3] and y[0] == y[2] and len(set(y)) == 3
+    assert x == [0, 1, 2, 3]
+    assert y[0] == y[2]
+    assert len(set(y)) == 3
     inline = '<row><c t="inlineStr"><is><t>mode</t></is></c></row>' + "".join(
         f'<row><c t="{kind}">{text}</c></row>'
         for kind, text in [
@@ -111,7 +125,11 @@ def test_texts_become_tags(tmp_path):
             ("inlineStr", "<is><t><![CDATA[LOITER & <wait>]]></t></is>"),
         ]
     )
-    assert series(kvalo.Container(path=str(by_hand(tmp_path / "b.xlsx", inline))), "mode")[1] == [y[0], y[1], y[1]]
+    assert series(kvalo.Container(path=str(by_hand(tmp_path / "b.xlsx", inline))), "mode")[1] == [
+        y[0],
+        y[1],
+        y[1],
+    ]
 
 
 def test_the_time_column(tmp_path):
@@ -174,12 +192,14 @@ def test_values_agree_with_openpyxl_on_many_cells(tmp_path):
         assert found[name][1] == list(column)
 
 
-BOMB = '<!DOCTYPE x [<!ENTITY a "aaaa"><!ENTITY b "&a;&a;&a;">]>' + SHEET.format("<row><c><v>&b;</v></c></row>")
+BOMB = '<!DOCTYPE x [<!ENTITY a "aaaa"><!ENTITY b "&a;&a;&a;">]>' + SHEET.format(
+    "<row><c><v>&b;</v></c></row>"
+)
 CELL = '<c r="{}"><v>1</v></c>'
 
 
 @pytest.mark.parametrize(
-    "rows, more, message",
+    ('rows', 'more', 'message'),
     [
         (f"<row>{CELL.format('XFE1')}</row>", {}, "beyond the last column"),
         (f"<row>{CELL.format('AAAAAAAAAAAAAAAA1')}</row>", {}, "beyond the last column"),
@@ -214,9 +234,11 @@ def test_damage_anywhere_is_an_error_or_harmless(tmp_path):
         try:
             found = table(path)
         except Exception as error:
-            assert "b.xlsx" in str(error)
+            message = str(error)
         else:
             assert found["a"][1] == [i * i for i in range(200)]
+            continue
+        assert "b.xlsx" in message
 
 
 NAN = math.nan
