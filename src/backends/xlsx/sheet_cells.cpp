@@ -90,14 +90,19 @@ bool SheetCells::next(Cell& cell) {
     if (token_.kind == Token::Kind::text) continue;
     if (token_.name == "c" && in_data_ && token_.kind == Token::Kind::start) {
       if (row_ == 0) fail_damaged("a cell lies outside of rows");
-      const std::string_view reference = token_.attribute("r");
+      std::string_view reference, style, type;
+      std::string_view rest = token_.attributes, name, value;
+      while (next_attribute(rest, name, value)) {
+        if (name == "r") reference = value;
+        if (name == "s") style = value;
+        if (name == "t") type = value;
+      }
       cell.column = reference.empty() ? column_ : column_of(reference);
       if (cell.column >= most_columns) fail_damaged("a row has too many cells");
       column_ = cell.column + 1;
       if (token_.is_empty) continue;
       cell.row = row_ - 1;
-      cell.type = type_of(token_.attribute("t"));
-      const std::string_view style = token_.attribute("s");
+      cell.type = type_of(type);
       cell.style = 0;
       std::from_chars(style.data(), style.data() + style.size(), cell.style);
       if (read_cell(cell)) return true;

@@ -58,24 +58,37 @@ bool append_entity(std::string& out, std::string_view name) {
 
 }  // namespace
 
-std::string_view Token::attribute(std::string_view wanted) const {
-  std::string_view rest = attributes;
-  for (;;) {
-    const size_t equals = rest.find('=');
-    if (equals == rest.npos) return {};
-    size_t first = 0;
-    while (first < equals && is_blank(rest[first])) ++first;
-    size_t last = equals;
-    while (last > first && is_blank(rest[last - 1])) --last;
-    const std::string_view found = rest.substr(first, last - first);
-    size_t quote = equals + 1;
-    while (quote < rest.size() && is_blank(rest[quote])) ++quote;
-    if (quote >= rest.size() || (rest[quote] != '"' && rest[quote] != '\'')) return {};
-    const size_t close = rest.find(rest[quote], quote + 1);
-    if (close == rest.npos) return {};
-    if (without_prefix(found) == wanted) return rest.substr(quote + 1, close - quote - 1);
-    rest.remove_prefix(close + 1);
+bool next_attribute(std::string_view& rest, std::string_view& name, std::string_view& value) {
+  // Byte by byte: names and values are too short for anything else to pay.
+  const char* at = rest.data();
+  const char* const last = at + rest.size();
+  while (at != last && is_blank(*at)) ++at;
+  const char* const name_first = at;
+  const char* name_last = at;
+  for (; at != last && *at != '='; ++at) {
+    if (!is_blank(*at)) name_last = at + 1;
   }
+  if (at == last) return false;
+  ++at;
+  while (at != last && is_blank(*at)) ++at;
+  if (at == last || (*at != '"' && *at != '\'')) return false;
+  const char quote = *at++;
+  const char* const value_first = at;
+  while (at != last && *at != quote) ++at;
+  if (at == last) return false;
+  name = {name_first, static_cast<size_t>(name_last - name_first)};
+  value = {value_first, static_cast<size_t>(at - value_first)};
+  ++at;
+  rest = {at, static_cast<size_t>(last - at)};
+  return true;
+}
+
+std::string_view Token::attribute(std::string_view wanted) const {
+  std::string_view rest = attributes, found, value;
+  while (next_attribute(rest, found, value)) {
+    if (without_prefix(found) == wanted) return value;
+  }
+  return {};
 }
 
 XmlReader::XmlReader(ByteSource& source) : source_(source), buffer_(first_room) {

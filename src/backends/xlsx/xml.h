@@ -30,6 +30,9 @@ struct Token {
   std::string_view attribute(std::string_view wanted) const;
 };
 
+// Takes the first attribute off the text of a tag; false when there is none left. The name has its prefix.
+bool next_attribute(std::string_view& rest, std::string_view& name, std::string_view& value);
+
 class XmlReader {
  public:
   explicit XmlReader(ByteSource& source);
