@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "backends/xlsx/package.h"
+#include "backends/xlsx/read_ahead.h"
 #include "backends/xlsx/strings.h"
 #include "backends/xlsx/table.h"
 #include "backends/xlsx/workbook.h"
@@ -144,15 +145,17 @@ class ReaderXLSX::Learned {
     if (kept && (kept->is_complete || kept->columns[place.column].kind != ColumnKind::unknown)) return *kept;
     Table& table = tables_[place.sheet];
     const uint64_t most_bytes = mirn3::mem::memory_bank / share_kept;
+    const auto read = [&](const std::vector<uint32_t>* only) {
+      ReadAhead sheet(package_.open(table.sheet.part));
+      return read_columns(sheet, table.layout, book_, strings_, only, most_bytes);
+    };
     // A sheet that turned out to be too large for all of its columns stays so.
-    auto columns = kept ? std::nullopt
-                        : read_columns(*package_.open(table.sheet.part), table.layout, book_, strings_,
-                                       nullptr, most_bytes);
+    auto columns = kept ? std::nullopt : read(nullptr);
     const bool is_complete = columns.has_value();
     if (!columns) {
       std::vector<uint32_t> only{place.column};
       if (table.layout.time) only.push_back(*table.layout.time);
-      columns = read_columns(*package_.open(table.sheet.part), table.layout, book_, strings_, &only, 0);
+      columns = read(&only);
     }
     if (table.layout.time) {
       ColumnValues& time = (*columns)[*table.layout.time];
