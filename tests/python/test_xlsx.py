@@ -9,6 +9,7 @@ import kvalo
 import numpy as np
 import openpyxl
 import pytest
+from conftest import run_script
 
 UTC = datetime.UTC
 SHEET = '<worksheet xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main"><sheetData>{}</sheetData></worksheet>'
@@ -279,3 +280,16 @@ def test_recorded_workbooks(data_folder, name):
             y = [item.tag(value) for value in y]
         assert y == approx(values)
         assert list(item.xdata) == list(range(len(values)))
+
+
+def test_a_sheet_that_is_too_large_to_keep(tmp_path):
+    path = saved(tmp_path / "a.xlsx", [["t", "a", "mode"], *([i, i * 2, f"m{i % 3}"] for i in range(5000))])
+    script = (
+        "import sys, kvalo; c = kvalo.Container(path=sys.argv[1])\n"
+        "for name in ('mode', 'a', 'mode'):\n"
+        "    c[name].load(); print(c[name].xdata[4999], c[name].ydata[4998], c[name].ydata[4999])"
+    )
+    done = run_script(script, str(path), KVALO_MEMORY_BANK="100000", KVALO_HOME=str(tmp_path))
+    assert done.stdout.split("\n")[:3] == ["4999.0 0.0 1.0", "4999.0 9996.0 9998.0", "4999.0 0.0 1.0"], (
+        done.stderr
+    )
