@@ -116,13 +116,6 @@ void attach(ContainerObject* self, std::shared_ptr<Container> container, Contain
   post_init(self);
 }
 
-// A script object for a container that was made without one.
-Ref show_container(std::shared_ptr<Container> container, ContainerRequest request) {
-  Ref object = checked(container_new(&ContainerType, nullptr, nullptr));
-  attach(self_of(object.get()), std::move(container), std::move(request));
-  return object;
-}
-
 void open_file(ContainerObject* self, ContainerRequest request) {
   const bool with_plugin = request.plugin.size() >= 2;
   std::shared_ptr<Container> container = with_plugin
@@ -389,6 +382,12 @@ PyMethodDef container_methods[] = {
 
 ContainerObject* as_container(PyObject* object) noexcept {
   return object != nullptr && PyObject_TypeCheck(object, &ContainerType) ? self_of(object) : nullptr;
+}
+
+Ref show_container(std::shared_ptr<Container> container, ContainerRequest request) {
+  Ref object = checked(container_new(&ContainerType, nullptr, nullptr));
+  attach(self_of(object.get()), std::move(container), std::move(request));
+  return object;
 }
 
 void merge_file(ContainerObject* self, const std::string& path) {

@@ -32,6 +32,9 @@ extern PyTypeObject ContainerType;
 // The object as a container when it is one (or a subtype), else null; accepts null.
 ContainerObject* as_container(PyObject* object) noexcept;
 
+// A new script object for a container that was made without one. Throws python_error.
+Ref show_container(std::shared_ptr<Container> container, ContainerRequest request = {});
+
 // Reads another file into a container and shows its new variables. Throws mirn3::exc::error_t, python_error.
 void merge_file(ContainerObject* container, const std::string& path);
 

@@ -1,6 +1,7 @@
 // Reader choice and container assembly.
 #include "containers/creation.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <fstream>
@@ -18,6 +19,7 @@
 #include "runtime/log.h"
 #include "runtime/sys.h"
 #include "runtime/unpack.h"
+#include "runtime/zip_cache.h"
 
 #ifndef KVALO_PYARROW_VERSION
 #define KVALO_PYARROW_VERSION "26.0"  // built without the package
@@ -36,9 +38,30 @@ using ReaderPtr = std::shared_ptr<rd::Reader>;
 
 constexpr const char* incompatible = "File is not compatible with any built-in loaders or plugins";
 
+// Archives within archives: how deep we are, and how many were opened on the way.
+struct Nesting {
+  static constexpr int deepest = 4;
+  static constexpr int most_archives = 32;
+
+  int depth = 0;
+  int archives = 0;
+};
+
+class Deeper {
+ public:
+  explicit Deeper(Nesting& nesting) : nesting_(nesting) { ++nesting_.depth; }
+  ~Deeper() { --nesting_.depth; }
+  Deeper(const Deeper&) = delete;
+  Deeper& operator=(const Deeper&) = delete;
+
+ private:
+  Nesting& nesting_;
+};
+
 // What the rules look at, gathered as they need it.
 struct Candidate {
   fs::path path;
+  Nesting& nesting;
   std::string explanation;  // why the likeliest reader did not fit, for the log
 
   // The first bytes of the file; fewer when it is shorter.
@@ -60,6 +83,8 @@ ReaderPtr not_yet(const Candidate& candidate, Format format) {
       fmt::format("'{:s}' is {:s}, which this version cannot read yet", candidate.path.string(), format));
 }
 
+constexpr rd::Backend xlsx_backend{"xlsx", "XLSX workbooks", "install the package libminizip1"};
+
 // HDF5 files carry their signature at offset 0 or at a power of two from 512 on.
 bool is_hdf5(const Candidate& candidate) {
   constexpr std::string_view signature("\x89HDF\r\n\x1a\n", 8);
@@ -79,11 +104,81 @@ bool first_line_has_fmt(const Candidate& candidate) {
          std::string_view::npos;
 }
 
-ReaderPtr archive(const Candidate& candidate) {
-  for (const char* extension : {".7z", ".zip", ".tar.gz"}) {
-    if (candidate.has_extension(extension)) return not_yet(candidate, "an archive");
+struct ArchiveFormat {
+  const char* extension;
+  mirn3::zip::Extract extract;
+};
+constexpr ArchiveFormat archive_formats[] = {
+    {".7z", mirn3::zip::extract_7zip},
+    {".zip", mirn3::zip::extract_zip},
+    {".tar.gz", mirn3::zip::extract_tgz},
+};
+
+ReaderPtr choose_reader(const fs::path& path, Nesting& nesting);
+
+// What programs put beside the data: names that begin with a point, and resource forks.
+bool is_hidden(const fs::path& file) {
+  return std::any_of(file.begin(), file.end(), [](const fs::path& part) {
+    return part.native().starts_with('.') || part == "__MACOSX";
+  });
+}
+
+// Whether a reader that was chosen for the name of its file alone can do something with it.
+bool is_readable(const fs::path& file, const rd::Reader& chosen, Nesting& nesting) {
+  if (dynamic_cast<const rd::ReaderDelimited*>(&chosen) != nullptr) return true;
+  const ReaderPtr trial = choose_reader(file, nesting);  // a reader is scanned once only
+  without_gil([&] { trial->scan(); });
+  return !trial->variables().empty();
+}
+
+// The first file that can be read, in name order.
+ReaderPtr first_readable(const Candidate& candidate, const mirn3::zip::Unpacked& unpacked) {
+  std::string reason = "it is empty";
+  Nesting& nesting = candidate.nesting;
+  for (const fs::path& file : unpacked.files) {
+    if (is_hidden(file.lexically_relative(unpacked.folder))) continue;
+    try {
+      const Deeper level(nesting);
+      ReaderPtr reader = choose_reader(file, nesting);
+      if (unpacked.files.size() == 1 || is_readable(file, *reader, nesting)) return reader;
+      reason = "no file holds variables";
+    } catch (const std::bad_alloc&) {
+      throw;
+    } catch (const std::exception& error) {
+      mirn3::log::write(mirn3::log::info, fmt::format("'{:s}' in '{:s}' was passed over: {:s}", file.string(),
+                                                      candidate.path.string(), error.what()));
+      reason = error.what();
+    }
   }
-  return nullptr;
+  throw error_t(
+      fmt::format("No file in the archive '{:s}' can be read: {:s}", candidate.path.string(), reason));
+}
+
+ReaderPtr archive(const Candidate& candidate) {
+  const auto* format = std::find_if(std::begin(archive_formats), std::end(archive_formats),
+                                    [&](const auto& row) { return candidate.has_extension(row.extension); });
+  if (format == std::end(archive_formats)) return nullptr;
+  Nesting& nesting = candidate.nesting;
+  if (nesting.depth >= Nesting::deepest) {
+    throw error_t(fmt::format("'{:s}' lies in too many archives: unpack them", candidate.path.string()));
+  }
+  if (++nesting.archives > Nesting::most_archives) {
+    throw error_t("There are too many archives within archives: unpack the outer one");
+  }
+  const mirn3::zip::Unpacked unpacked =
+      without_gil([&] { return mirn3::zip::unpack_to_cache(candidate.path, format->extract); });
+  if (nesting.depth == 0 && archive_table != nullptr) {
+    Extraction& record = (*archive_table)[candidate.path.string()];
+    record.folder = unpacked.folder;
+    record.files = unpacked.files;
+  }
+  ReaderPtr reader = first_readable(candidate, unpacked);
+  if (nesting.depth == 0 && archive_table != nullptr) {
+    auto& readers = (*archive_table)[candidate.path.string()].readers;
+    std::erase_if(readers, [](const auto& known) { return known.expired(); });
+    readers.push_back(reader);
+  }
+  return reader;
 }
 
 ReaderPtr not_a_regular_file(const Candidate& candidate) {
@@ -105,7 +200,7 @@ ReaderPtr mat(const Candidate& candidate) {
   return candidate.has_extension(".mat") ? rd::make_backend_reader(backend, candidate.path) : nullptr;
 }
 ReaderPtr xlsx(const Candidate& candidate) {
-  return candidate.has_extension(".xlsx") ? not_yet(candidate, "an XLSX workbook") : nullptr;
+  return candidate.has_extension(".xlsx") ? rd::make_backend_reader(xlsx_backend, candidate.path) : nullptr;
 }
 ReaderPtr delimited(const Candidate& candidate) {
   const char delimiter = rd::probe_delimiter(candidate.path, &const_cast<Candidate&>(candidate).explanation);
@@ -139,6 +234,16 @@ using Rule = ReaderPtr (*)(const Candidate&);
 constexpr Rule rules[] = {
     archive, not_a_regular_file, hdf5, mat, xlsx, delimited, parquet, ardupilot_bin, ardupilot_txt, wav,
 };
+
+ReaderPtr choose_reader(const fs::path& path, Nesting& nesting) {
+  Candidate candidate{.path = path, .nesting = nesting, .explanation = {}};
+  if (!sys::exists(candidate.path)) throw error_t(fmt::format("File {} not found", candidate.path.string()));
+  for (const Rule rule : rules) {
+    if (ReaderPtr reader = rule(candidate)) return reader;
+  }
+  if (!candidate.explanation.empty()) mirn3::log::write(mirn3::log::warning, candidate.explanation);
+  throw error_t(incompatible);
+}
 
 fs::path normalised(fs::path path) { return path.make_preferred(); }
 
@@ -183,13 +288,8 @@ std::shared_ptr<Container> assemble(const ReaderPtr& reader, bool enter) {
 
 ReaderPtr create_reader_from_file(const fs::path& path) {
   const Trace trace("create_reader_from_file");
-  Candidate candidate{.path = normalised(path), .explanation = {}};
-  if (!sys::exists(candidate.path)) throw error_t(fmt::format("File {} not found", candidate.path.string()));
-  for (const Rule rule : rules) {
-    if (ReaderPtr reader = rule(candidate)) return reader;
-  }
-  if (!candidate.explanation.empty()) mirn3::log::write(mirn3::log::warning, candidate.explanation);
-  throw error_t(incompatible);
+  Nesting nesting;
+  return choose_reader(normalised(path), nesting);
 }
 
 ReaderPtr create_reader_from_file(const fs::path& path, const fs::path& plugin) {
@@ -252,7 +352,7 @@ std::shared_ptr<Container> create_container_from_realtime(const fs::path& plugin
 }
 
 std::shared_ptr<Container> create_container_from_window(const Container& whole, rd::TimeWindow window) {
-  const fs::path path = whole.readers().empty() ? fs::path() : whole.readers().front()->path();
+  const fs::path path = whole.readers().empty() ? fs::path() : source_path(*whole.readers().front());
   auto piece = std::make_shared<Container>();
   piece->insert_reader(std::make_shared<rd::ReaderWindow>(path, whole.variables(), window), true);
   bank().add(piece);
@@ -260,11 +360,10 @@ std::shared_ptr<Container> create_container_from_window(const Container& whole, 
 }
 
 fs::path source_path(const rd::Reader& reader) {
-  if (archive_table != nullptr) {
-    for (const auto& [archive_path, extraction] : *archive_table) {
-      for (const fs::path& file : extraction.files) {
-        if (file == reader.path()) return archive_path;
-      }
+  if (archive_table == nullptr) return reader.path();
+  for (const auto& [archive_path, extraction] : *archive_table) {
+    for (const auto& known : extraction.readers) {
+      if (known.lock().get() == &reader) return archive_path;
     }
   }
   return reader.path();

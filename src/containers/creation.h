@@ -16,6 +16,8 @@ namespace mirn2 {
 struct Extraction {
   std::filesystem::path folder;
   std::vector<std::filesystem::path> files;
+  // Made over its files. Two archives with the same content share the files, never the readers.
+  std::vector<std::weak_ptr<rd::Reader>> readers;
 };
 
 // By the archive's path.

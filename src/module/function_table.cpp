@@ -1,6 +1,7 @@
 #include "module/function_table.h"
 
 #include "charts/export.h"
+#include "containers/clipboard.h"
 #include "containers/functions.h"
 #include "functions/angles.h"
 #include "functions/calculus.h"
@@ -37,7 +38,7 @@ PyMethodDef function_table[] = {
     {"create_array_random", fn::create_array_random, positional, "Create new kvalo.Array object with random values between -1.0 and 1.0"},
     {"create_array_ones", fn::create_array_ones, positional, "Create new kvalo.Array object with all values set to 1.0"},
     {"create_array_zeros", fn::create_array_zeros, positional, "Create new kvalo.Array object with all values set to 0.0"},
-    {"create_from_clipboard", unavailable<"create_from_clipboard">, positional, "Create new kvalo.Container object from clipboard content"},
+    {"create_from_clipboard", fn::create_from_clipboard, positional, "Create new kvalo.Container object from clipboard content"},
     {"create_chirp", with_keywords(fn::create_chirp), keyworded, "Create new kvalo.TimeSeries object with a chirp signal in the y-axis"},
     {"create_const", with_keywords(fn::create_const), keyworded, "Create new kvalo.TimeSeries object with a constant value in the y-axis"},
     {"create_ramp", with_keywords(fn::create_ramp), keyworded, "Create new kvalo.TimeSeries object with a ramp signal in the y-axis"},

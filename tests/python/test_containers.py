@@ -126,11 +126,11 @@ HDF5_SIGNATURE = b"\x89HDF\r\n\x1a\n"
 
 # Each file would also satisfy a later rule; the error, or the reader, tells which rule came first.
 ORDER = [
-    ("archive before delimited", "x.zip", "t,a\n0,1\n1,2\n", "an archive"),
+    ("archive before delimited", "x.zip", "t,a\n0,1\n1,2\n", "no zip archive"),
     ("HDF5 before its extension", "x.mat", HDF5_SIGNATURE, "an HDF5 file"),
     ("HDF5 behind a user block", "x.dat", b"\0" * 512 + HDF5_SIGNATURE, "an HDF5 file"),
     ("MAT before delimited", "x.mat", "t,a\n0,1\n1,2\n", "a MAT file"),
-    ("XLSX before delimited", "x.xlsx", "t,a\n0,1\n1,2\n", "an XLSX workbook"),
+    ("XLSX before delimited", "x.xlsx", "t,a\n0,1\n1,2\n", "no XLSX workbook"),
     ("delimited before Parquet", "x.parquet", "t,a\n0,1\n1,2\n", None),
     ("delimited before WAV", "x.wav", "t,a\n0,1\n1,2\n", None),
     ("delimited before text logs", "x.log", "FMT, a\n0, 1\n1, 2\n", None),

@@ -1,0 +1,33 @@
+// The reader of XLSX workbooks: every sheet that holds data is a table, a group of variables when there are
+// several. docs/formats/xlsx.md says what becomes of titles, dates, texts and empty cells.
+//
+// A sheet can only be read as a whole, so the first load keeps all of its columns for the next ones.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "readers/reader.h"
+
+namespace mirn2::rd {
+
+class ReaderXLSX : public Reader {
+ public:
+  explicit ReaderXLSX(std::filesystem::path source);
+  ~ReaderXLSX() override;
+
+  void scan() override;
+  void load(rto_t& request) override;
+  void forget() noexcept override;
+
+ private:
+  class Learned;
+
+  // What is known of the file as it is now; learned anew when it has changed.
+  std::shared_ptr<Learned> learn();
+
+  std::mutex learned_guard_;  // never held while memory is charged
+  std::shared_ptr<Learned> learned_;
+};
+
+}  // namespace mirn2::rd

@@ -1,0 +1,133 @@
+"""The clipboard of a desktop of our own (Xvfb), which another program (xclip) owns."""
+
+import os
+import shutil
+import subprocess
+import sys
+import time
+
+import pytest
+
+SCRIPT = """
+import sys, kvalo
+try:
+    c = kvalo.create_from_clipboard()
+except Exception as error:
+    print(type(error).__name__, error)
+else:
+    for series in c.__dict__.values(): series.load()
+    print(c, c.get_path(), {n: (list(s.xdata), list(s.ydata)) for n, s in c.__dict__.items()})
+"""
+INCOMPATIBLE = "Exception Clipboard data is not compatible with any built-in loaders"
+
+
+@pytest.fixture(scope="module")
+def display():
+    missing = [program for program in ("Xvfb", "xclip") if shutil.which(program) is None]
+    if missing and os.geteuid() == 0:
+        subprocess.run(["apt-get", "-qq", "-y", "install", "xvfb", "xclip"], capture_output=True, check=False)
+        missing = [program for program in missing if shutil.which(program) is None]
+    if missing:
+        pytest.skip(f"no clipboard to test with: {', '.join(missing)} missing (packages xvfb, xclip)")
+    read, write = os.pipe()
+    server = subprocess.Popen(
+        ["Xvfb", "-displayfd", str(write), "-screen", "0", "64x64x24"],
+        pass_fds=[write],
+        stdout=subprocess.DEVNULL,
+        stderr=subprocess.DEVNULL,
+    )
+    os.close(write)
+    with os.fdopen(read) as number:
+        name = f":{number.readline().strip()}"
+    yield name
+    server.terminate()
+    server.wait()
+
+
+@pytest.fixture
+def clipboard(display):
+    """Gives a text to the clipboard and returns what a script makes of it."""
+    environment = {**os.environ, "DISPLAY": display}
+    environment.pop("WAYLAND_DISPLAY", None)
+    owners = []
+
+    def run(text: bytes | None, **more: str) -> str:
+        if text is not None:
+            owner = subprocess.Popen(
+                ["xclip", "-quiet", "-selection", "clipboard"],
+                stdin=subprocess.PIPE,
+                stderr=subprocess.DEVNULL,
+                env=environment,
+            )
+            owners.append(owner)
+            owner.stdin.write(text)
+            owner.stdin.close()
+            wait_for_owner(environment, text)
+        script = [sys.executable, "-c", SCRIPT]
+        done = subprocess.run(script, env={**environment, **more}, capture_output=True, text=True, timeout=60)
+        assert done.returncode == 0, done.stderr
+        return done.stdout
+
+    run.owners = owners
+    yield run
+    for owner in owners:
+        owner.kill()
+        owner.wait()
+
+
+def wait_for_owner(environment, text: bytes) -> None:
+    ask = ["xclip", "-selection", "clipboard", "-o"]
+    for _ in range(200):
+        if subprocess.run(ask, env=environment, capture_output=True).stdout == text:
+            return
+        time.sleep(0.05)
+    pytest.fail("xclip did not take the clipboard over")
+
+
+def test_tab_comes_first(clipboard):
+    out = clipboard(b"time\ta,b\tc\n0\t1,5\t2\n1\t3,5\t4\n2\t5,5\t6\n")
+    assert out.startswith("2 variables [''] {'a_b': ([0.0, 1.0, 2.0], [1.0, 3.0, 5.0]), 'c': ")
+
+
+@pytest.mark.parametrize("delimiter", [",", ";", "|"])
+def test_other_delimiters_and_line_ends(clipboard, delimiter):
+    text = "time,a\r\n0,1\r\n1,2\r\n".replace(",", delimiter)
+    assert "{'a': ([0.0, 1.0], [1.0, 2.0])}" in clipboard(text.encode())
+
+
+def test_a_long_text(clipboard):
+    """Longer than what one answer of the owner holds."""
+    rows = 300_000
+    text = "time,a\n" + "".join(f"{i},{i}\n" for i in range(rows))
+    assert f"{rows - 1}.0])}}" in clipboard(text.encode())
+
+
+@pytest.mark.parametrize("text", [b"just words", b"a,b\n1\n2\n", b"\n"])
+def test_other_text_is_rejected(clipboard, text):
+    assert clipboard(text).strip() == INCOMPATIBLE
+
+
+def test_no_text_and_no_desktop(clipboard, display):
+    assert clipboard(None).strip() == "Exception Could not open read clipboard"
+    assert clipboard(None, DISPLAY=":12345").strip() == "Exception Could not open clipboard"
+    assert clipboard(None, DISPLAY="").strip() == "Exception Could not open clipboard"
+
+
+def test_an_owner_that_hangs(clipboard):
+    clipboard(b"time,a\n0,1\n1,2\n")
+    clipboard.owners[-1].send_signal(subprocess.signal.SIGSTOP)
+    assert clipboard(None).strip() == "Exception Error while reading data from clipboard"
+
+
+def test_libclipboard_is_preferred(clipboard, tmp_path):
+    """Where it is installed; a library of its interface stands for it here."""
+    source = tmp_path / "clipboard.c"
+    source.write_text(
+        "#include <string.h>\n"
+        "void *clipboard_new(void *options) { static int it; return options ? 0 : &it; }\n"
+        'char *clipboard_text(void *it) { return strdup("t;a\\n0;7\\n1;8\\n"); }\n'
+        "void clipboard_free(void *it) {}\n"
+    )
+    command = ["cc", "-shared", "-fPIC", "-o", str(tmp_path / "libclipboard.so"), str(source)]
+    subprocess.run(command, check=True)
+    assert "[7.0, 8.0]" in clipboard(None, LD_LIBRARY_PATH=str(tmp_path))

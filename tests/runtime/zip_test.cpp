@@ -1,0 +1,280 @@
+// Unpacking: what may come out of an archive, what never does, and the cache of unpacked archives.
+// Archives are written with libarchive itself, so that any entry can be made.
+#include "runtime/zip.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <clocale>
+#include <fstream>
+
+#include "home.h"
+#include "runtime/exc.h"
+#include "runtime/sys.h"
+#include "runtime/zip_cache.h"
+#include "runtime/zip_entry_name.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace zip = mirn3::zip;
+using testing::HasSubstr;
+
+struct Made {
+  std::string name;
+  std::string content;
+  unsigned type = AE_IFREG;
+  std::string link = "";
+};
+
+// The functions that write archives, out of the library that the runtime opens itself.
+template <typename Function>
+Function* writer(const char* name) {
+  static void* const handle = dlopen("libarchive.so.13", RTLD_NOW);
+  return reinterpret_cast<Function*>(dlsym(handle, name));
+}
+#define WRITER(name) writer<decltype(::name)>(#name)
+
+struct Format {
+  const char* extension;
+  zip::Extract extract;
+  int (*layout)(archive*);
+  bool gzip;
+};
+const Format formats[] = {
+    {"zip", zip::extract_zip, WRITER(archive_write_set_format_zip), false},
+    {"7z", zip::extract_7zip, WRITER(archive_write_set_format_7zip), false},
+    {"tar.gz", zip::extract_tgz, WRITER(archive_write_set_format_pax_restricted), true},
+};
+const Format& zip_format = formats[0];
+const Format& tgz_format = formats[2];
+
+class Zip : public Home {
+ protected:
+  fs::path pack(const Format& format, const std::vector<Made>& entries, const std::string& stem = "a") const {
+    const fs::path path = folder / (stem + "." + format.extension);
+    std::setlocale(LC_CTYPE, "C.UTF-8");  // for the writer; readers must do without
+    archive* out = WRITER(archive_write_new)();
+    format.layout(out);
+    if (format.gzip) WRITER(archive_write_add_filter_gzip)(out);
+    EXPECT_EQ(WRITER(archive_write_open_filename)(out, path.c_str()), ARCHIVE_OK);
+    for (const Made& made : entries) {
+      archive_entry* entry = WRITER(archive_entry_new)();
+      WRITER(archive_entry_set_pathname)(entry, made.name.c_str());
+      WRITER(archive_entry_set_filetype)(entry, made.type);
+      WRITER(archive_entry_set_perm)(entry, 0644);
+      WRITER(archive_entry_set_size)(entry, static_cast<la_int64_t>(made.content.size()));
+      if (made.type == AE_IFLNK) WRITER(archive_entry_set_symlink)(entry, made.link.c_str());
+      if (made.type == AE_IFREG && !made.link.empty()) {
+        WRITER(archive_entry_set_hardlink)(entry, made.link.c_str());
+      }
+      WRITER(archive_write_header)(out, entry);
+      WRITER(archive_write_data)(out, made.content.data(), made.content.size());
+      WRITER(archive_entry_free)(entry);
+    }
+    WRITER(archive_write_free)(out);
+    std::setlocale(LC_CTYPE, "C");
+    return path;
+  }
+
+  std::map<std::string, std::string> unpack(const Format& format, const fs::path& path,
+                                            const zip::Limits& limits = {}) const {
+    const fs::path target = folder / "out";
+    fs::remove_all(target);
+    fs::create_directory(target);
+    std::map<std::string, std::string> files;
+    for (const zip::Entry& entry : format.extract(path, target, limits)) {
+      files[entry.name] = content(target / entry.name);
+      EXPECT_EQ(files[entry.name].size(), entry.size);
+    }
+    return files;
+  }
+
+  std::string failure(const Format& format, const fs::path& path, const zip::Limits& limits = {}) const {
+    return message_of<mirn3::exc::error_t>([&] { unpack(format, path, limits); });
+  }
+
+  fs::path cache() const { return folder / "cache"; }
+  size_t cached() const {
+    return static_cast<size_t>(std::distance(fs::directory_iterator(cache()), fs::directory_iterator()));
+  }
+};
+
+TEST(EntryName, StaysInTheFolderOrIsRefused) {
+  const std::pair<const char*, const char*> good[] = {
+      {"a.csv", "a.csv"},
+      {"./a//b/", "a/b"},
+      {"a\\b.csv", "a/b.csv"},
+      {"...", "..."},
+      {"./", ""},
+      {"gr\xC3\xB6\xC3\x9F"
+       "e",
+       "gr\xC3\xB6\xC3\x9F"
+       "e"},
+      {"a\xF6", "a%F6"},
+      {"a\nb", "a%0Ab"},
+      {"\xED\xA0\x80", "%ED%A0%80"},
+      {"\xC0\xAE\xC0\xAE/x", "%C0%AE%C0%AE/x"},
+      {"ab:c", "ab:c"},
+  };
+  for (const auto& [raw, name] : good) EXPECT_EQ(zip::entry_name(raw), name) << raw;
+  const std::string bad[] = {"",
+                             "/etc/x",
+                             "..",
+                             "../x",
+                             "a/../../x",
+                             "a\\..\\x",
+                             "\\x",
+                             "C:x",
+                             "c:\\x",
+                             std::string(256, 'n'),
+                             std::string(3000, '/')};
+  for (const std::string& raw : bad) EXPECT_THROW(zip::entry_name(raw), mirn3::exc::error_t) << raw;
+}
+
+TEST_F(Zip, EveryFormatGivesBackItsFiles) {
+  const std::string big(300'000, 'x');
+  for (const Format& format : formats) {
+    const auto path =
+        pack(format, {{"b.csv", "1,2"}, {"d/", "", AE_IFDIR}, {"d/a.csv", big}, {"gr\xC3\xB6.txt", ""}});
+    const std::map<std::string, std::string> expected = {
+        {"b.csv", "1,2"}, {"d/a.csv", big}, {"gr\xC3\xB6.txt", ""}};
+    EXPECT_TRUE(unpack(format, path) == expected) << format.extension;
+  }
+}
+
+TEST_F(Zip, NothingLeavesTheFolder) {
+  for (const char* name : {"../evil.csv", "d/../../evil.csv", "/tmp/kvalo-evil.csv", "..\\evil.csv"}) {
+    for (const Format& format : {zip_format, tgz_format}) {
+      EXPECT_THAT(failure(format, pack(format, {{"a.csv", "1"}, {name, "evil"}})), HasSubstr("refused"))
+          << name;
+    }
+  }
+  EXPECT_FALSE(fs::exists(folder / "evil.csv"));
+  EXPECT_FALSE(fs::exists("/tmp/kvalo-evil.csv"));
+}
+
+TEST_F(Zip, LinksAndDevicesAreLeftOut) {
+  const auto files = unpack(tgz_format, pack(tgz_format, {{"l", "", AE_IFLNK, "/etc"},
+                                                          {"l/passwd", "mine"},
+                                                          {"h", "", AE_IFREG, "/etc/passwd"},
+                                                          {"p", "", AE_IFIFO},
+                                                          {"c", "", AE_IFCHR}}));
+  EXPECT_THAT(files, testing::ElementsAre(testing::Pair("l/passwd", "mine")));
+  EXPECT_EQ(log_lines("is a link or a device").size(), 4u);
+}
+
+TEST_F(Zip, TheLastOfEqualNamesStays) {
+  const auto path = pack(tgz_format, {{"a", "first one"}, {"./a", "last"}});
+  EXPECT_THAT(unpack(tgz_format, path), testing::ElementsAre(testing::Pair("a", "last")));
+  EXPECT_THAT(failure(tgz_format, pack(tgz_format, {{"a", "file"}, {"a/b", "below"}})),
+              HasSubstr("a file and a folder"));
+  EXPECT_THAT(failure(tgz_format, pack(tgz_format, {{"a/b", "below"}, {"a", "file"}})),
+              HasSubstr("a file and a folder"));
+}
+
+TEST_F(Zip, LimitsHold) {
+  const std::string zeros(1'000'000, '\0');
+  for (const Format& format : formats) {
+    const auto path = pack(format, {{"a", zeros}, {"b", zeros}});
+    EXPECT_EQ(unpack(format, path, {.bytes = 2'000'000}).size(), 2u);
+    EXPECT_THAT(failure(format, path, {.bytes = 1'999'999}), HasSubstr("unpacks to more than"));
+    EXPECT_THAT(failure(format, path, {.entries = 1}), HasSubstr("more than 1 entries"));
+  }
+}
+
+// Whatever byte is wrong: either an error, or the very content.
+TEST_F(Zip, DamageIsFound) {
+  std::string text;
+  for (int i = 0; i < 3000; ++i) text += std::to_string(i * 7919 % 10007) + (i % 5 == 0 ? "\n" : ",");
+  for (const Format& format : formats) {
+    const auto path = pack(format, {{"a.csv", text}});
+    const std::string whole = content(path);
+    for (size_t cut : {size_t{0}, size_t{10}, whole.size() / 2, whole.size() - 1}) {
+      std::ofstream(path, std::ios::binary) << whole.substr(0, cut);
+      EXPECT_THAT(failure(format, path), HasSubstr("is damaged or no"))
+          << format.extension << " cut at " << cut;
+    }
+    for (size_t at = 0; at < whole.size(); at += 53) {
+      std::string wrong = whole;
+      wrong[at] = static_cast<char>(wrong[at] ^ 0x10);
+      std::ofstream(path, std::ios::binary) << wrong;
+      try {
+        for (const auto& [name, found] : unpack(format, path)) EXPECT_EQ(found == text, true) << at;
+      } catch (const mirn3::exc::error_t&) {
+      }
+    }
+  }
+}
+
+TEST_F(Zip, UnpackedOnceAndFoundByContent) {
+  const auto path = pack(zip_format, {{"a.csv", "1,2"}});
+  const auto first = zip::unpack_to_cache(path, zip::extract_zip);
+  ASSERT_EQ(first.files.size(), 1u);
+  const auto made = mirn3::sys::file_stamp(first.files[0]);
+  fs::rename(path, folder / "elsewhere.zip");
+  const auto again = zip::unpack_to_cache(folder / "elsewhere.zip", zip::extract_zip);
+  EXPECT_EQ(again.files, first.files);
+  EXPECT_EQ(mirn3::sys::file_stamp(first.files[0]), made);
+
+  // In place, same size, same time.
+  const auto time = fs::last_write_time(folder / "elsewhere.zip");
+  fs::copy_file(pack(zip_format, {{"a.csv", "3,4"}}), folder / "elsewhere.zip",
+                fs::copy_options::overwrite_existing);
+  fs::last_write_time(folder / "elsewhere.zip", time);
+  const auto changed = zip::unpack_to_cache(folder / "elsewhere.zip", zip::extract_zip);
+  EXPECT_EQ(content(changed.files.at(0)), "3,4");
+  EXPECT_EQ(content(first.files[0]), "1,2");
+
+  // A file of the cache that is cut or gone is unpacked anew.
+  std::ofstream(changed.files[0]) << "3";
+  EXPECT_EQ(content(zip::unpack_to_cache(folder / "elsewhere.zip", zip::extract_zip).files.at(0)), "3,4");
+  fs::remove_all(changed.folder);
+  EXPECT_EQ(content(zip::unpack_to_cache(folder / "elsewhere.zip", zip::extract_zip).files.at(0)), "3,4");
+}
+
+TEST_F(Zip, ProcessesAtOnceAndKillsLeaveWholeFolders) {
+  const auto path = pack(tgz_format, {{"a.csv", std::string(5'000'000, '7')}});
+  const auto is_whole = [&] {
+    const auto found = zip::unpack_to_cache(path, zip::extract_tgz);
+    return found.files.size() == 1 && content(found.files[0]) == std::string(5'000'000, '7');
+  };
+  for (int round = 0; round < 5; ++round) {
+    fs::remove_all(cache());
+    std::vector<pid_t> others;
+    for (int i = 0; i < 4; ++i) others.push_back(start_process(is_whole));
+    for (const pid_t other : others) EXPECT_EQ(wait_for(other), 0);
+    EXPECT_EQ(cached(), 1u);
+  }
+  for (int delay = 0; delay < 10; ++delay) {
+    fs::remove_all(cache() / zip::unpack_to_cache(path, zip::extract_tgz).folder.parent_path());
+    const pid_t other = start_process(is_whole);
+    ::usleep(static_cast<useconds_t>(delay * 2000));
+    ::kill(other, SIGKILL);
+    wait_for(other);
+    EXPECT_TRUE(is_whole());
+  }
+}
+
+TEST_F(Zip, LeftoversAndStaleFoldersGo) {
+  const auto other = zip::unpack_to_cache(pack(zip_format, {{"a", "1"}}, "other"), zip::extract_zip);
+  const auto stale = zip::unpack_to_cache(pack(zip_format, {{"a", "2"}}, "stale"), zip::extract_zip);
+  fs::create_directories(cache() / ".tmp-killed" / "files");
+  fs::create_directory(cache() / ".tmp-young");
+  fs::create_directory(cache() / "not ours");
+  const auto now = fs::file_time_type::clock::now();
+  fs::last_write_time(cache() / ".tmp-killed", now - std::chrono::minutes(5));
+  fs::last_write_time(other.folder.parent_path(), now - std::chrono::hours(24 * 29));
+  fs::last_write_time(stale.folder.parent_path(), now - std::chrono::hours(24 * 31));
+  zip::unpack_to_cache(pack(zip_format, {{"a", "3"}}), zip::extract_zip);
+  EXPECT_TRUE(fs::exists(other.files[0]));
+  EXPECT_FALSE(fs::exists(stale.folder));
+  EXPECT_FALSE(fs::exists(cache() / ".tmp-killed"));
+  EXPECT_TRUE(fs::exists(cache() / ".tmp-young"));
+  EXPECT_TRUE(fs::exists(cache() / "not ours"));
+}
+
+}  // namespace
