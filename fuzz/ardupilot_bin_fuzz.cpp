@@ -1,7 +1,5 @@
 // Fuzzes the reader of ArduPilot binary logs: any bytes are scanned, then every variable is loaded and
 // compared with a plain walk over the same bytes that is written here without a thought of speed.
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -13,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "memory_file.h"
 #include "readers/ardupilot_bin.h"
 
 namespace {
@@ -29,17 +28,6 @@ constexpr size_t most_texts = 4;  // text fields go through the tag store, which
   std::fprintf(stderr, "ardupilot_bin_fuzz: %s\n", what.c_str());
   std::abort();
 }
-
-// A file in memory under a name that readers can open; leaves nothing behind.
-struct MemoryFile {
-  MemoryFile(const uint8_t* data, size_t size) : descriptor(memfd_create("log", 0)) {
-    if (descriptor < 0 || write(descriptor, data, size) != static_cast<ssize_t>(size))
-      complain("no memory file");
-  }
-  ~MemoryFile() { close(descriptor); }
-  std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor); }
-  int descriptor;
-};
 
 template <typename T>
 double number(const uint8_t* at) {

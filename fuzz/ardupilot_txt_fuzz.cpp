@@ -1,7 +1,5 @@
 // Fuzzes the reader of ArduPilot text logs: any bytes are scanned, then every variable is loaded and
 // compared with a plain walk over the same lines that is written here without a thought of speed.
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <charconv>
 #include <cstdint>
@@ -12,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "memory_file.h"
 #include "readers/ardupilot_txt.h"
 
 namespace {
@@ -26,17 +25,6 @@ constexpr size_t most_variables = 400;
   std::fprintf(stderr, "ardupilot_txt_fuzz: %s\n", what.c_str());
   std::abort();
 }
-
-// A file in memory under a name that readers can open; leaves nothing behind.
-struct MemoryFile {
-  MemoryFile(const uint8_t* data, size_t size) : descriptor(memfd_create("log", 0)) {
-    if (descriptor < 0 || write(descriptor, data, size) != static_cast<ssize_t>(size))
-      complain("no memory file");
-  }
-  ~MemoryFile() { close(descriptor); }
-  std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor); }
-  int descriptor;
-};
 
 std::vector<std::string> words_of(const std::string& line) {
   std::vector<std::string> words(1);

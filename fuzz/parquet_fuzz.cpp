@@ -1,7 +1,5 @@
 // Fuzzes the reader of Parquet files: any bytes are scanned, then every variable is loaded, twice. Failures
 // must be the reader's own, and x and y must have the same length.
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -12,6 +10,7 @@
 #include <vector>
 
 #include "backends/parquet/parquet.h"
+#include "memory_file.h"
 #include "runtime/exc.h"
 
 namespace {
@@ -23,17 +22,6 @@ constexpr size_t most_variables = 40;
   std::fprintf(stderr, "parquet_fuzz: %s\n", what.c_str());
   std::abort();
 }
-
-// A file in memory under a name that readers can open; leaves nothing behind.
-struct MemoryFile {
-  MemoryFile(const uint8_t* data, size_t size) : descriptor(memfd_create("parquet", 0)) {
-    if (descriptor < 0 || write(descriptor, data, size) != static_cast<ssize_t>(size))
-      complain("no memory file");
-  }
-  ~MemoryFile() { close(descriptor); }
-  std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor); }
-  int descriptor;
-};
 
 void gather(const std::vector<mirn2::rd::VariableNode>& nodes, std::vector<std::string>& names) {
   for (const auto& node : nodes) {

@@ -1,7 +1,5 @@
 // Fuzzes the reader of WAV files: any bytes are probed and scanned, then channels are loaded and compared
 // with samples that are fetched here one by one.
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -10,6 +8,7 @@
 #include <filesystem>
 #include <string>
 
+#include "memory_file.h"
 #include "readers/wav.h"
 #include "runtime/exc.h"
 
@@ -24,17 +23,6 @@ constexpr uint64_t most_channels = 300;  // naming 65535 of them takes longer th
   std::fprintf(stderr, "wav_fuzz: %s\n", what.c_str());
   std::abort();
 }
-
-// A file in memory under a name that readers can open; leaves nothing behind.
-struct MemoryFile {
-  MemoryFile(const uint8_t* data, size_t size) : descriptor(memfd_create("wav", 0)) {
-    if (descriptor < 0 || write(descriptor, data, size) != static_cast<ssize_t>(size))
-      complain("no memory file");
-  }
-  ~MemoryFile() { close(descriptor); }
-  std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor); }
-  int descriptor;
-};
 
 struct Bytes {
   const uint8_t* data;

@@ -350,10 +350,7 @@ void ReaderArduPilotBIN::scan() {
 
 std::shared_ptr<ReaderArduPilotBIN::Learned> ReaderArduPilotBIN::learn() {
   const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  {
-    std::lock_guard lock(guard_);
-    if (learned_ && learned_->stamp == stamp) return learned_;
-  }
+  if (auto known = kept_.of(stamp)) return known;
   forget();
   auto fresh = std::make_shared<Learned>(path_, stamp, lengths_of(formats));
   if (fresh->walk.why != ardupilot::End::complete && reported_ != stamp) {
@@ -365,15 +362,10 @@ std::shared_ptr<ReaderArduPilotBIN::Learned> ReaderArduPilotBIN::learn() {
                     100.0 * static_cast<double>(end) / static_cast<double>(size)));
     reported_ = stamp;
   }
-  std::lock_guard lock(guard_);
-  return learned_ = std::move(fresh);
+  return kept_.keep(std::move(fresh));
 }
 
-void ReaderArduPilotBIN::forget() noexcept {
-  std::shared_ptr<Learned> dropped;  // destroyed without the lock
-  std::lock_guard lock(guard_);
-  dropped.swap(learned_);
-}
+void ReaderArduPilotBIN::forget() noexcept { kept_.drop(); }
 
 void ReaderArduPilotBIN::load(rto_t& request) {
   const auto found = locations.find(std::string(request.name));

@@ -19,13 +19,13 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "readers/ardupilot_walk.h"
+#include "readers/kept.h"
 #include "readers/reader.h"
 #include "runtime/sys.h"
 
@@ -64,8 +64,7 @@ class ReaderArduPilotBIN : public Reader {
 
   std::map<uint8_t, Message> messages_;            // what the offered declarations say
   std::optional<mirn3::sys::FileStamp> reported_;  // the state of the file whose damage was logged
-  std::mutex guard_;                               // of learned_, never held while anything is done
-  std::shared_ptr<Learned> learned_;
+  Kept<Learned> kept_;
 };
 
 }  // namespace mirn2::rd

@@ -168,21 +168,13 @@ void ReaderArduPilotTXT::scan() {
 
 std::shared_ptr<ReaderArduPilotTXT::Learned> ReaderArduPilotTXT::learn() {
   const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  {
-    std::lock_guard lock(guard_);
-    if (learned_ && learned_->stamp == stamp) return learned_;
-  }
+  if (auto known = kept_.of(stamp)) return known;
   forget();
   auto fresh = std::make_shared<Learned>(path_, stamp, offered_);
-  std::lock_guard lock(guard_);
-  return learned_ = std::move(fresh);
+  return kept_.keep(std::move(fresh));
 }
 
-void ReaderArduPilotTXT::forget() noexcept {
-  std::shared_ptr<Learned> dropped;  // destroyed without the lock
-  std::lock_guard lock(guard_);
-  dropped.swap(learned_);
-}
+void ReaderArduPilotTXT::forget() noexcept { kept_.drop(); }
 
 void ReaderArduPilotTXT::load(rto_t& request) {
   const auto found = locations.find(std::string(request.name));

@@ -19,11 +19,11 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "readers/kept.h"
 #include "readers/reader.h"
 
 namespace mirn2::rd {
@@ -63,8 +63,7 @@ class ReaderArduPilotTXT : public Reader {
   std::shared_ptr<Learned> learn();
 
   std::vector<std::string> offered_;  // names of the offered messages, ascending
-  std::mutex guard_;                  // of learned_, never held while anything is done
-  std::shared_ptr<Learned> learned_;
+  Kept<Learned> kept_;
 };
 
 }  // namespace mirn2::rd

@@ -140,21 +140,13 @@ void ReaderWAV::scan() {
 
 std::shared_ptr<ReaderWAV::Learned> ReaderWAV::learn() {
   const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  {
-    std::lock_guard lock(guard_);
-    if (learned_ && learned_->stamp == stamp) return learned_;
-  }
+  if (auto known = kept_.of(stamp)) return known;
   forget();
   auto fresh = std::make_shared<Learned>(Learned{stamp, mirn3::sys::Mapping(path_)});
-  std::lock_guard lock(guard_);
-  return learned_ = std::move(fresh);
+  return kept_.keep(std::move(fresh));
 }
 
-void ReaderWAV::forget() noexcept {
-  std::shared_ptr<Learned> dropped;  // destroyed without the lock
-  std::lock_guard lock(guard_);
-  dropped.swap(learned_);
-}
+void ReaderWAV::forget() noexcept { kept_.drop(); }
 
 void ReaderWAV::load(rto_t& request) {
   request.x.reset();

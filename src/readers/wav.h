@@ -14,10 +14,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 
+#include "readers/kept.h"
 #include "readers/reader.h"
 #include "runtime/sys.h"
 
@@ -48,8 +48,7 @@ class ReaderWAV : public Reader {
   std::shared_ptr<Learned> learn();
 
   std::optional<mirn3::sys::FileStamp> reported_;  // the state of the file whose oddities were logged
-  std::mutex guard_;                               // of learned_, never held while anything is done
-  std::shared_ptr<Learned> learned_;
+  Kept<Learned> kept_;
 };
 
 }  // namespace mirn2::rd

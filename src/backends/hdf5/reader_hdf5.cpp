@@ -371,18 +371,13 @@ void ReaderHDF5::scan() {
 
 std::shared_ptr<ReaderHDF5::Learned> ReaderHDF5::learned() {
   const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  const std::lock_guard lock(learned_mutex_);
-  if (learned_ && learned_->stamp == stamp) return learned_;
+  if (auto known = kept_.of(stamp)) return known;
   auto fresh = std::make_shared<Learned>();
   fresh->stamp = stamp;
-  return learned_ = fresh;
+  return kept_.keep(std::move(fresh));
 }
 
-void ReaderHDF5::forget() noexcept {
-  std::shared_ptr<Learned> dropped;
-  const std::lock_guard lock(learned_mutex_);
-  dropped.swap(learned_);
-}
+void ReaderHDF5::forget() noexcept { kept_.drop(); }
 
 void ReaderHDF5::load(rto_t& request) {
   const auto found = index_.find(std::string(request.name));

@@ -5,10 +5,10 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "readers/kept.h"
 #include "readers/reader.h"
 
 namespace mirn2::rd {
@@ -33,8 +33,7 @@ class ReaderHDF5 final : public Reader {
 
   std::vector<Dataset> datasets_;
   std::vector<Variable> variables_;
-  std::mutex learned_mutex_;  // never held while anything is allocated
-  std::shared_ptr<Learned> learned_;
+  Kept<Learned> kept_;
 };
 
 }  // namespace mirn2::rd

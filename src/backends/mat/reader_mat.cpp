@@ -47,6 +47,8 @@ struct ReaderMAT::Elements {
 struct ReaderMAT::Learned {
   ~Learned() { drop(); }
 
+  mirn3::sys::FileStamp stamp;
+
   void keep(size_t element, std::vector<unsigned char> content) {
     drop();
     mirn3::mem::reserve(content.size());
@@ -232,16 +234,14 @@ void ReaderMAT::scan() {
 }
 
 std::shared_ptr<ReaderMAT::Learned> ReaderMAT::learned() {
-  const std::lock_guard lock(learned_mutex_);
-  if (!learned_) learned_ = std::make_shared<Learned>();
-  return learned_;
+  // Every load checks that the file is still the one whose elements are listed.
+  if (auto known = kept_.of(elements_->stamp)) return known;
+  auto fresh = std::make_shared<Learned>();
+  fresh->stamp = elements_->stamp;
+  return kept_.keep(std::move(fresh));
 }
 
-void ReaderMAT::forget() noexcept {
-  std::shared_ptr<Learned> dropped;
-  const std::lock_guard lock(learned_mutex_);
-  dropped.swap(learned_);
-}
+void ReaderMAT::forget() noexcept { kept_.drop(); }
 
 void ReaderMAT::load(rto_t& request) {
   const auto found = index_.find(std::string(request.name));

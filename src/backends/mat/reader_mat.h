@@ -3,10 +3,10 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "readers/kept.h"
 #include "readers/reader.h"
 
 namespace mirn2::rd {
@@ -31,8 +31,7 @@ class ReaderMAT final : public Reader {
 
   std::vector<Variable> variables_;
   std::unique_ptr<Elements> elements_;
-  std::mutex learned_mutex_;  // never held while anything is allocated
-  std::shared_ptr<Learned> learned_;
+  Kept<Learned> kept_;
 };
 
 }  // namespace mirn2::rd

@@ -276,16 +276,12 @@ void ReaderParquet::scan() {
   for (size_t i = 0; i < found.names.size(); ++i) index_[found.names[i]] = i;
   layout_ = std::make_unique<Layout>(
       Layout{std::move(found.columns), fresh->file->metadata()->schema()->ToString()});
-  std::lock_guard lock(guard_);
-  learned_ = std::move(fresh);
+  kept_.keep(std::move(fresh));
 }
 
 std::shared_ptr<ReaderParquet::Learned> ReaderParquet::learn() {
   const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  {
-    std::lock_guard lock(guard_);
-    if (learned_ && learned_->stamp == stamp) return learned_;
-  }
+  if (auto known = kept_.of(stamp)) return known;
   forget();
   auto fresh = reading(path_, [&] { return std::make_shared<Learned>(path_, stamp); });
   if (fresh->file->metadata()->schema()->ToString() != layout_->schema) {
@@ -293,15 +289,10 @@ std::shared_ptr<ReaderParquet::Learned> ReaderParquet::learn() {
         "The columns of Parquet file '{}' have changed since it was opened; create its Container anew",
         path_.string()));
   }
-  std::lock_guard lock(guard_);
-  return learned_ = std::move(fresh);
+  return kept_.keep(std::move(fresh));
 }
 
-void ReaderParquet::forget() noexcept {
-  std::shared_ptr<Learned> dropped;  // destroyed without the lock
-  std::lock_guard lock(guard_);
-  dropped.swap(learned_);
-}
+void ReaderParquet::forget() noexcept { kept_.drop(); }
 
 void ReaderParquet::load(rto_t& request) {
   const auto found = index_.find(std::string(request.name));

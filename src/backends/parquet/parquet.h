@@ -7,10 +7,10 @@
 
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "readers/kept.h"
 #include "readers/reader.h"
 
 namespace mirn2::rd {
@@ -38,8 +38,7 @@ class ReaderParquet : public Reader {
   std::shared_ptr<Learned> learn();
 
   std::unique_ptr<const Layout> layout_;  // what scan() found
-  std::mutex guard_;                      // of learned_, never held while anything is done
-  std::shared_ptr<Learned> learned_;
+  Kept<Learned> kept_;
 };
 
 }  // namespace mirn2::rd

@@ -38,7 +38,7 @@ class Charge {
   uint64_t bytes_;
 };
 
-struct Kept {
+struct KeptColumn {
   Columns columns;
   bool is_complete;  // all columns of the sheet, not only those asked for
   std::unique_ptr<Charge> charge;
@@ -89,8 +89,10 @@ class ReaderXLSX::Learned {
     uint32_t column;
   };
 
+  const mirn3::sys::FileStamp stamp;
+
   explicit Learned(const std::filesystem::path& path)
-      : stamp_(mirn3::sys::file_stamp(path)), package_(path), book_(read_workbook(package_)) {
+      : stamp(mirn3::sys::file_stamp(path)), package_(path), book_(read_workbook(package_)) {
     if (!book_.strings_part.empty()) strings_.read_shared(*package_.open(book_.strings_part));
     for (const Workbook::Sheet& sheet : book_.sheets) {
       TableLayout layout = read_layout(*package_.open(sheet.part), book_, strings_);
@@ -102,8 +104,6 @@ class ReaderXLSX::Learned {
     kept_.resize(tables_.size());
     text_charge_ = std::make_unique<Charge>(strings_.bytes());
   }
-
-  const mirn3::sys::FileStamp& stamp() const { return stamp_; }
 
   // The variable tree, and where the variables' columns are; of equal names the last.
   std::vector<VariableNode> tree(std::unordered_map<std::string, size_t>& index) {
@@ -127,7 +127,7 @@ class ReaderXLSX::Learned {
 
   void load(const Place& place, rto_t& request) {
     const TableLayout& layout = tables_[place.sheet].layout;
-    const Kept& kept = columns_of(place);
+    const KeptColumn& kept = columns_of(place);
     const ColumnValues& column = kept.columns[place.column];
     join(layout.time ? &kept.columns[*layout.time] : nullptr, column, request);
     if (column.kind == ColumnKind::text && tag_texts(strings_, request.tag_key, request.y.span()))
@@ -140,8 +140,8 @@ class ReaderXLSX::Learned {
     TableLayout layout;
   };
 
-  const Kept& columns_of(const Place& place) {
-    std::unique_ptr<Kept>& kept = kept_[place.sheet];
+  const KeptColumn& columns_of(const Place& place) {
+    std::unique_ptr<KeptColumn>& kept = kept_[place.sheet];
     if (kept && (kept->is_complete || kept->columns[place.column].kind != ColumnKind::unknown)) return *kept;
     Table& table = tables_[place.sheet];
     const uint64_t most_bytes = mirn3::mem::memory_bank / share_kept;
@@ -168,17 +168,16 @@ class ReaderXLSX::Learned {
     }
     uint64_t bytes = 0;
     for (const ColumnValues& column : *columns) bytes += column.bytes();
-    kept = std::make_unique<Kept>(Kept{*std::move(columns), is_complete, std::make_unique<Charge>(bytes)});
+    kept = std::make_unique<KeptColumn>(KeptColumn{*std::move(columns), is_complete, std::make_unique<Charge>(bytes)});
     return *kept;
   }
 
-  mirn3::sys::FileStamp stamp_;
   Package package_;
   Workbook book_;
   Strings strings_;
   std::vector<Table> tables_;
   std::vector<Place> places_;
-  std::vector<std::unique_ptr<Kept>> kept_;  // by table
+  std::vector<std::unique_ptr<KeptColumn>> kept_;  // by table
   std::unique_ptr<Charge> text_charge_;
 };
 
@@ -186,18 +185,13 @@ ReaderXLSX::ReaderXLSX(std::filesystem::path source) : Reader(std::move(source))
 ReaderXLSX::~ReaderXLSX() = default;
 
 std::shared_ptr<ReaderXLSX::Learned> ReaderXLSX::learn() {
-  {
-    const std::lock_guard lock(learned_guard_);
-    if (learned_ && learned_->stamp() == mirn3::sys::file_stamp(path_)) return learned_;
-  }
+  if (auto known = kept_.of(mirn3::sys::file_stamp(path_))) return known;
   auto learned = std::make_shared<Learned>(path_);
   std::unordered_map<std::string, size_t> index;
   std::vector<VariableNode> nodes = learned->tree(index);
   if (root_.children.empty()) root_.children = std::move(nodes);
   index_ = std::move(index);
-  const std::lock_guard lock(learned_guard_);
-  learned_ = learned;
-  return learned;
+  return kept_.keep(std::move(learned));
 }
 
 void ReaderXLSX::scan() { learn(); }
@@ -220,11 +214,7 @@ void ReaderXLSX::load(rto_t& request) {
   request.y = std::move(filled.y);
 }
 
-void ReaderXLSX::forget() noexcept {
-  std::shared_ptr<Learned> dropped;
-  const std::lock_guard lock(learned_guard_);
-  dropped.swap(learned_);
-}
+void ReaderXLSX::forget() noexcept { kept_.drop(); }
 
 }  // namespace mirn2::rd
 

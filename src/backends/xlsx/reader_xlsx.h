@@ -5,8 +5,8 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 
+#include "readers/kept.h"
 #include "readers/reader.h"
 
 namespace mirn2::rd {
@@ -26,8 +26,7 @@ class ReaderXLSX : public Reader {
   // What is known of the file as it is now; learned anew when it has changed.
   std::shared_ptr<Learned> learn();
 
-  std::mutex learned_guard_;  // never held while memory is charged
-  std::shared_ptr<Learned> learned_;
+  Kept<Learned> kept_;
 };
 
 }  // namespace mirn2::rd

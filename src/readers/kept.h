@@ -1,0 +1,42 @@
+// What a reader has learned about its file: kept for the next load, dropped at any time.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "runtime/sys.h"
+
+namespace mirn2::rd {
+
+// Holds one Learned, which says in `stamp` what state of the file it belongs to. Safe from every thread;
+// the lock is never held while anything is done: whoever loads works with a share of its own.
+template <typename Learned>
+class Kept {
+ public:
+  // What was learned of the file in this state, or null.
+  std::shared_ptr<Learned> of(const mirn3::sys::FileStamp& stamp) const {
+    const std::lock_guard lock(mutex_);
+    return learned_ && learned_->stamp == stamp ? learned_ : nullptr;
+  }
+
+  // Keeps it in the place of what there was, and gives it back.
+  std::shared_ptr<Learned> keep(std::shared_ptr<Learned> fresh) {
+    std::shared_ptr<Learned> before;  // destroyed without the lock
+    const std::lock_guard lock(mutex_);
+    before = std::exchange(learned_, std::move(fresh));
+    return learned_;
+  }
+
+  void drop() noexcept {
+    std::shared_ptr<Learned> before;
+    const std::lock_guard lock(mutex_);
+    before.swap(learned_);
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::shared_ptr<Learned> learned_;
+};
+
+}  // namespace mirn2::rd
