@@ -1,5 +1,6 @@
 """What every Python test shares: a home of its own for the module, and the folder of recorded data."""
 
+import contextlib
 import gc
 import os
 import subprocess
@@ -15,6 +16,12 @@ ROOT = Path(__file__).resolve().parent.parent.parent
 _home = tempfile.TemporaryDirectory(prefix="kvalo-home-")
 os.environ["KVALO_HOME"] = _home.name
 sys.path.insert(0, str(ROOT / "examples"))
+
+import kvalo  # noqa: E402
+
+# The log is opened with its first line and stays where it is: a test that moves KVALO_HOME must not be first.
+with contextlib.suppress(Exception):
+    kvalo.Container()
 
 
 def run_script(code: str, *arguments: str, **environment: str) -> subprocess.CompletedProcess:
