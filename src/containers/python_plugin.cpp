@@ -16,7 +16,6 @@
 #include "runtime/sys_plugin.h"
 
 using mirn2::Ref;
-using mirn3::exc::error_t;
 namespace fs = std::filesystem;
 namespace sys = mirn3::sys;
 
@@ -204,6 +203,8 @@ Ref plugin_forced(const fs::path& plugin) {
 namespace mirn2::rd {
 
 namespace {
+
+using mirn3::exc::error_t;
 
 constexpr const char* settings_group = "general";
 constexpr const char* unset = "empty";

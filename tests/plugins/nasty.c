@@ -10,14 +10,19 @@
 static char calls[1 << 16];
 static const char* reported; /* what GetErrorMessage gives */
 static const char* told;     /* what GetInfoMessage gives, once */
-static double next_time[5];  /* of the live source, per parameter */
 
-static int says(const char* path, const char* word) { return strstr(path, word) != NULL; }
+static const char* file_name(const char* path) {
+  const char* slash = strrchr(path, '/');
+  return slash != NULL ? slash + 1 : path;
+}
+
+static double next_time[5]; /* of the live source made last, per parameter */
+
+static int says(const char* path, const char* word) { return strstr(file_name(path), word) != NULL; }
 
 static void note(const char* call, const char* path) {
-  const char* slash = strrchr(path, '/');
   const size_t used = strlen(calls);
-  snprintf(calls + used, sizeof calls - used, "%s %s;", call, slash != NULL ? slash + 1 : path);
+  snprintf(calls + used, sizeof calls - used, "%s %s;", call, file_name(path));
 }
 
 KVALO_PLUGIN_EXPORT const char* get_calls(void);
@@ -45,6 +50,7 @@ const char* GetConfigKey(uint32_t key) {
 uint8_t Initialize(const char* path, const char* const* values) {
   static char text[256];
   note("Initialize", path);
+  memset(next_time, 0, sizeof next_time);
   reported = says(path, "short_error") ? "no" : says(path, "null_error") ? NULL : "the long reason";
   if (says(path, "refuse")) return 7;
   if (says(path, "long_info")) told = "abc";

@@ -214,7 +214,7 @@ def read_for(c, seconds, held):
     end = time.monotonic() + seconds
     while time.monotonic() < end:
         c.rt_read()
-        held.append(list(c["000"].xdata))
+        held.append(c["000"].xdata.to_list())
         time.sleep(0.02)
 
 
@@ -236,7 +236,7 @@ def test_a_hundred_channels_at_a_kilohertz(live):
     read_for(c, 2, held)
     c.rt_stop()
     c.rt_read()
-    held.append(list(c["000"].xdata))
+    held.append(c["000"].xdata.to_list())
     assert all(consecutive(times, 1000) for times in held)
     seen = sorted({round(t * 1000) for times in held for t in times})
     assert seen == list(range(len(seen)))  # no sample was lost between reads
