@@ -339,6 +339,8 @@ std::shared_ptr<Container> create_container_from_file(const fs::path& path, bool
           return assemble(create_reader_from_file(path), enter);
         } catch (const std::bad_alloc&) {
           throw;
+        } catch (const python_error&) {
+          throw;  // an interruption
         } catch (const std::exception& error) {
           fail(PyExc_Exception, "Error while loading file '{:s}': {:s}", path.string(), error.what());
         }
@@ -355,6 +357,8 @@ std::shared_ptr<Container> create_container_from_file(const fs::path& path, cons
           return assemble(create_reader_from_file(path, plugin), true);
         } catch (const std::bad_alloc&) {
           throw;
+        } catch (const python_error&) {
+          throw;  // an interruption
         } catch (const std::exception& error) {
           fail(PyExc_Exception, "Error while loading file '{:s}' with plugin '{:s}': {:s}", path.string(),
                plugin.string(), error.what());
@@ -372,6 +376,8 @@ std::shared_ptr<Container> create_container_from_realtime(const fs::path& plugin
           return assemble(create_reader_from_realtime(plugin), true);
         } catch (const std::bad_alloc&) {
           throw;
+        } catch (const python_error&) {
+          throw;  // an interruption
         } catch (const std::exception& error) {
           fail(PyExc_Exception, "Error while loading data from real-time source with plugin '{:s}': {:s}",
                plugin.string(), error.what());

@@ -131,8 +131,10 @@ Found module_of(const fs::path& file) {
       found.reason = take_error();
       found.first_time = true;
     }
-    Ref kept = Ref::share(found.module.get());
-    (*all)[canonical] = {stamp, std::move(kept), found.reason};  // loading may have looked here too
+    // Another thread may have loaded it meanwhile: then that module stands.
+    Known& known = (*all)[canonical];
+    if (known.module && known.stamp == stamp) return {Ref::share(known.module.get()), {}, false};
+    known = {stamp, Ref::share(found.module.get()), found.reason};
     return found;
   } catch (const std::exception& error) {
     return {{}, error.what(), true};
@@ -214,6 +216,11 @@ PluginUses& uses() {
   return *all;
 }
 
+// Ctrl-C is no failure of the plug-in: it stays what it is.
+void let_interruption_pass() {
+  if (PyErr_ExceptionMatches(PyExc_KeyboardInterrupt)) throw python_error();
+}
+
 // Runs work on Python objects from any thread. An error that the interpreter has set becomes error_t with
 // the error's text.
 template <typename Work>
@@ -222,6 +229,7 @@ auto in_python(Work&& work) {
   try {
     return work();
   } catch (const python_error&) {
+    let_interruption_pass();
     throw error_t(take_error());
   }
 }
@@ -235,6 +243,7 @@ Ref require_function(PyObject* module, const char* name) {
 // A result that must be a list. The plug-in's own error is reported, then the failure.
 Ref require_list(Ref result, const char* name) {
   if (!result) {
+    let_interruption_pass();
     if (PyErr_Occurred() != nullptr) warn(take_error());
     throw error_t(fmt::format("API function '{:s}' has returned null", name));
   }
@@ -257,6 +266,7 @@ std::string item_text(PyObject* list, Py_ssize_t i, const char* name) {
 
 // A null result of init or load: the plug-in's own error, or else this text.
 [[noreturn]] void fail_null(const char* text) {
+  let_interruption_pass();
   throw error_t(PyErr_Occurred() != nullptr ? take_error() : text);
 }
 

@@ -105,6 +105,7 @@ std::vector<fs::path> plugin_files(std::initializer_list<std::string_view> exten
   for (fs::directory_iterator entry(plugin_path(), error), end; !error && entry != end;
        entry.increment(error)) {
     const fs::path& file = entry->path();
+    if (std::error_code ignored; !entry->is_regular_file(ignored)) continue;
     const auto fits = [&file](std::string_view extension) { return ext_check(file, extension); };
     if (std::ranges::any_of(extensions, fits)) files.push_back(file);
   }

@@ -319,6 +319,20 @@ def test_python_loads_from_other_sequences(tmp_path, kind):
     assert list(c.d.xdata) == [0, 1, 2]
 
 
+def test_python_plug_ins_get_their_own_names(tmp_path):
+    c = opened(tmp_path, plugin=python_plugin(tmp_path, "def list_names(path): return ['end.', '.x', 'd']"))
+    for name, length in (("end", 4), ("x", 2), ("d", 1)):
+        c[name].load()
+        assert c[name].ydata[2] == length
+
+
+def test_ctrl_c_in_a_python_plug_in_ends_the_script(tmp_path):
+    for place in ("init(path, values)", "list_names(path)", "load(path, name)"):
+        plugin = python_plugin(tmp_path, f"def {place}: raise KeyboardInterrupt")
+        with pytest.raises(KeyboardInterrupt):
+            opened(tmp_path, plugin=plugin).d.load()
+
+
 def test_missing_terminate_is_logged(tmp_path):
     plugin = python_plugin(tmp_path, "del terminate")
     opened(tmp_path, "without_end.x", plugin=plugin)
