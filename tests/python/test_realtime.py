@@ -256,7 +256,9 @@ def test_receiving_takes_constant_memory(live):
             c.rt_read()
         sizes.append(kilobytes())
     assert (len(c.d), c.d.xdata[-1]) == (500, 239_999)
-    assert sizes[1] - sizes[0] < 3000  # what was received meanwhile takes 9600
+    assert int(repr(c.d).removeprefix("500 elements, ").removesuffix("kB")) <= 16
+    if "libasan" not in Path("/proc/self/maps").read_text():  # which keeps what is freed for a while
+        assert sizes[1] - sizes[0] < 3000  # what was received meanwhile takes 9600
 
 
 def test_threads_that_read_one_source_keep_its_order(live):
