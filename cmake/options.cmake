@@ -22,7 +22,7 @@ if(KVALO_CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${KVALO_CCACHE})
 endif()
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wcast-align)
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> -Wcast-align)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # GCC 12 warns of overlapping copies inside std::string that cannot happen (its bug 105651).
   add_compile_options(-Wno-restrict)

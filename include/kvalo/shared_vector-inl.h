@@ -53,7 +53,10 @@ inline void shared_vector<double>::watch() noexcept {
 inline bool shared_vector<double>::is_modified() const noexcept {
   auto* kept = deleter();
   if (kept == nullptr) return false;
-  if (!kept->modified && kept->watched) kept->modified = mem::digest(data_, kept->seen_size) != kept->seen;
+  if (!kept->modified && kept->watched) {
+    // Fewer elements than were seen: a prefix is gone since.
+    kept->modified = capacity_ < kept->seen_size || mem::digest(data_, kept->seen_size) != kept->seen;
+  }
   return kept->modified;
 }
 

@@ -106,6 +106,13 @@ class shared_vector<double> {
   // A vector of its own with the same samples; capacity = size.
   shared_vector clone() const;
 
+  // Goes on without the first n elements, in the same buffer: n is at most the size.
+  void remove_prefix(uint64_t n) noexcept {
+    data_ += n;
+    capacity_ -= n;
+    size_ -= n;
+  }
+
   // Appends without looking at the capacity: for readers that reserved for every row.
   void append_unchecked(double value) noexcept { data_[size_++] = value; }
 

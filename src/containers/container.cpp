@@ -88,7 +88,7 @@ class Container::Insertion {
 void Container::insert_reader(std::shared_ptr<rd::Reader> reader, bool enter) {
   const Trace trace("insert_reader");
   without_gil([&] {
-    const std::lock_guard one_at_a_time(reader->busy);
+    const rd::Reader::Turn one_at_a_time(*reader);
     reader->scan();
   });
   Insertion insertion(*this);

@@ -9,6 +9,7 @@
 #include "containers/bank.h"
 #include "containers/creation.h"
 #include "containers/derived_readers.h"
+#include "containers/realtime.h"
 #include "objects/frame.h"
 #include "objects/lending.h"
 #include "objects/time_series.h"
@@ -131,6 +132,7 @@ void open_realtime(ContainerObject* self, ContainerRequest request) {
   if (!container) fail_with_host("Error with real-time data connection!");
   mirn3::rtd::set_online();
   attach(self, std::move(container), std::move(request));
+  prepare_receiving(**self->container);
 }
 
 int container_init(PyObject* object, PyObject* args, PyObject* kwargs) {
@@ -142,9 +144,9 @@ int container_init(PyObject* object, PyObject* args, PyObject* kwargs) {
         const char* plugin = nullptr;
         ContainerRequest request;
         unsigned char realtime = 0;
-        unsigned int samples = 300;
         if (!PyArg_ParseTupleAndKeywords(args, kwargs, "|ssddbI", const_cast<char**>(keywords), &path,
-                                         &plugin, &request.tini, &request.tend, &realtime, &samples)) {
+                                         &plugin, &request.tini, &request.tend, &realtime,
+                                         &request.samples)) {
           throw python_error();
         }
         if (request.tini >= request.tend) {
@@ -345,6 +347,26 @@ PyObject* container_split(PyObject* object, PyObject* args, PyObject* kwargs) {
   });
 }
 
+// ---- real time ----
+
+template <typename Work>
+PyObject* with_container(PyObject* object, Work&& work) {
+  return guard(PyExc_RuntimeError, [&]() -> PyObject* {
+    if (self_of(object)->container != nullptr) {
+      const std::shared_ptr<Container> container = *self_of(object)->container;
+      work(*container);
+    }
+    Py_RETURN_NONE;
+  });
+}
+
+PyObject* container_rt_read(PyObject* object, PyObject*) {
+  const unsigned int samples = self_of(object)->request->samples;
+  return with_container(object, [samples](Container& container) { read_received(container, samples); });
+}
+PyObject* container_rt_start(PyObject* object, PyObject*) { return with_container(object, start_receiving); }
+PyObject* container_rt_stop(PyObject* object, PyObject*) { return with_container(object, stop_receiving); }
+
 // ---- tables ----
 
 PyMappingMethods container_mapping = {
@@ -371,10 +393,9 @@ PyMethodDef container_methods[] = {
     {"split", with_keywords(container_split), METH_VARARGS | METH_KEYWORDS, "Split into other Containers"},
     {"replace_xdata", container_replace_xdata, METH_VARARGS,
      "Replace current time values by a TimeSeries y-axis values"},
-    {"rt_read", unavailable<"Container.rt_read">, METH_NOARGS,
-     "Refresh data received from connection (real-time only)"},
-    {"rt_start", unavailable<"Container.rt_start">, METH_NOARGS, "Start data acquisition (real-time only)"},
-    {"rt_stop", unavailable<"Container.rt_stop">, METH_NOARGS, "Stop data acquisition (real-time only)"},
+    {"rt_read", container_rt_read, METH_NOARGS, "Refresh data received from connection (real-time only)"},
+    {"rt_start", container_rt_start, METH_NOARGS, "Start data acquisition (real-time only)"},
+    {"rt_stop", container_rt_stop, METH_NOARGS, "Stop data acquisition (real-time only)"},
     {nullptr, nullptr, 0, nullptr},
 };
 

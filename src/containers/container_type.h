@@ -17,6 +17,7 @@ struct ContainerRequest {
   std::string plugin;
   double tini = earliest_time;
   double tend = latest_time;
+  unsigned int samples = 300;  // of a live source: how many each variable keeps at least
 };
 
 struct ContainerObject {

@@ -8,16 +8,19 @@
 
 #include "containers/bank.h"
 #include "containers/derived_readers.h"
+#include "containers/python_plugin.h"
 #include "functions/kernels/coding_name.h"
 #include "objects/frame.h"
 #include "readers/ardupilot_bin.h"
 #include "readers/ardupilot_txt.h"
 #include "readers/backend.h"
 #include "readers/delimited.h"
+#include "readers/plugin_native.h"
 #include "readers/wav.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/sys.h"
+#include "runtime/sys_plugin.h"
 #include "runtime/unpack.h"
 #include "runtime/zip_cache.h"
 
@@ -102,6 +105,15 @@ bool first_line_has_fmt(const Candidate& candidate) {
   const std::string_view line = std::string_view(text).substr(0, text.find('\n'));
   return std::string_view(line.data(), strnlen(line.data(), line.size())).find("FMT, ") !=
          std::string_view::npos;
+}
+
+ReaderPtr native_plugin(const Candidate& candidate) {
+  auto plugin = without_gil([&] { return sys::plugin_compatible(candidate.path); });
+  return plugin ? std::make_shared<rd::ReaderPluginDLLFile>(candidate.path, std::move(plugin)) : nullptr;
+}
+ReaderPtr python_plugin(const Candidate& candidate) {
+  Ref module = mirn4::pyd::plugin_compatible(candidate.path);
+  return module ? std::make_shared<rd::ReaderPluginPYDFile>(candidate.path, std::move(module)) : nullptr;
 }
 
 struct ArchiveFormat {
@@ -228,11 +240,11 @@ ReaderPtr wav(const Candidate& candidate) {
   return std::make_shared<rd::ReaderWAV>(candidate.path);
 }
 
-// The rules in their order: each gives a reader, passes (null), or throws. Compatible plug-ins will
-// stand before the archives.
+// The rules in their order: each gives a reader, passes (null), or throws.
 using Rule = ReaderPtr (*)(const Candidate&);
 constexpr Rule rules[] = {
-    archive, not_a_regular_file, hdf5, mat, xlsx, delimited, parquet, ardupilot_bin, ardupilot_txt, wav,
+    native_plugin, python_plugin, archive, not_a_regular_file, hdf5,          mat,
+    xlsx,          delimited,     parquet, ardupilot_bin,      ardupilot_txt, wav,
 };
 
 ReaderPtr choose_reader(const fs::path& path, Nesting& nesting) {
@@ -247,13 +259,18 @@ ReaderPtr choose_reader(const fs::path& path, Nesting& nesting) {
 
 fs::path normalised(fs::path path) { return path.make_preferred(); }
 
-void check_plugin(const fs::path& plugin) {
-  if (!sys::exists(plugin)) throw error_t(fmt::format("Plugin {:s} not found", plugin.string()));
-  for (const char* extension : {".so", ".dll", ".py", ".pyd"}) {
-    if (!sys::ext_check(plugin, extension)) continue;
-    throw error_t("Plug-ins cannot be used in this version yet");
+// The kinds of plug-in, by their extension.
+bool is_native(const fs::path& plugin) {
+  return sys::ext_check(plugin, ".so") || sys::ext_check(plugin, ".dll");
+}
+bool is_python(const fs::path& plugin) {
+  return sys::ext_check(plugin, ".py") || sys::ext_check(plugin, ".pyd");
+}
+
+void require_plugin(const fs::path& plugin) {
+  if (sys::find_plugin(plugin).empty()) {
+    throw error_t(fmt::format("Plugin {:s} not found", plugin.string()));
   }
-  throw error_t("Extension not supported for plugin");
 }
 
 // The variables that bit-field definitions add.
@@ -296,8 +313,21 @@ ReaderPtr create_reader_from_file(const fs::path& path, const fs::path& plugin) 
   const Trace trace("create_reader_from_file");
   const fs::path file = normalised(path);
   if (!sys::exists(file)) throw error_t(fmt::format("File {:s} not found", file.string()));
-  check_plugin(normalised(plugin));
-  return nullptr;
+  const fs::path named = normalised(plugin);
+  require_plugin(named);
+  if (is_native(named)) return std::make_shared<rd::ReaderPluginDLLFile>(file, named);
+  if (is_python(named)) {
+    return std::make_shared<rd::ReaderPluginPYDFile>(file, mirn4::pyd::plugin_forced(named));
+  }
+  throw error_t("Extension not supported for plugin");
+}
+
+ReaderPtr create_reader_from_realtime(const fs::path& plugin) {
+  const Trace trace("create_reader_from_realtime");
+  const fs::path named = normalised(plugin);
+  require_plugin(named);
+  if (!is_native(named)) throw error_t("Extension not supported for plugin");
+  return std::make_shared<rd::ReaderPluginDLLRealTime>(named);
 }
 
 std::shared_ptr<Container> create_container_from_file(const fs::path& path, bool enter) {
@@ -309,6 +339,8 @@ std::shared_ptr<Container> create_container_from_file(const fs::path& path, bool
           return assemble(create_reader_from_file(path), enter);
         } catch (const std::bad_alloc&) {
           throw;
+        } catch (const python_error&) {
+          throw;  // an interruption
         } catch (const std::exception& error) {
           fail(PyExc_Exception, "Error while loading file '{:s}': {:s}", path.string(), error.what());
         }
@@ -325,6 +357,8 @@ std::shared_ptr<Container> create_container_from_file(const fs::path& path, cons
           return assemble(create_reader_from_file(path, plugin), true);
         } catch (const std::bad_alloc&) {
           throw;
+        } catch (const python_error&) {
+          throw;  // an interruption
         } catch (const std::exception& error) {
           fail(PyExc_Exception, "Error while loading file '{:s}' with plugin '{:s}': {:s}", path.string(),
                plugin.string(), error.what());
@@ -339,10 +373,11 @@ std::shared_ptr<Container> create_container_from_realtime(const fs::path& plugin
       [&]() -> std::shared_ptr<Container> {
         const Trace trace("create_container_from_realtime");
         try {
-          check_plugin(normalised(plugin));
-          return nullptr;
+          return assemble(create_reader_from_realtime(plugin), true);
         } catch (const std::bad_alloc&) {
           throw;
+        } catch (const python_error&) {
+          throw;  // an interruption
         } catch (const std::exception& error) {
           fail(PyExc_Exception, "Error while loading data from real-time source with plugin '{:s}': {:s}",
                plugin.string(), error.what());

@@ -34,6 +34,9 @@ std::shared_ptr<rd::Reader> create_reader_from_file(const std::filesystem::path&
 std::shared_ptr<rd::Reader> create_reader_from_file(const std::filesystem::path& path,
                                                     const std::filesystem::path& plugin);
 
+// The reader of a live source. Throws mirn3::exc::error_t.
+std::shared_ptr<rd::Reader> create_reader_from_realtime(const std::filesystem::path& plugin);
+
 // A container over the file, with its variables; entered into the registry with them if `enter` is
 // set. On failure reports Python's Exception "Error while loading file '...': ..." and returns null,
 // with nothing left in the registry.

@@ -4,7 +4,9 @@
 
 #include "containers/bank.h"
 #include "containers/creation.h"
+#include "containers/python_plugin.h"
 #include "module/interpreter_table.h"
+#include "readers/plugin_native.h"
 #include "runtime/ilc.h"
 #include "runtime/init.h"
 #include "runtime/mem.h"
@@ -35,9 +37,13 @@ void start_up() {
   install(mirn3::ilc::channel, new mirn3::ilc::Channel);
   mirn3::mem::callback_reserve = [registry] { registry->reserve_memory(); };
   if (!mirn3::is_app()) mirn1::init_pyd();
+  // A plug-in whose threads still run must end before the process' exit handlers do.
+  [[maybe_unused]] static const int registered = Py_AtExit(rd::end_native_plugins);
 }
 
 void tear_down() noexcept {
+  rd::end_python_plugins();
+  rd::end_native_plugins();
   if (!mirn3::is_app()) {
     mirn1::shut_pyd();
     mirn3::shut();

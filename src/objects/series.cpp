@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <mutex>
 #include <numeric>
 
 #include "objects/array_kernels.h"
@@ -93,7 +92,7 @@ void set_clock(LoadedSamples& samples, const mirn3::shared_vector<double>& clock
 }
 
 LoadedSamples LoadPlan::load_one(rd::Reader& reader) const {
-  const std::lock_guard one_at_a_time(reader.busy);
+  const rd::Reader::Turn one_at_a_time(reader);
   rd::rto_t request;
   request.tag_key = tag_key_;
   request.name = name_;

@@ -29,6 +29,25 @@ bool is_time_vector(std::span<const double> sample) {
 
 Reader::Reader(std::filesystem::path source) : path_(std::move(source)) {}
 
+namespace {
+// The readers that this thread is asking now, the innermost last.
+thread_local std::vector<const Reader*> asking;
+}  // namespace
+
+Reader::Turn::Turn(Reader& reader) : reader_(reader) {
+  if (std::ranges::find(asking, &reader) != asking.end()) {
+    throw mirn3::exc::error_t(fmt::format("'{:s}' is being read already: its reader cannot wait for itself",
+                                          reader.path().string()));
+  }
+  asking.push_back(&reader);
+  reader.busy.lock();
+}
+
+Reader::Turn::~Turn() {
+  reader_.busy.unlock();
+  std::erase(asking, &reader_);
+}
+
 std::string compose_name(std::string_view prefix, std::string_view name) {
   if (prefix.empty()) return std::string(name);
   std::string full;

@@ -40,6 +40,7 @@ struct VariableNode {
 enum class LoaderState : int {
   detached = 1,    // only in memory
   reloadable = 2,  // can be read from the source again
+  live = 3,        // handed over by the source once
 };
 
 class Reader {
@@ -63,6 +64,19 @@ class Reader {
   virtual void forget() noexcept {}
 
   std::mutex busy;  // held around load() by whoever asks; never wait for it with the interpreter lock
+
+  // Holds `busy` while in scope. Throws mirn3::exc::error_t when this very thread holds it already: a plug-in
+  // that asks for what it is about to deliver would wait for itself.
+  class Turn {
+   public:
+    explicit Turn(Reader& reader);
+    ~Turn();
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+   private:
+    Reader& reader_;
+  };
 
   const std::filesystem::path& path() const noexcept { return path_; }
   const std::vector<VariableNode>& variables() const noexcept { return root_.children; }
