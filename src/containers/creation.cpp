@@ -156,6 +156,8 @@ ReaderPtr first_readable(const Candidate& candidate, const mirn3::zip::Unpacked&
       reason = "no file holds variables";
     } catch (const std::bad_alloc&) {
       throw;
+    } catch (const python_error&) {
+      throw;  // an interruption
     } catch (const std::exception& error) {
       mirn3::log::write(mirn3::log::info, fmt::format("'{:s}' in '{:s}' was passed over: {:s}", file.string(),
                                                       candidate.path.string(), error.what()));

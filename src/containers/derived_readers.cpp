@@ -47,11 +47,18 @@ void cut(const LoadedSamples& from, TimeWindow window, rto_t& to) {
 
 }  // namespace
 
+LoadedSamples ReaderUnpacked::decode(const LoadedSamples& source) const {
+  LoadedSamples decoded;
+  decoded.x = source.x.clone();  // the source's stamps may be changed apart from these
+  decoded.y.resize_for_overwrite(source.y.size());
+  fn::kernels::unpack(source.y.span(), field_, coding_, decoded.y.span());
+  return decoded;
+}
+
 void ReaderUnpacked::load(rto_t& request) {
-  const LoadedSamples source = samples_of(*source_);
-  request.x = source.x.clone();  // the source's stamps may be changed apart from these
-  request.y.resize_for_overwrite(source.y.size());
-  fn::kernels::unpack(source.y.span(), field_, coding_, request.y.span());
+  LoadedSamples decoded = decode(samples_of(*source_));
+  request.x = std::move(decoded.x);
+  request.y = std::move(decoded.y);
 }
 
 ReaderWindow::ReaderWindow(std::filesystem::path path,

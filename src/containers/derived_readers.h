@@ -24,6 +24,11 @@ class ReaderUnpacked : public Reader {
   void scan() override {}
   void load(rto_t& request) override;
 
+  const std::shared_ptr<TimeSeries>& source() const noexcept { return source_; }
+
+  // The variable's samples for these of its source.
+  LoadedSamples decode(const LoadedSamples& source) const;
+
  private:
   std::shared_ptr<TimeSeries> source_;
   fn::kernels::BitField field_;

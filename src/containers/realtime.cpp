@@ -4,6 +4,7 @@
 #include <exception>
 #include <optional>
 
+#include "containers/derived_readers.h"
 #include "objects/frame.h"
 #include "objects/live.h"
 #include "readers/plugin_native.h"
@@ -24,13 +25,39 @@ std::vector<LiveReader> live_readers(const Container& container) {
   return live;
 }
 
+using Variables = std::vector<std::shared_ptr<TimeSeries>>;
+
+// The last n samples of a record.
+LoadedSamples latest(const TimeSeries& record, uint64_t n) {
+  LoadedSamples samples{record.x, record.y};
+  samples.x.remove_prefix(samples.x.size() - n);
+  samples.y.remove_prefix(samples.y.size() - n);
+  return samples;
+}
+
+// Hands what the variables have received to the bit fields within them.
+void receive_unpacked(const Container& container, const Variables& variables,
+                      const std::vector<LoadedSamples>& delivered, uint64_t samples,
+                      std::vector<Ref>& dropped) {
+  for (const auto& series : container.variables()) {
+    for (const auto& reader : series->readers) {
+      const auto* field = dynamic_cast<const rd::ReaderUnpacked*>(reader.get());
+      if (field == nullptr) continue;
+      const auto source = std::ranges::find(variables, field->source());
+      if (source == variables.end()) continue;
+      const uint64_t n = delivered[static_cast<size_t>(source - variables.begin())].x.size();
+      receive(*series, field->decode(latest(**source, n)), samples, dropped);
+    }
+  }
+}
+
 // The reader's variables and what they were delivered. Two threads that read one source must not put their
 // deliveries in the wrong order, so the reader stays taken until they are in the series.
 void read_source(const Container& container, rd::Reader& reader, uint64_t samples,
                  std::vector<Ref>& dropped) {
   std::optional<rd::Reader::Turn> turn;
   without_gil([&] { turn.emplace(reader); });
-  auto variables = container.variables();
+  Variables variables = container.variables();
   std::erase_if(variables, [&reader](const auto& series) {
     return std::ranges::none_of(series->readers, [&](const auto& own) { return own.get() == &reader; });
   });
@@ -51,6 +78,7 @@ void read_source(const Container& container, rd::Reader& reader, uint64_t sample
     }
   });
   for (size_t i = 0; i < variables.size(); ++i) receive(*variables[i], delivered[i], samples, dropped);
+  receive_unpacked(container, variables, delivered, samples, dropped);
   if (failure) std::rethrow_exception(failure);
 }
 

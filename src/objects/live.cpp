@@ -12,9 +12,9 @@ namespace mirn2 {
 
 namespace {
 
-// The axis without its first `dropped` samples and with the new ones behind.
-Samples extended(const Samples& axis, uint64_t dropped, const Samples& news, const AxisScale& scale) {
-  const uint64_t kept = axis.size() - dropped;
+// The last `kept` samples of the axis and the new ones behind.
+Samples extended(const Samples& axis, uint64_t kept, const Samples& news, const AxisScale& scale) {
+  const uint64_t dropped = axis.size() - kept;
   const uint64_t total = kept + news.size();
   Samples result;
   if (axis.capacity() >= dropped + total && !axis.is_watched()) {
@@ -51,14 +51,14 @@ void show(PyObject*& axis, const Samples& before, const Samples& now, std::vecto
 void receive(TimeSeries& record, const LoadedSamples& delivered, uint64_t window, std::vector<Ref>& dropped) {
   const uint64_t held = std::min(record.x.size(), record.y.size());
   const uint64_t most = std::max(window, delivered.x.size());
-  const uint64_t leaving = held + delivered.x.size() - std::min(held + delivered.x.size(), most);
+  const uint64_t kept = std::min(held, most - delivered.x.size());
   const Samples old_x = record.x;
   const Samples old_y = record.y;
-  if (leaving != 0 || !delivered.x.empty()) {
+  if (kept != held || !delivered.x.empty()) {
     prepare_write(record.x);  // results that borrow the buffer
     prepare_write(record.y);
-    Samples x = extended(record.x, leaving, delivered.x, record.x_scale);
-    Samples y = extended(record.y, leaving, delivered.y, record.y_scale);
+    Samples x = extended(record.x, kept, delivered.x, record.x_scale);
+    Samples y = extended(record.y, kept, delivered.y, record.y_scale);
     record.x = std::move(x);
     record.y = std::move(y);
   }

@@ -182,6 +182,21 @@ def test_other_containers_have_nothing_to_start(tmp_path):
     assert c.a.xdata is None
 
 
+def test_bit_fields_of_live_variables_follow_them(tmp_path):
+    (tmp_path / "unpack.csv").write_text("variable,name,msb,lsb,base,gain,bias,type\nd,low,1,0,0,1,0,USGN\n")
+    code = """
+import sys, kvalo
+c = kvalo.Container(plugin=sys.argv[1], realtime=True, samples=6)
+for n in range(3):
+    c.rt_read()
+    print(c["low"].xdata.to_list(), c["low"].ydata.to_list())
+"""
+    done = run_script(code, str(NASTY), KVALO_HOME=str(tmp_path))
+    times = ("[0.0, 1.0, 2.0, 3.0]", "[2.0, 3.0, 4.0, 5.0, 6.0, 7.0]", "[6.0, 7.0, 8.0, 9.0, 10.0, 11.0]")
+    values = ("[2.0, 3.0, 0.0, 1.0]", "[0.0, 1.0, 2.0, 3.0, 0.0, 1.0]", "[0.0, 1.0, 2.0, 3.0, 0.0, 1.0]")
+    assert done.stdout.splitlines() == [f"{t} {v}" for t, v in zip(times, values, strict=True)], done.stderr
+
+
 def test_samples_are_never_dropped_for_room(tmp_path):
     code = """
 import sys, kvalo
