@@ -22,7 +22,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 DATA = ROOT / "build" / "bench-data"
 RESULTS = ROOT / "build" / "bench-results"
-PEERS = ("numpy", "pandas", "polars", "pyarrow", "scipy", "pymavlink")
+PEERS = ("numpy", "pandas", "polars", "pyarrow", "scipy", "h5py", "openpyxl", "pymavlink")
 
 CORES = sorted(os.sched_getaffinity(0))[:2]
 os.sched_setaffinity(0, CORES)
