@@ -168,7 +168,8 @@ class ReaderXLSX::Learned {
     }
     uint64_t bytes = 0;
     for (const ColumnValues& column : *columns) bytes += column.bytes();
-    kept = std::make_unique<KeptColumn>(KeptColumn{*std::move(columns), is_complete, std::make_unique<Charge>(bytes)});
+    kept = std::make_unique<KeptColumn>(
+        KeptColumn{*std::move(columns), is_complete, std::make_unique<Charge>(bytes)});
     return *kept;
   }
 
