@@ -29,23 +29,19 @@ bool is_time_vector(std::span<const double> sample) {
 
 Reader::Reader(std::filesystem::path source) : path_(std::move(source)) {}
 
-namespace {
-// The readers that this thread is asking now, the innermost last.
-thread_local std::vector<const Reader*> asking;
-}  // namespace
-
 Reader::Turn::Turn(Reader& reader) : reader_(reader) {
-  if (std::ranges::find(asking, &reader) != asking.end()) {
+  const std::thread::id self = std::this_thread::get_id();
+  if (reader.busy_with_.load(std::memory_order_relaxed) == self) {
     throw mirn3::exc::error_t(fmt::format("'{:s}' is being read already: its reader cannot wait for itself",
                                           reader.path().string()));
   }
-  asking.push_back(&reader);
-  reader.busy.lock();
+  reader.busy_.lock();
+  reader.busy_with_.store(self, std::memory_order_relaxed);
 }
 
 Reader::Turn::~Turn() {
-  reader_.busy.unlock();
-  std::erase(asking, &reader_);
+  reader_.busy_with_.store({}, std::memory_order_relaxed);
+  reader_.busy_.unlock();
 }
 
 std::string compose_name(std::string_view prefix, std::string_view name) {

@@ -5,6 +5,7 @@
 // variable, and may be called any number of times.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -12,6 +13,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -63,9 +65,8 @@ class Reader {
   // is inside load(), which then goes on with its own share.
   virtual void forget() noexcept {}
 
-  std::mutex busy;  // held around load() by whoever asks; never wait for it with the interpreter lock
-
-  // Holds `busy` while in scope. Throws mirn3::exc::error_t when this very thread holds it already: a plug-in
+  // The turn of one thread to scan or load: whoever asks a reader holds one meanwhile, and never waits for it
+  // with the interpreter lock. Throws mirn3::exc::error_t when this very thread has it already: a plug-in
   // that asks for what it is about to deliver would wait for itself.
   class Turn {
    public:
@@ -85,6 +86,10 @@ class Reader {
   std::filesystem::path path_;
   VariableNode root_;
   std::unordered_map<std::string, size_t> index_;  // variable name to position in the source
+
+ private:
+  std::mutex busy_;
+  std::atomic<std::thread::id> busy_with_;  // the thread whose turn it is
 };
 
 // "prefix.name", or the name alone under an empty prefix.
