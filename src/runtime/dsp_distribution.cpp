@@ -17,7 +17,6 @@ namespace {
 
 constexpr size_t least = 1 << 16;  // samples for which a thread pays off
 constexpr size_t block = 512;      // samples whose cells are found at once
-constexpr size_t lanes = 8;  // running limits, apart from each other, so that none waits for the one before
 
 struct Limits {
   double lo = std::numeric_limits<double>::infinity();
@@ -38,6 +37,7 @@ Limits limits_of(std::span<const double> values) {
   Limits all;
   std::mutex mutex;
   par::ranges(values.size(), least, [&](size_t first, size_t last) {
+    constexpr size_t lanes = 8;  // apart from each other, so that none waits for the one before
     Limits lane[lanes];
     size_t i = first;
     for (; i + lanes <= last; i += lanes) {
@@ -72,10 +72,6 @@ class Axis {
       throw exc::error_t("The values of the selected range lie too far apart; limit them with clamp()");
     }
     step_ = width / static_cast<double>(cells);
-    // How far, in cells, a quotient and a computed edge can be from their true places: some roundings of
-    // numbers as large as the limits, and of the number of cells.
-    const double largest = std::max(std::abs(limits.lo), std::abs(limits.hi));
-    doubt_ = std::ldexp(largest * per_unit_, -49) + std::ldexp(static_cast<double>(cells), -49);
     for (size_t i = 0; i < cells; ++i) edges_[i] = static_cast<double>(i) * step_ + lo_;
     edges_[cells] = limits.hi;
     const auto meet = [](double a, double b) { return !(a < b); };
@@ -99,28 +95,8 @@ class Axis {
   }
 
  private:
-  // Where no value lies in doubt next to an edge, its quotient decides alone. False, with nothing of use in
-  // `out`, where one does.
-  [[gnu::always_inline]] bool locate_quickly(const double* values, size_t n, int32_t* out) const {
-    const double none = static_cast<double>(cells_);
-    const double inside = 0.5 * step_ + lo_;  // stands for NaN: not next to an edge
-    double in_doubt = 0.0;
-    for (size_t i = 0; i < n; ++i) {
-      const double value = values[i];
-      const double clean = value == value ? value : inside;
-      const double quotient = (clean - lo_) * per_unit_;
-      const auto cell = static_cast<double>(static_cast<int32_t>(quotient));
-      const double below = quotient - cell;
-      const double nearest = below < 0.5 ? below : 1.0 - below;
-      in_doubt = nearest > doubt_ ? in_doubt : 1.0;
-      out[i] = static_cast<int32_t>(value == value ? cell : none);
-    }
-    return in_doubt == 0.0;
-  }
-
   // Written so that it becomes vector code: everything is computed for all, then selected.
   [[gnu::always_inline]] void locate(const double* values, size_t n, int32_t* out) const {
-    if (locate_quickly(values, n, out)) return;
     const double none = static_cast<double>(cells_);
     const double top = none - 1;
     for (size_t i = 0; i < n; ++i) {
@@ -148,7 +124,6 @@ class Axis {
   double lo_ = 0;
   double step_ = 0;
   double per_unit_ = 0;
-  double doubt_ = 0;
   size_t cells_;
   std::vector<double> edges_;
 };
@@ -177,13 +152,6 @@ class Counts {
   std::vector<double> sums_;
 };
 
-// Whether n stamps are the same, and each, also the one behind the last, later than the one before.
-bool same_stamps(const double* a, const double* b, size_t n) {
-  unsigned same = 1;
-  for (size_t k = 0; k < n; ++k) same &= (a[k] == b[k] ? 1u : 0u) & (b[k] < b[k + 1] ? 1u : 0u);
-  return same != 0;
-}
-
 // Goes through the samples [first, last) of X that have a Y and calls pairs(values of X, values of Y, n) for
 // up to `block` of them at a time.
 template <typename Pairs>
@@ -198,14 +166,6 @@ void walk(const arg_t& x, const arg_t& y, size_t first, size_t last, const Pairs
   double of_y[block];
   for (; i < last; i += block) {
     const size_t n = std::min(block, last - i);
-    // Series with the same stamps are the usual case: then the values stand side by side already.
-    while (next != end && *next <= x.x[i]) ++next;
-    const auto left = static_cast<size_t>(end - next) + 1;
-    if (n < left && same_stamps(x.x + i, next - 1, n)) {
-      pairs(x.y + i, y.y + (next - 1 - y.x), n);
-      next += n - 1;
-      continue;
-    }
     for (size_t k = 0; k < n; ++k) {
       const double t = x.x[i + k];
       while (next != end && *next <= t) ++next;
@@ -264,25 +224,19 @@ heatmap_t heatmap(const arg_t& x, const arg_t& y, size_t rows, size_t cols) {
   Limits of_y;
   std::mutex mutex;
   par::ranges(x.size(), least, [&](size_t first, size_t last) {
-    Limits mine_x[lanes];
-    Limits mine_y[lanes];
-    const auto add = [&](size_t lane, double a, double b) {
-      // With the NaN of the other, so that both or none count.
-      mine_x[lane].add(b == b ? a : b);
-      mine_y[lane].add(a == a ? b : a);
-    };
+    Limits mine_x;
+    Limits mine_y;
     walk(x, y, x.first + first, x.first + last, [&](const double* a, const double* b, size_t n) {
-      size_t k = 0;
-      for (; k + lanes <= n; k += lanes) {
-        for (size_t lane = 0; lane < lanes; ++lane) add(lane, a[k + lane], b[k + lane]);
+      for (size_t k = 0; k < n; ++k) {
+        // With the NaN of the other, so that both or none count.
+        mine_x.add(b[k] == b[k] ? a[k] : b[k]);
+        mine_y.add(a[k] == a[k] ? b[k] : a[k]);
       }
-      for (; k < n; ++k) add(0, a[k], b[k]);
     });
     const std::lock_guard lock(mutex);
-    for (size_t lane = 0; lane < lanes; ++lane) {
-      if (mine_x[lane].empty()) continue;
-      of_x.add(mine_x[lane]);
-      of_y.add(mine_y[lane]);
+    if (!mine_x.empty()) {
+      of_x.add(mine_x);
+      of_y.add(mine_y);
     }
   });
   if (of_x.empty()) return {std::vector(rows, std::vector<double>(cols, 0)), 0, {}, {}};
