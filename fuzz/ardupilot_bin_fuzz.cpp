@@ -5,13 +5,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <limits>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "memory_file.h"
+#include "own_home.h"
 #include "readers/ardupilot_bin.h"
 
 namespace {
@@ -158,19 +158,10 @@ void compare(const std::string& name, const char* axis, const mirn3::shared_vect
   }
 }
 
-void prepare() {
-  static char home[] = "/tmp/ardupilot_bin_fuzz_XXXXXX";
-  if (mkdtemp(home) == nullptr) complain("no temporary folder");
-  setenv("KVALO_HOME", home, 1);
-  setenv("KVALO_LOG_LEVEL", "9", 1);
-  std::atexit([] { std::filesystem::remove_all(home); });
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool prepared = (prepare(), true);
-  (void)prepared;
+  give_own_home();
   if (size > most_bytes) return 0;
   const Bytes log(data, data + size);
   const MemoryFile file(data, size);

@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "memory_file.h"
+#include "own_home.h"
 #include "readers/ardupilot_txt.h"
 
 namespace {
@@ -78,19 +78,10 @@ void compare(const std::string& name, const mirn3::shared_vector<double>& got,
   }
 }
 
-void prepare() {
-  static char home[] = "/tmp/ardupilot_txt_fuzz_XXXXXX";
-  if (mkdtemp(home) == nullptr) complain("no temporary folder");
-  setenv("KVALO_HOME", home, 1);
-  setenv("KVALO_LOG_LEVEL", "9", 1);
-  std::atexit([] { std::filesystem::remove_all(home); });
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool prepared = (prepare(), true);
-  (void)prepared;
+  give_own_home();
   if (size > most_bytes) return 0;
   const std::string log(reinterpret_cast<const char*>(data), size);
   const MemoryFile file(data, size);

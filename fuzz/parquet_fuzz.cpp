@@ -4,13 +4,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "backends/parquet/parquet.h"
 #include "memory_file.h"
+#include "own_home.h"
 #include "runtime/exc.h"
 
 namespace {
@@ -40,19 +40,10 @@ void load(mirn2::rd::Reader& reader, const std::string& name) {
   }
 }
 
-void prepare() {
-  static char home[] = "/tmp/parquet_fuzz_XXXXXX";
-  if (mkdtemp(home) == nullptr) complain("no temporary folder");
-  setenv("KVALO_HOME", home, 1);
-  setenv("KVALO_LOG_LEVEL", "9", 1);
-  std::atexit([] { std::filesystem::remove_all(home); });
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool prepared = (prepare(), true);
-  (void)prepared;
+  give_own_home();
   if (size > most_bytes) return 0;
   const MemoryFile file(data, size);
   mirn2::rd::ReaderParquet reader(file.path());

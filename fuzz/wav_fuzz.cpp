@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 
 #include "memory_file.h"
+#include "own_home.h"
 #include "readers/wav.h"
 #include "runtime/exc.h"
 
@@ -69,19 +69,10 @@ void check(const Bytes& file, ReaderWAV& reader, uint64_t channel) {
   }
 }
 
-void prepare() {
-  static char home[] = "/tmp/wav_fuzz_XXXXXX";
-  if (mkdtemp(home) == nullptr) complain("no temporary folder");
-  setenv("KVALO_HOME", home, 1);
-  setenv("KVALO_LOG_LEVEL", "9", 1);
-  std::atexit([] { std::filesystem::remove_all(home); });
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool prepared = (prepare(), true);
-  (void)prepared;
+  give_own_home();
   if (size > most_bytes) return 0;
   const Bytes bytes{data, size};
   if (bytes.at(22, 2) > most_channels) return 0;
