@@ -44,6 +44,7 @@ struct MIRN3_API BufferDeleter {
   Origin origin = Origin::pool;  // allocate_samples, or malloc by whoever handed it over
   bool modified = false;         // samples differ from what the source would give again
   bool watched = false;          // handed out writable; `seen` tells whether it was written
+  bool common = false;           // one source's samples in several series: see mark_common
   uint64_t seen = 0;             // digest at the time of handing out
   size_t seen_size = 0;
 
@@ -147,6 +148,21 @@ class shared_vector<double> {
 
   // Whether the samples may differ from their source: marked, or written through a view.
   bool is_modified() const noexcept;
+
+  // Says that a source has handed these samples to more than one series, as it does with the time stamps of
+  // a table. From now on nobody writes into them: whoever wants to takes a copy first (own).
+  void mark_common() noexcept {
+    if (auto* kept = deleter()) kept->common = true;
+  }
+  bool is_common() const noexcept {
+    const auto* kept = deleter();
+    return kept != nullptr && kept->common;
+  }
+
+  // Makes the samples writable: common ones are copied.
+  void own() {
+    if (is_common()) *this = clone();
+  }
 
   void swap(shared_vector& other) noexcept {
     owner_.swap(other.owner_);

@@ -260,13 +260,14 @@ PyObject* container_merge(PyObject* object, PyObject* args, PyObject* kwargs) {
 }
 
 // Gives a record that is loaded the stamps of its clock; every object that shows it sees them.
-void apply_clock(TimeSeries& record) {
-  if (!record.is_loaded()) return;
-  LoadedSamples samples{record.x, record.y};
-  set_clock(samples, record.clock, record.full_name);
-  record.x = samples.x;
-  for (TimeSeriesObject* object : record.shown_by) {
-    if (ArrayObject* array = as_array(object->xdata)) replace_samples(array, record.x);
+void apply_clock(const std::shared_ptr<TimeSeries>& record) {
+  if (!record->is_loaded()) return;
+  LoadedSamples samples{record->x, record->y};
+  set_clock(samples, record->clock, record->full_name);
+  part_with_times(*record);
+  record->x = samples.x;
+  for (TimeSeriesObject* object : record->shown_by) {
+    if (ArrayObject* array = as_array(object->xdata)) show_times(array, record);
   }
 }
 
@@ -286,10 +287,11 @@ PyObject* container_replace_xdata(PyObject* object, PyObject* args) {
     Samples stamps;
     stamps.resize_for_overwrite(clock.size());
     std::ranges::copy(clock.y(), stamps.data());
+    stamps.mark_common();
     for (const auto& series : (*self->container)->variables()) {
       series->clock = stamps;
       series->x_scale = {};  // it was meant for the former stamps
-      apply_clock(*series);
+      apply_clock(series);
     }
     Py_RETURN_NONE;
   });

@@ -49,7 +49,8 @@ void cut(const LoadedSamples& from, TimeWindow window, rto_t& to) {
 
 LoadedSamples ReaderUnpacked::decode(const LoadedSamples& source) const {
   LoadedSamples decoded;
-  decoded.x = source.x.clone();  // the source's stamps may be changed apart from these
+  // A source's stamps may be changed apart from these.
+  decoded.x = source.x.is_common() ? source.x : source.x.clone();
   decoded.y.resize_for_overwrite(source.y.size());
   fn::kernels::unpack(source.y.span(), field_, coding_, decoded.y.span());
   return decoded;

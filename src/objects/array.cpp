@@ -25,13 +25,16 @@ Ref new_array(uint64_t size) {
 
 PyObject* array_new(PyTypeObject* type, PyObject*, PyObject*) {
   PyObject* self = type->tp_alloc(type, 0);
-  if (self != nullptr) new (&self_of(self)->data) Samples();
+  if (self == nullptr) return nullptr;
+  new (&self_of(self)->data) Samples();
+  new (&self_of(self)->times_of) std::weak_ptr<TimeSeries>();
   return self;
 }
 
 void array_dealloc(PyObject* self) {
   return_loan(self_of(self));
   self_of(self)->data.~Samples();
+  self_of(self)->times_of.~weak_ptr();
   Py_TYPE(self)->tp_free(self);
 }
 

@@ -3,6 +3,7 @@
 
 #include <Python.h>
 
+#include <memory>
 #include <span>
 
 #include "kvalo/shared_vector.h"
@@ -10,6 +11,7 @@
 
 namespace mirn2 {
 
+class TimeSeries;
 using Samples = mirn3::shared_vector<double>;
 
 struct ArrayObject {
@@ -17,6 +19,7 @@ struct ArrayObject {
   Samples data;
   Py_ssize_t views;  // buffer views that are held now
   bool borrows;      // the buffer is another Array's until one of the two is written: see lending.h
+  std::weak_ptr<TimeSeries> times_of;  // the record whose common time stamps it shows
 };
 
 extern PyTypeObject ArrayType;

@@ -6,6 +6,10 @@
 // a record and the objects that show it) do not borrow: they go on seeing the same samples. So whoever is
 // about to write to an Array, or to share its buffer on purpose, calls one of the functions below first.
 //
+// Common samples are lent by a source: all variables of a table show its one vector of time stamps. A source
+// never writes, so nobody keeps books of them; a record that has them takes a copy of its own, for all who
+// show it, when one of its Arrays is about to be written.
+//
 // Everything here is called with the interpreter lock held and throws std::bad_alloc, with nothing
 // changed, when there is no memory for a copy.
 #pragma once
@@ -25,8 +29,18 @@ void prepare_write(ArrayObject* array);
 // The same for a vector that is no Array's own (a record's).
 void prepare_write(const Samples& samples);
 
-// Before sharing the buffer on purpose: an Array that borrows gets a copy of its own.
+// Before sharing the buffer on purpose: an Array that borrows, or shows common samples, gets its own.
 void stop_borrowing(ArrayObject* array);
+
+// An Array that shows the time stamps of a record: a new one, or this one. Throws python_error too.
+Ref make_time_array(const std::shared_ptr<TimeSeries>& record);
+void show_times(ArrayObject* array, const std::shared_ptr<TimeSeries>& record);
+
+// Common time stamps of a record become its own, for it and for every Array that shows them as its.
+void own_times(TimeSeries& record);
+
+// Before a record gets other time stamps: Arrays that show the present ones go their own way.
+void part_with_times(TimeSeries& record) noexcept;
 
 // Gives the Array another vector; what it borrowed is handed back.
 void replace_samples(ArrayObject* array, Samples samples) noexcept;

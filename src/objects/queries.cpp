@@ -250,6 +250,7 @@ void put_sorted(TimeSeries* record, PyObject* x_array, PyObject* y_array, const 
       replace_samples(as_array(object->xdata), x);
       replace_samples(as_array(object->ydata), y);
     }
+    part_with_times(*record);
     record->x = x;
     record->y = y;
   }

@@ -77,14 +77,16 @@ LoadedSamples join(const std::vector<LoadedSamples>& parts) {
 }
 
 void apply(const AxisScale& scale, mirn3::shared_vector<double>& axis) {
-  if (!scale.is_identity()) kernels::scale(axis.span(), scale.gain, scale.offset);
+  if (scale.is_identity()) return;
+  axis.own();
+  kernels::scale(axis.span(), scale.gain, scale.offset);
 }
 
 }  // namespace
 
 void set_clock(LoadedSamples& samples, const mirn3::shared_vector<double>& clock, const std::string& name) {
   if (samples.x.size() == clock.size()) {
-    samples.x = clock.clone();
+    samples.x = clock;
   } else {
     rd::warn(fmt::format("'{:s}' keeps its time values: it has {} samples, and the new time values are {}",
                          name, samples.x.size(), clock.size()));

@@ -21,6 +21,7 @@ namespace rd {
 class Reader;
 }
 
+struct ArrayObject;
 struct TimeSeriesObject;
 
 constexpr double earliest_time = std::numeric_limits<double>::lowest();
@@ -49,9 +50,10 @@ class TimeSeries {
   std::vector<std::weak_ptr<TimeSeries>> parents;
   AxisScale x_scale;
   AxisScale y_scale;
-  mirn3::shared_vector<double> clock;       // stamps that replace those of the source, where they are as many
-  std::vector<TimeSeriesObject*> shown_by;  // every script object that shows it, the owner last
-  int in_use = 0;                           // computations that hold its samples now
+  mirn3::shared_vector<double> clock;  // stamps that replace those of the source, where they are as many
+  std::vector<ArrayObject*> times_shown_by;  // Arrays that show x while it is common: see lending.h
+  std::vector<TimeSeriesObject*> shown_by;   // every script object that shows it, the owner last
+  int in_use = 0;                            // computations that hold its samples now
 
   // The child of this main name that is still alive, or null.
   std::shared_ptr<TimeSeries> child(std::string_view name) const;

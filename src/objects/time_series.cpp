@@ -70,7 +70,7 @@ void load_samples(TimeSeriesObject* series) {
   record->last_load = mirn3::utc::now_stamp();
   if (!record->is_loaded()) load_record(record);
   // From here to the end the interpreter lock is held, so the vectors cannot be emptied for room.
-  Ref x = make_array(record->x);
+  Ref x = make_time_array(record);
   Ref y = make_array(record->y);
   Py_XSETREF(series->xdata, x.release());
   Py_XSETREF(series->ydata, y.release());
@@ -142,6 +142,7 @@ bool unload(TimeSeries& record, std::vector<Ref>& dropped) {
       dropped.push_back(Ref::steal(std::exchange(*axis, nullptr)));
     }
   }
+  part_with_times(record);
   record.x.reset();
   record.y.reset();
   return true;
@@ -154,6 +155,7 @@ void forget_samples(TimeSeries& record) {
                          record.full_name));
     return;
   }
+  part_with_times(record);
   record.x.reset();
   record.y.reset();
   for (TimeSeriesObject* object : record.shown_by) {
@@ -164,6 +166,7 @@ void forget_samples(TimeSeries& record) {
 
 void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale, Samples TimeSeries::*axis,
                 AxisScale value) {
+  own_times(record);
   Samples& samples = record.*axis;
   const bool is_second = !(record.*scale).is_identity();
   record.*scale = value;

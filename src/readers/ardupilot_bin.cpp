@@ -107,8 +107,6 @@ struct Pass {
   const uint32_t* offsets;
   std::span<const Piece> pieces;
   std::span<const Column> columns;
-  const double* times;  // copied to `x` as far as they are known or decoded by this pass
-  double* x;
 };
 
 constexpr size_t block_records = 1024;     // their cache lines and results stay in the second-level cache
@@ -125,7 +123,6 @@ void decode_block(const Pass& pass, const Piece& piece, size_t first, size_t cou
       std::fill_n(column.out + sample, count, std::numeric_limits<double>::quiet_NaN());
     }
   }
-  if (pass.times != nullptr) std::memcpy(pass.x + sample, pass.times + sample, count * sizeof(double));
 }
 
 void decode(const Pass& pass, size_t samples) {
@@ -391,15 +388,12 @@ void ReaderArduPilotBIN::load(rto_t& request) {
 
   // One pass fills everything below that is not known yet.
   std::vector<Column> columns;
-  shared_vector<double> x;
-  x.resize_for_overwrite(samples);
   Learned::Times times = known->times[at.type];
-  if (time.letter->text) {
-    times = {};
-  } else if (!times.known || times.field != at.time_field) {
+  const bool has_times = times.known && times.field == at.time_field && !time.letter->text;
+  if (!has_times) {
     times = {.known = true, .field = at.time_field, .values = {}};
     times.values.resize_for_overwrite(samples);
-    columns.push_back({time, times.values.data()});
+    if (!time.letter->text) columns.push_back({time, times.values.data()});
   }
 
   // A group's own name may go by another time field, and then by other records.
@@ -422,19 +416,21 @@ void ReaderArduPilotBIN::load(rto_t& request) {
     if (!value.letter->text) columns.push_back({value, y.data()});
   }
 
-  const Pass pass{
-      known->file.bytes().data(), records.offsets.data(), pieces, columns, times.values.data(), x.data()};
-  decode(pass, samples);
+  const Pass pass{known->file.bytes().data(), records.offsets.data(), pieces, columns};
+  if (!columns.empty()) decode(pass, samples);
   if (time.letter->text || value.letter->text) {
     Tags tags(request.tag_key);
-    if (time.letter->text) decode_text(pass, {time, x.data()}, tags);
+    if (time.letter->text) decode_text(pass, {time, times.values.data()}, tags);
     if (value.letter->text) decode_text(pass, {value, y.data()}, tags);
     save_tags();
   }
 
-  if (times.known) known->times[at.type] = std::move(times);
   known->ready.merge(ahead);
-  request.x = std::move(x);
+  request.x = times.values;
+  if (!time.letter->text) {
+    times.values.mark_common();
+    known->times[at.type] = std::move(times);
+  }
   request.y = std::move(y);
 }
 

@@ -50,9 +50,6 @@ constexpr std::array<size_t, 3> columns_ahead = {4, 16, 32};
 // Of the budget that is left, the share that may be filled with columns nobody has asked for.
 constexpr uint64_t share_ahead = 4;
 
-// Values worth a thread of their own when they are only copied.
-constexpr size_t copied_at_once = size_t{1} << 17;
-
 }  // namespace
 
 // What loads learned about the file and pass on to later ones. Used by one load at a time.
@@ -70,7 +67,7 @@ struct ReaderDelimited::Learned {
   Column numbers(uint64_t column, bool in_order, uint64_t capacity);
 
   // Fills `time` unless it is there.
-  void read_time_column();
+  void read_time_column(uint64_t capacity);
 
   char delimiter;
   int32_t time_type;
@@ -264,12 +261,6 @@ std::vector<uint64_t> read_number_fields(const Rows& rows, char delimiter, const
   return totals;
 }
 
-void copy_samples(const Samples& from, Samples& to) {
-  mirn3::par::ranges(from.size(), copied_at_once, [&](size_t first, size_t last) {
-    std::memcpy(to.data() + first, from.data() + first, (last - first) * sizeof(double));
-  });
-}
-
 }  // namespace
 
 ReaderDelimited::Learned::Learned(const std::filesystem::path& path, const ReaderDelimited& reader)
@@ -306,12 +297,13 @@ size_t ReaderDelimited::Learned::columns_from(uint64_t column) {
 void ReaderDelimited::Learned::finish_time(uint64_t unread) {
   if (unread != 0) read_times(rows, delimiter, time_type, true, time);
   if (time_type == mirn3::utc::time_of_day) mirn3::utc::unroll_midnight(time.span());
+  time.mark_common();
   has_time = true;
 }
 
-void ReaderDelimited::Learned::read_time_column() {
+void ReaderDelimited::Learned::read_time_column(uint64_t capacity) {
   if (has_time) return;
-  time = make_samples(0, rows.rows());
+  time = make_samples(capacity, rows.rows());
   read_times(rows, delimiter, time_type, false, time);
   finish_time(0);
 }
@@ -332,7 +324,7 @@ Column ReaderDelimited::Learned::numbers(uint64_t column, bool in_order, uint64_
   // A time column of plain numbers comes out of the same walk.
   const bool with_time = !has_time && time_type == mirn3::utc::seconds;
   if (with_time) {
-    time = make_samples(0, count);
+    time = make_samples(capacity, count);
     walk.time = time.data();
   }
   std::vector<Column> made(columns);
@@ -418,12 +410,13 @@ void ReaderDelimited::load(rto_t& request) {
   } else {
     values = learned->numbers(column, in_order, row_capacity);
   }
-  learned->read_time_column();
+  learned->read_time_column(row_capacity);
 
-  Samples x = make_samples(row_capacity, count);
+  Samples x;
   if (values.missing == 0) {
-    copy_samples(learned->time, x);
+    x = learned->time;
   } else {
+    x = make_samples(row_capacity, count);
     size_t kept = 0;
     for (size_t row = 0; row < count; ++row) {
       if (scan::is_missing(values.values[row])) continue;
@@ -435,7 +428,7 @@ void ReaderDelimited::load(rto_t& request) {
   }
   request.x = std::move(x);
   request.y = std::move(values.values);
-  check_time_vector(*this, request.x.span());
+  check_time_vector(*this, request.x);
   if (type == ValueType::text) save_tags();
 
   if (values.missing != 0 || rows.has_unfinished_row()) {

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 #include "runtime/exc.h"
@@ -52,8 +53,10 @@ std::string compose_name(std::string_view prefix, std::string_view name) {
   return full;
 }
 
-void check_time_vector(const Reader& reader, std::span<double> x) {
-  if (x.empty() || is_time_vector(x.first(std::min(x.size(), checked_values)))) return;
+void check_time_vector(const Reader& reader, mirn3::shared_vector<double>& x) {
+  const std::span<const double> stamps = std::as_const(x).span();
+  if (x.empty() || is_time_vector(stamps.first(std::min(stamps.size(), checked_values)))) return;
+  x.own();
   for (size_t i = 0; i < x.size(); ++i) x[i] = static_cast<double>(i);
   warn("The source provided an invalid time vector");
   warn(fmt::format("A strictly increasing vector of indexes will be used instead for file '{:s}'",

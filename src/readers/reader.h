@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
-#include <span>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -97,7 +96,8 @@ std::string compose_name(std::string_view prefix, std::string_view name);
 
 // Looks at the first 512 values: they must not decrease, and the last must be greater than the first.
 // Otherwise all of x becomes 0, 1, 2, ... and two warnings are reported. An empty x stays.
-void check_time_vector(const Reader& reader, std::span<double> x);
+// Common ones become the request's own first.
+void check_time_vector(const Reader& reader, mirn3::shared_vector<double>& x);
 
 // Saves the tags that a load created. A store that cannot be written is no reason to lose the load: the
 // log says so, the numbers hold for this session, and the next save writes them with its own.

@@ -298,3 +298,54 @@ def test_an_invalid_time_vector_becomes_indexes_with_two_warnings(tmp_path, capf
         f"A strictly increasing vector of indexes will be used instead for file '{tmp_path / 'f.csv'}'\n"
         in printed
     )
+
+
+def table_file(folder, kind, rows=5000):
+    """Two variables a and b = -a over the times i / 8."""
+    t, a = np.arange(rows) / 8, np.arange(rows) % 100.0
+    path = folder / f"table.{kind}"
+    match kind:
+        case "csv":
+            path.write_text("t,a,b\n" + "".join(f"{x},{y},{-y}\n" for x, y in zip(t, a, strict=True)))
+        case "parquet":
+            parquet = pytest.importorskip("pyarrow.parquet")
+            table = {"time": t, "a": a, "b": -a}
+            parquet.write_table(pytest.importorskip("pyarrow").table(table), path)
+        case "h5":
+            with pytest.importorskip("h5py").File(path, "w") as file:
+                file["time"], file["a"], file["b"] = t, a, -a
+        case "mat":
+            pytest.importorskip("scipy.io").savemat(path, {"time": t, "a": a, "b": -a})
+    return str(path)
+
+
+@pytest.mark.parametrize("kind", ["csv", "parquet", "h5", "mat"])
+def test_variables_of_a_table_have_time_stamps_of_their_own(tmp_path, kind):
+    t = np.arange(5000) / 8
+    ways = {
+        "Array": lambda s: s.xdata.__setitem__(0, -5.0),
+        "sample": lambda s: s.__setitem__(0, (-5.0, 0.0)),
+        "view": lambda s: np.asarray(s.xdata).__setitem__(0, -5.0),
+        "in place": lambda s: s.xdata.__isub__(5.0),
+        "gain": lambda s: s.axpb(1, -5),
+        "Array of an Array": lambda s: kvalo.Array(s.xdata).__setitem__(0, -5.0),
+        "Array taken out": lambda s: (s.xdata, setattr(s, "xdata", kvalo.Array([1.0])))[0].__setitem__(0, -5.0),
+    }
+    for way, write_to in ways.items():
+        c = kvalo.Container(path=table_file(tmp_path, kind))
+        a, b = c.a, c.b
+        copy = kvalo.TimeSeries(a)
+        for series in (a, b, copy):
+            series.load()
+        by_id = kvalo.TimeSeries(a.id64, -1e9, 1e9)
+        by_id.load()
+        result = a + 1
+        write_to(a)
+        assert by_id.xdata[0] == -5.0, way  # one variable, shown by all of them
+        assert copy.xdata[0] == -5.0, way
+        for other in (b, result):
+            assert np.array_equal(np.asarray(other.xdata), t), way
+        again = kvalo.Container(path=c.get_path()[0])
+        assert np.array_equal(np.asarray((again.b + 0).xdata), t), way
+        b.xdata[1] = 77.0
+        assert (by_id.xdata[1], result.xdata[1]) != (77.0, 77.0), way

@@ -262,13 +262,13 @@ class ReaderHDF5::Load {
     return read(variable);
   }
 
-  // A copy of the time; the original is kept for the other variables that share it.
+  // The time, kept for the other variables that share it.
   shared_vector<double> axis(size_t variable) {
     const auto found = learned_.axes.find(variable);
-    if (found != learned_.axes.end()) return copy_of(found->second);
+    if (found != learned_.axes.end()) return found->second;
     shared_vector<double> time = values(variable);
-    if (time.size() * sizeof(double) > samples::free_budget() / 4) return time;
-    return copy_of(learned_.axes.emplace(variable, std::move(time)).first->second);
+    time.mark_common();
+    return learned_.axes.emplace(variable, std::move(time)).first->second;
   }
 
   shared_vector<double> copy_of(const shared_vector<double>& values) {
@@ -406,7 +406,7 @@ void ReaderHDF5::load(rto_t& request) {
   const uint64_t count = std::min(x.size(), y.size());
   x.resize(count);
   y.resize(count);
-  if (time != no_axis) check_time_vector(*this, x.span());
+  if (time != no_axis) check_time_vector(*this, x);
   request.x.swap(x);
   request.y.swap(y);
   if (created_tags) save_tags();

@@ -262,7 +262,7 @@ void ReaderMAT::load(rto_t& request) {
   const bool to_read = !own_time && !counted && known_axis == known->axes.end();
   if (to_read) load.check(variables_[variable.axis]);
   if (known_axis != known->axes.end()) {
-    x = known_axis->second.clone();
+    x = known_axis->second;
   } else {
     x.resize_for_overwrite(variable.samples);
   }
@@ -275,9 +275,11 @@ void ReaderMAT::load(rto_t& request) {
     if (part == 1 && counted) std::iota(x.data(), x.data() + x.size(), 0.0);
   });
   if (own_time && !in_place) std::memcpy(x.data(), y.data(), y.size() * sizeof(double));
-  if (to_read && x.size() * sizeof(double) <= samples::free_budget() / 4)
-    known->axes.emplace(variable.axis, x.clone());
-  if (!counted) check_time_vector(*this, x.span());
+  if (to_read) {
+    x.mark_common();
+    known->axes.emplace(variable.axis, x);
+  }
+  if (!counted) check_time_vector(*this, x);
   request.x.swap(x);
   request.y.swap(y);
 }

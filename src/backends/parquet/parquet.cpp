@@ -17,7 +17,6 @@
 #include <cstring>
 #include <map>
 #include <optional>
-#include <set>
 #include <span>
 #include <unordered_map>
 #include <utility>
@@ -46,11 +45,6 @@ constexpr int64_t most_working_memory = int64_t{2} << 30;
 // More rows than this a file of so many bytes does not have. Columns of one repeated value pack very well,
 // so the factor is generous; it only keeps damaged counts from becoming allocations.
 uint64_t most_rows(size_t file_bytes) { return (uint64_t{1} << 26) + uint64_t{file_bytes} * 4096; }
-
-uint64_t free_budget() noexcept {
-  const uint64_t bank = mirn3::mem::memory_bank, used = mirn3::mem::memory_used;
-  return bank > used ? bank - used : 0;
-}
 
 // Runs something that reads the file; every failure becomes one that names it.
 template <typename Work>
@@ -178,11 +172,6 @@ struct ReaderParquet::Learned {
   // Decodes a column's rows of one row group to out[0..]. Returns whether some are missing.
   bool read(int leaf, const Meaning& meaning, size_t group, double* out, const TextNumber& number) const;
 
-  // Whether the time column is worth keeping: it was needed before, and there is room.
-  bool shall_keep(int leaf) {
-    return !needed.insert(leaf).second && rows * sizeof(double) <= free_budget() / 4;
-  }
-
   mirn3::sys::FileStamp stamp;
   mirn3::sys::Mapping bytes;
   arrow::ProxyMemoryPool own{arrow::default_memory_pool()};
@@ -190,8 +179,7 @@ struct ReaderParquet::Learned {
   std::unique_ptr<parquet::ParquetFileReader> file;
   std::vector<Rows> groups;
   size_t rows = 0;
-  std::set<int> needed;          // time columns that were asked for
-  std::map<int, Samples> times;  // those that are kept
+  std::map<int, Samples> times;  // by column; common to all variables that go by it
 };
 
 bool ReaderParquet::Learned::read(int leaf, const Meaning& meaning, size_t group, double* out,
@@ -208,47 +196,48 @@ bool ReaderParquet::Learned::read(int leaf, const Meaning& meaning, size_t group
   return read_chunk(*reader, meaning, groups[group].count, out, number);
 }
 
-// Fills x with the times that belong to a column, one row group at a time and on any thread.
+// The times that belong to a column: kept from an earlier load, or filled one row group at a time and on any
+// thread.
 class ReaderParquet::Times {
  public:
-  Times(Learned& known, const ParquetColumn& column, double* x) : known_(known), column_(column), x_(x) {
-    if (column.axis == ParquetColumn::sample_indexes) return;
+  Times(Learned& known, const ParquetColumn& column) : known_(known), column_(column) {
     if (const auto kept = known.times.find(column.axis); kept != known.times.end()) {
-      kept_ = kept->second.values.data();
-      has_missing_ = kept->second.has_missing;
-    } else if (known.shall_keep(column.axis)) {
-      keeping_.resize_for_overwrite(known.rows);
+      times_ = kept->second;
+    } else {
+      times_.values.resize_for_overwrite(known.rows);
+      is_new_ = true;
     }
   }
+
+  bool is_new() const noexcept { return is_new_; }
 
   void fill(size_t group) {
     const auto [first, count] = known_.groups[group];
     if (count == 0) return;
-    double* const out = x_ + first;
+    double* const out = times_.values.data() + first;
     if (column_.axis == ParquetColumn::sample_indexes) {
       for (size_t i = 0; i < count; ++i) out[i] = static_cast<double>(first + i);
-    } else if (kept_ != nullptr) {
-      std::memcpy(out, kept_ + first, count * sizeof(double));
-    } else {
-      if (known_.read(column_.axis, column_.axis_meaning, group, out, {})) has_missing_ = true;
-      if (!keeping_.empty()) std::memcpy(keeping_.data() + first, out, count * sizeof(double));
+    } else if (known_.read(column_.axis, column_.axis_meaning, group, out, {})) {
+      found_missing_ = true;
     }
   }
 
-  // When all row groups are filled.
-  void keep() {
-    if (!keeping_.empty()) known_.times[column_.axis] = {std::move(keeping_), has_missing_};
+  // When all row groups are filled: the times, kept for later loads.
+  const Samples& finish() {
+    if (is_new_) {
+      times_.has_missing = found_missing_;
+      times_.values.mark_common();
+      known_.times[column_.axis] = times_;
+    }
+    return times_;
   }
-
-  bool has_missing() const noexcept { return has_missing_; }
 
  private:
   Learned& known_;
   const ParquetColumn& column_;
-  double* x_;
-  const double* kept_ = nullptr;   // from an earlier load
-  shared_vector<double> keeping_;  // for later ones
-  std::atomic<bool> has_missing_ = false;
+  Samples times_;
+  bool is_new_ = false;
+  std::atomic<bool> found_missing_ = false;
 };
 
 ReaderParquet::ReaderParquet(std::filesystem::path source) : Reader(std::move(source)) {}
@@ -310,10 +299,9 @@ void ReaderParquet::load(rto_t& request) {
   const std::shared_ptr<Learned> known = learn();
   const std::vector<Rows>& groups = known->groups;
 
-  shared_vector<double> x, y;
-  x.resize_for_overwrite(known->rows);
+  shared_vector<double> y;
   y.resize_for_overwrite(known->rows);
-  Times times(*known, column, x.data());
+  Times times(*known, column);
   Tags tags(request.tag_key);
   const TextNumber number = [&](std::string_view text) { return tags.number(text); };
   std::atomic<bool> has_missing = false;
@@ -325,7 +313,8 @@ void ReaderParquet::load(rto_t& request) {
   reading(path_, [&] {
     // Texts are numbered in the order of the rows, so one thread goes through all of them.
     const size_t value_parts = is_text ? 1 : groups.size();
-    mirn3::par::run(value_parts + groups.size(), [&](size_t part) {
+    const size_t time_parts = times.is_new() ? groups.size() : 0;
+    mirn3::par::run(value_parts + time_parts, [&](size_t part) {
       if (part >= value_parts) {
         times.fill(part - value_parts);
       } else if (is_text) {
@@ -336,9 +325,12 @@ void ReaderParquet::load(rto_t& request) {
     });
   });
   if (is_text) save_tags();
-  times.keep();
-  if (has_missing || times.has_missing()) compact(x, y, groups);
-  if (column.axis != ParquetColumn::sample_indexes) check_time_vector(*this, x.span());
+  auto [x, has_missing_times] = times.finish();
+  if (has_missing || has_missing_times) {
+    x.own();
+    compact(x, y, groups);
+  }
+  if (column.axis != ParquetColumn::sample_indexes) check_time_vector(*this, x);
   request.x = std::move(x);
   request.y = std::move(y);
 }

@@ -210,7 +210,7 @@ void ReaderXLSX::load(rto_t& request) {
   rto_t filled;
   filled.tag_key = request.tag_key;
   learned->load(learned->place(found->second), filled);
-  check_time_vector(*this, filled.x.span());
+  check_time_vector(*this, filled.x);
   request.x = std::move(filled.x);
   request.y = std::move(filled.y);
 }
