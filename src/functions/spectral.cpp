@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "objects/frame.h"
+#include "objects/many_floats.h"
 #include "objects/time_series.h"
 #include "runtime/dsp_distribution.h"
 #include "runtime/dsp_fft.h"
@@ -64,6 +65,24 @@ Ref tuple_of(const Values& values, const Make& make) {
 Ref float_tuple(std::span<const double> values) { return tuple_of(values, PyFloat_FromDouble); }
 Ref text_tuple(std::span<const std::string> texts) { return tuple_of(texts, to_unicode); }
 
+// k / duration for every line of a spectrum. Spectra of one length and sampling period share one tuple; the
+// last one is kept for the next such spectrum, unless it is very long.
+Ref frequencies(size_t lines, double duration) {
+  constexpr size_t most_kept = size_t{1} << 20;
+  static PyObject* kept = nullptr;  // never released at exit: the interpreter may be gone by then
+  static double kept_duration = 0;
+  if (kept != nullptr && static_cast<size_t>(PyTuple_GET_SIZE(kept)) == lines && kept_duration == duration) {
+    return Ref::share(kept);
+  }
+  FloatTuple fresh(lines);
+  fresh.fill([&](size_t k) { return static_cast<double>(k) / duration; });
+  if (lines <= most_kept) {
+    Py_XSETREF(kept, Py_NewRef(fresh.get()));
+    kept_duration = duration;
+  }
+  return Ref::share(fresh.get());
+}
+
 char** names(const char* const* keywords) { return const_cast<char**>(keywords); }
 
 }  // namespace
@@ -81,13 +100,19 @@ PyObject* fftdata(PyObject*, PyObject* args, PyObject* keywords) {
     const Operand series(chart_input(object));
     const arg_t range = range_of(series, times, "FFT");
 
-    // Making half a million Python numbers takes as long as the transform: do both at once.
-    const std::vector<double> frequencies = without_gil([&] { return mirn3::dsp::fft_frequencies(range); });
-    auto transform = std::async(std::launch::async, [&] { return mirn3::dsp::fft_values(range, false); });
-    Ref first = float_tuple(frequencies);
-    const std::vector<double> values = without_gil([&] { return transform.get(); });
-    Ref second = float_tuple(values);
-    return PyTuple_Pack(2, first.get(), second.get());
+    // Making as many Python numbers takes as long as the transform: do both at once.
+    const size_t lines = mirn3::dsp::fft_lines(range);
+    Samples amplitudes;
+    amplitudes.resize_for_overwrite(lines);
+    auto transform = std::async(std::launch::async, [&] {
+      const double duration = mirn3::dsp::fft_duration(range);
+      mirn3::dsp::fft_values(range, false, amplitudes.span());
+      return duration;
+    });
+    FloatTuple values(lines);
+    const double duration = without_gil([&] { return transform.get(); });
+    values.fill([&](size_t k) { return amplitudes[k]; });
+    return PyTuple_Pack(2, frequencies(lines, duration).get(), values.get());
   });
 }
 

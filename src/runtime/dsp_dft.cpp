@@ -6,7 +6,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <memory>
+#include <mutex>
 
+#include "kvalo/shared_vector.h"
 #include "runtime/par.h"
 
 // The library's parallel loop: every part of the work once, on threads that live for the loop.
@@ -50,22 +54,58 @@ constexpr size_t least = 1 << 15;  // elements for which a thread pays off
 
 double magnitude(const Complex& z) { return std::sqrt(z.r * z.r + z.i * z.i); }
 
+using Plan = ducc0::detail_fft::pocketfft_c<double>;
+
+// The plan of a length. The last one is kept, unless it is very long: spectra are seldom wanted of one
+// variable alone, and the roots of unity take as long as a good part of the transform.
+std::shared_ptr<const Plan> plan_of(size_t n) {
+  constexpr size_t longest_kept = size_t{1} << 21;
+  static std::mutex guard;
+  static std::shared_ptr<const Plan> kept;
+  {
+    const std::lock_guard lock(guard);
+    if (kept && kept->length() == n) return kept;
+  }
+  auto plan = std::make_shared<const Plan>(n, true);
+  if (n <= longest_kept) {
+    const std::lock_guard lock(guard);
+    kept = plan;
+  }
+  return plan;
+}
+
+// Working memory, from where sample buffers come: large pages, and those that were freed last.
+class Workspace {
+ public:
+  explicit Workspace(size_t n)
+      : doubles_(2 * n), memory_(mem::allocate_samples(doubles_, mem::Content::any)) {}
+  ~Workspace() { mem::free_samples(memory_, doubles_); }
+  Workspace(const Workspace&) = delete;
+  Workspace& operator=(const Workspace&) = delete;
+
+  Complex* data() noexcept { return reinterpret_cast<Complex*>(memory_); }
+
+ private:
+  size_t doubles_;
+  double* memory_;
+};
+
 // Complex transforms of one length in buffers of their own.
 class Transform {
  public:
-  explicit Transform(size_t n) : plan_(n, true), input_(n), scratch_(plan_.bufsize()) {}
+  explicit Transform(size_t n) : plan_(plan_of(n)), input_(n), scratch_(plan_->bufsize()) {}
 
   Complex* input() { return input_.data(); }
 
   // Transforms input(), which it may use as scratch memory. Not scaled; valid until the next call.
   const Complex* run(bool forward, size_t threads) {
-    return plan_.exec(input_.data(), scratch_.data(), 1.0, forward, threads);
+    return plan_->exec(input_.data(), scratch_.data(), 1.0, forward, threads);
   }
 
  private:
-  ducc0::detail_fft::pocketfft_c<double> plan_;
-  ducc0::aligned_array<Complex> input_;
-  ducc0::aligned_array<Complex> scratch_;
+  std::shared_ptr<const Plan> plan_;
+  Workspace input_;
+  Workspace scratch_;
 };
 
 size_t largest_prime_factor(size_t n) {
@@ -177,7 +217,7 @@ void dft_magnitudes(std::span<const double> x, std::span<double> out) {
       return;
     }
     Transform half(m);
-    for (size_t j = 0; j < m; ++j) half.input()[j] = pair(j);
+    std::memcpy(static_cast<void*>(half.input()), x.data(), n * sizeof(double));
     const Complex* z = half.run(true, threads);
     unpack_half([&](size_t k) { return z[k]; }, m, out);
   } else if (wants_chirp(n)) {

@@ -56,15 +56,11 @@ double sampling_period(std::span<const double> t) {
 
 }  // namespace
 
-std::vector<double> fft_frequencies(const arg_t& range) {
-  const size_t n = range.size();
-  const double span = sampling_period(range.stamps()) * static_cast<double>(n);
-  std::vector<double> frequencies(n / 2 + 1);
-  for (size_t k = 0; k < frequencies.size(); ++k) frequencies[k] = static_cast<double>(k) / span;
-  return frequencies;
+double fft_duration(const arg_t& range) {
+  return sampling_period(range.stamps()) * static_cast<double>(range.size());
 }
 
-std::vector<double> fft_values(const arg_t& range, bool raw) {
+void fft_values(const arg_t& range, bool raw, std::span<double> values) {
   const std::span<const double> y = range.values();
   const size_t n = y.size();
   double greatest = 0;
@@ -85,7 +81,6 @@ std::vector<double> fft_values(const arg_t& range, bool raw) {
     for (double& value : scaled) value = std::ldexp(value, -exponent);
   }
 
-  std::vector<double> values(n / 2 + 1);
   dft_magnitudes(exponent != 0 ? scaled : y, values);
   if (!raw) {
     const auto count = static_cast<double>(n);
@@ -96,9 +91,16 @@ std::vector<double> fft_values(const arg_t& range, bool raw) {
   if (exponent != 0) {
     for (double& value : values) value = std::ldexp(value, exponent);
   }
-  return values;
 }
 
-fft_t fft(const arg_t& range, bool raw) { return {fft_values(range, raw), fft_frequencies(range)}; }
+fft_t fft(const arg_t& range, bool raw) {
+  fft_t lines{std::vector<double>(fft_lines(range)), std::vector<double>(fft_lines(range))};
+  fft_values(range, raw, lines.values);
+  const double duration = fft_duration(range);
+  for (size_t k = 0; k < lines.frequencies.size(); ++k) {
+    lines.frequencies[k] = static_cast<double>(k) / duration;
+  }
+  return lines;
+}
 
 }  // namespace mirn3::dsp

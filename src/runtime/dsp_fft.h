@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <vector>
 
 #include "kvalo/export.h"
@@ -27,8 +28,10 @@ struct fft_t {
 // finite and for time stamps that do not ascend.
 MIRN3_API fft_t fft(const arg_t& range, bool raw);
 
-// The two halves of fft(): they may run at the same time.
-MIRN3_API std::vector<double> fft_values(const arg_t& range, bool raw);
-MIRN3_API std::vector<double> fft_frequencies(const arg_t& range);
+// The parts of fft(): they may run at the same time. There are fft_lines(range) values; line k lies at
+// k / fft_duration(range).
+inline size_t fft_lines(const arg_t& range) { return range.size() / 2 + 1; }
+MIRN3_API void fft_values(const arg_t& range, bool raw, std::span<double> values);
+MIRN3_API double fft_duration(const arg_t& range);
 
 }  // namespace mirn3::dsp
