@@ -1,4 +1,7 @@
 // Histogram and heatmap: limits in one pass, counts in the next, each part with counters of its own.
+//
+// Where the processor has 32-byte vectors, the cell of a value is found by one product, and only values next
+// to an edge are compared with the edges themselves.
 #include "runtime/dsp_distribution.h"
 
 #include <fmt/format.h>
@@ -8,49 +11,19 @@
 #include <limits>
 #include <mutex>
 
+#include "runtime/dsp_scan.h"
 #include "runtime/exc.h"
 #include "runtime/par.h"
+
+#ifdef __x86_64__
+#include <immintrin.h>
+#endif
 
 namespace mirn3::dsp {
 
 namespace {
 
-constexpr size_t least = 1 << 16;  // samples for which a thread pays off
-constexpr size_t block = 512;      // samples whose cells are found at once
-
-struct Limits {
-  double lo = std::numeric_limits<double>::infinity();
-  double hi = -std::numeric_limits<double>::infinity();
-
-  void add(double value) {
-    lo = value < lo ? value : lo;  // false for NaN
-    hi = value > hi ? value : hi;
-  }
-  void add(const Limits& other) {
-    add(other.lo);
-    add(other.hi);
-  }
-  bool empty() const { return lo > hi; }
-};
-
-Limits limits_of(std::span<const double> values) {
-  Limits all;
-  std::mutex mutex;
-  par::ranges(values.size(), least, [&](size_t first, size_t last) {
-    constexpr size_t lanes = 8;  // apart from each other, so that none waits for the one before
-    Limits lane[lanes];
-    size_t i = first;
-    for (; i + lanes <= last; i += lanes) {
-      for (size_t k = 0; k < lanes; ++k) lane[k].add(values[i + k]);
-    }
-    for (; i < last; ++i) lane[0].add(values[i]);
-    const std::lock_guard lock(mutex);
-    for (const Limits& limits : lane) {
-      if (!limits.empty()) all.add(limits);
-    }
-  });
-  return all;
-}
+constexpr size_t block = 512;  // samples whose cells are found at once
 
 // Equal cells over a range of values.
 class Axis {
@@ -72,6 +45,9 @@ class Axis {
       throw exc::error_t("The values of the selected range lie too far apart; limit them with clamp()");
     }
     step_ = width / static_cast<double>(cells);
+    // What rounding may move a value against an edge, in cells: of the product, and of the edge.
+    const double most = std::max(std::abs(limits.lo), std::abs(limits.hi));
+    near_edge_ = std::ldexp(static_cast<double>(cells), -49) + std::ldexp(most, -50) * per_unit_;
     for (size_t i = 0; i < cells; ++i) edges_[i] = static_cast<double>(i) * step_ + lo_;
     edges_[cells] = limits.hi;
     const auto meet = [](double a, double b) { return !(a < b); };
@@ -116,17 +92,36 @@ class Axis {
     }
   }
 #ifdef __x86_64__
-  [[gnu::target("avx2")]] void locate_avx2(const double* values, size_t n, int32_t* out) const {
-    locate(values, n, out);
-  }
+  [[gnu::target("avx2")]] void locate_avx2(const double* values, size_t n, int32_t* out) const;
 #endif
 
   double lo_ = 0;
   double step_ = 0;
   double per_unit_ = 0;
+  double near_edge_ = 0;
   size_t cells_;
   std::vector<double> edges_;
 };
+
+#ifdef __x86_64__
+[[gnu::target("avx2")]] void Axis::locate_avx2(const double* values, size_t n, int32_t* out) const {
+  const __m256d lo = _mm256_set1_pd(lo_), per_unit = _mm256_set1_pd(per_unit_);
+  const __m256d near = _mm256_set1_pd(near_edge_), far = _mm256_set1_pd(1 - near_edge_);
+  __m256d sure = _mm256_cmp_pd(near, far, _CMP_LT_OQ);
+  size_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    const __m256d guess = _mm256_mul_pd(_mm256_sub_pd(_mm256_loadu_pd(values + i), lo), per_unit);
+    const __m128i cell = _mm256_cvttpd_epi32(guess);
+    const __m256d behind_edge = _mm256_sub_pd(guess, _mm256_cvtepi32_pd(cell));
+    // False for NaN, too; the greatest value lies on an edge.
+    sure = _mm256_and_pd(sure, _mm256_and_pd(_mm256_cmp_pd(behind_edge, near, _CMP_GT_OQ),
+                                             _mm256_cmp_pd(behind_edge, far, _CMP_LT_OQ)));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), cell);
+  }
+  const size_t done = _mm256_movemask_pd(sure) == 0xf ? i : 0;
+  locate(values + done, n - done, out + done);
+}
+#endif
 
 void Axis::cells_of(const double* values, size_t n, int32_t* out) const {
 #ifdef __x86_64__
@@ -152,28 +147,58 @@ class Counts {
   std::vector<double> sums_;
 };
 
-// Goes through the samples [first, last) of X that have a Y and calls pairs(values of X, values of Y, n) for
-// up to `block` of them at a time.
-template <typename Pairs>
-void walk(const arg_t& x, const arg_t& y, size_t first, size_t last, const Pairs& pairs) {
-  const double* end = y.x + y.last;
-  const double* const begin = y.x + y.first;
-  // Samples of X before the first one of Y have none.
-  size_t i = static_cast<size_t>(std::lower_bound(x.x + first, x.x + last, *begin) - x.x);
-  if (i == last) return;
-  const double* next = std::upper_bound(begin, end, x.x[i]);  // the first stamp of Y that is later
-  if (next == begin) return;                                  // stamps that do not ascend
-  double of_y[block];
-  for (; i < last; i += block) {
-    const size_t n = std::min(block, last - i);
-    for (size_t k = 0; k < n; ++k) {
-      const double t = x.x[i + k];
-      while (next != end && *next <= t) ++next;
-      of_y[k] = y.y[next - y.x - 1];
-    }
-    pairs(x.y + i, of_y, n);
+// The samples of X, each with the sample of Y that holds at its time.
+class Pairs {
+ public:
+  Pairs(const arg_t& x, const arg_t& y) : x_(x), y_(y) {
+    // Samples of X before the first one of Y have none.
+    const double* const begin = y.x + y.first;
+    const double* const end = y.x + y.last;
+    first_ = static_cast<size_t>(std::lower_bound(x.x + x.first, x.x + x.last, *begin) - x.x);
+    if (first_ == x.last) return;
+    const double* const held = std::upper_bound(begin, end, x.x[first_]) - 1;
+    const size_t count = size();
+    if (held < begin || static_cast<size_t>(end - held) < count) return;
+    if (is_same_time({x.x + first_, count}, {held, count})) same_ = y.y + (held - y.x);
   }
-}
+
+  // Samples of X that may have one of Y.
+  size_t size() const { return x_.last - first_; }
+
+  // Goes through the pairs [first, last) and calls visit(values of X, values of Y, n) for up to `block` of
+  // them at a time.
+  template <typename Visit>
+  void walk(size_t first, size_t last, const Visit& visit) const {
+    if (same_ == nullptr) return merge(first_ + first, first_ + last, visit);
+    for (size_t i = first; i < last; i += block) {
+      visit(x_.y + first_ + i, same_ + i, std::min(block, last - i));
+    }
+  }
+
+ private:
+  template <typename Visit>
+  void merge(size_t first, size_t last, const Visit& visit) const {
+    const double* const begin = y_.x + y_.first;
+    const double* const end = y_.x + y_.last;
+    const double* next = std::upper_bound(begin, end, x_.x[first]);  // the first stamp of Y that is later
+    if (next == begin) return;                                       // stamps that do not ascend
+    double of_y[block];
+    for (size_t i = first; i < last; i += block) {
+      const size_t n = std::min(block, last - i);
+      for (size_t k = 0; k < n; ++k) {
+        const double t = x_.x[i + k];
+        while (next != end && *next <= t) ++next;
+        of_y[k] = y_.y[next - y_.x - 1];
+      }
+      visit(x_.y + i, of_y, n);
+    }
+  }
+
+  arg_t x_;
+  arg_t y_;
+  size_t first_ = 0;
+  const double* same_ = nullptr;  // the values of Y, if both have the same time stamps
+};
 
 }  // namespace
 
@@ -187,7 +212,7 @@ histogram_t histogram(const arg_t& range, size_t bins) {
   const Axis axis(limits, bins);
 
   Counts counts(bins);
-  par::ranges(values.size(), std::max(least, 4 * bins), [&](size_t first, size_t last) {
+  par::ranges(values.size(), std::max(scan_least, 4 * bins), [&](size_t first, size_t last) {
     // Two sets in turn: a counter that is hit again at once need not wait for itself.
     std::vector<uint64_t> even(bins + 1, 0);
     std::vector<uint64_t> odd(bins + 1, 0);
@@ -223,32 +248,26 @@ heatmap_t heatmap(const arg_t& x, const arg_t& y, size_t rows, size_t cols) {
   Limits of_x;
   Limits of_y;
   std::mutex mutex;
-  par::ranges(x.size(), least, [&](size_t first, size_t last) {
+  const Pairs pairs(x, y);
+  par::ranges(pairs.size(), scan_least, [&](size_t first, size_t last) {
     Limits mine_x;
     Limits mine_y;
-    walk(x, y, x.first + first, x.first + last, [&](const double* a, const double* b, size_t n) {
-      for (size_t k = 0; k < n; ++k) {
-        // With the NaN of the other, so that both or none count.
-        mine_x.add(b[k] == b[k] ? a[k] : b[k]);
-        mine_y.add(a[k] == a[k] ? b[k] : a[k]);
-      }
-    });
+    pairs.walk(first, last,
+               [&](const double* a, const double* b, size_t n) { add_pairs(a, b, n, mine_x, mine_y); });
     const std::lock_guard lock(mutex);
-    if (!mine_x.empty()) {
-      of_x.add(mine_x);
-      of_y.add(mine_y);
-    }
+    of_x.add(mine_x);
+    of_y.add(mine_y);
   });
   if (of_x.empty()) return {std::vector(rows, std::vector<double>(cols, 0)), 0, {}, {}};
   const Axis across(of_x, cols);
   const Axis up(of_y, rows);
 
   Counts counts(rows * cols);
-  par::ranges(x.size(), std::max(least, 4 * rows * cols), [&](size_t first, size_t last) {
+  par::ranges(pairs.size(), std::max(scan_least, 4 * rows * cols), [&](size_t first, size_t last) {
     std::vector<uint64_t> mine(rows * cols, 0);
     int32_t columns[block];
     int32_t lines[block];
-    walk(x, y, x.first + first, x.first + last, [&](const double* a, const double* b, size_t n) {
+    pairs.walk(first, last, [&](const double* a, const double* b, size_t n) {
       across.cells_of(a, n, columns);
       up.cells_of(b, n, lines);
       for (size_t k = 0; k < n; ++k) {
