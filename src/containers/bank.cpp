@@ -10,6 +10,7 @@
 #include "runtime/log.h"
 #include "runtime/mem.h"
 #include "runtime/num.h"
+#include "runtime/num_ramp.h"
 
 namespace mirn2 {
 
@@ -162,6 +163,7 @@ void Bank::reserve_memory() {
   {
     std::vector<Ref> dropped;
     const std::lock_guard guard(lock_);
+    mirn3::num::forget_ramp();
     for (const auto& [id, container] : containers_) {
       if (has_room()) break;
       for (const auto& reader : container->readers()) reader->forget();

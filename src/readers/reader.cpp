@@ -9,6 +9,7 @@
 
 #include "runtime/exc.h"
 #include "runtime/log.h"
+#include "runtime/num_ramp.h"
 #include "runtime/python.h"
 #include "runtime/tag.h"
 
@@ -56,8 +57,7 @@ std::string compose_name(std::string_view prefix, std::string_view name) {
 void check_time_vector(const Reader& reader, mirn3::shared_vector<double>& x) {
   const std::span<const double> stamps = std::as_const(x).span();
   if (x.empty() || is_time_vector(stamps.first(std::min(stamps.size(), checked_values)))) return;
-  x.own();
-  for (size_t i = 0; i < x.size(); ++i) x[i] = static_cast<double>(i);
+  x = mirn3::num::ramp(1.0, x.size());
   warn("The source provided an invalid time vector");
   warn(fmt::format("A strictly increasing vector of indexes will be used instead for file '{:s}'",
                    reader.path().string()));

@@ -24,7 +24,7 @@ namespace mirn2::rd {
 struct rto_t {
   std::string_view tag_key;        // tag table for the variable's text values
   std::string_view name;           // full name of the variable; zero-terminated
-  mirn3::shared_vector<double> x;  // time, to be filled
+  mirn3::shared_vector<double> x;  // time, to be filled; may be common to several variables
   uint64_t spare = 0;              // not used by readers
   mirn3::shared_vector<double> y;  // values, to be filled; as many as x
   bool tolerate_unknown = false;   // an unknown name leaves x and y empty instead of throwing
@@ -96,7 +96,6 @@ std::string compose_name(std::string_view prefix, std::string_view name);
 
 // Looks at the first 512 values: they must not decrease, and the last must be greater than the first.
 // Otherwise all of x becomes 0, 1, 2, ... and two warnings are reported. An empty x stays.
-// Common ones become the request's own first.
 void check_time_vector(const Reader& reader, mirn3::shared_vector<double>& x);
 
 // Saves the tags that a load created. A store that cannot be written is no reason to lose the load: the

@@ -13,6 +13,7 @@
 #include "readers/wav_samples.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
+#include "runtime/num_ramp.h"
 #include "runtime/par.h"
 
 namespace mirn2::rd {
@@ -101,7 +102,6 @@ void report_oddities(const std::filesystem::path& path, Bytes file, const Head& 
 struct ReaderWAV::Learned {
   mirn3::sys::FileStamp stamp;
   mirn3::sys::Mapping file;
-  mirn3::shared_vector<double> times;  // of the frames, for every channel
 };
 
 bool probe_wav(const std::filesystem::path& path, std::string* why) {
@@ -143,7 +143,7 @@ std::shared_ptr<ReaderWAV::Learned> ReaderWAV::learn() {
   const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
   if (auto known = kept_.of(stamp)) return known;
   forget();
-  auto fresh = std::make_shared<Learned>(Learned{stamp, mirn3::sys::Mapping(path_), {}});
+  auto fresh = std::make_shared<Learned>(Learned{stamp, mirn3::sys::Mapping(path_)});
   return kept_.keep(std::move(fresh));
 }
 
@@ -175,22 +175,16 @@ void ReaderWAV::load(rto_t& request) {
   const double step = head.rate != 0 ? 1.0 / head.rate : 1.0;
   const size_t width = head.bits / 8;
   const bool readable = head.format == pcm && (width == 1 || width == 2 || width == 4);
-  mirn3::shared_vector<double> x = known->times, y;
-  const bool has_times = x.size() == samples;
-  if (!has_times) x.resize_for_overwrite(samples);
+  request.x = mirn3::num::ramp(step, samples);
+  mirn3::shared_vector<double> y;
   if (readable) y.resize_for_overwrite(samples);
   const wav::Channel from{file.data() + head.data, width * head.channels, width, channel};
-  double* const times = x.data();
   double* const values = y.data();
-  mirn3::par::run((samples + block_samples - 1) / block_samples, [&](size_t block) {
+  mirn3::par::run(readable ? (samples + block_samples - 1) / block_samples : 0, [&](size_t block) {
     const size_t first = block * block_samples, last = std::min(first + block_samples, samples);
-    if (!has_times) wav::fill_times(first, last, step, times);
-    if (readable) wav::extract(from, first, last, values);
+    wav::extract(from, first, last, values);
   });
 
-  x.mark_common();
-  known->times = x;
-  request.x = std::move(x);
   if (head.format != pcm) {
     throw error_t(fmt::format("Unsupported audio format ({}) for file {:s}.", head.format, path_.string()));
   }

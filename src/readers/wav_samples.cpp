@@ -28,10 +28,6 @@ void extract_plain(const Channel& channel, size_t first, size_t last, double* y)
   }
 }
 
-void fill_times_plain(size_t first, size_t last, double step, double* x) noexcept {
-  for (size_t i = first; i < last; ++i) x[i] = static_cast<double>(i) * step;
-}
-
 #if defined(__x86_64__)
 
 bool has_avx2() noexcept {
@@ -63,19 +59,6 @@ KVALO_AVX2 size_t extract_stereo(const Channel& channel, size_t first, size_t la
   return i;
 }
 
-KVALO_AVX2 size_t fill_times_avx2(size_t first, size_t last, double step, double* x) noexcept {
-  const __m256d steps = _mm256_set1_pd(step), four = _mm256_set1_pd(4.0);
-  const auto start = static_cast<double>(first);
-  __m256d index = _mm256_setr_pd(start, start + 1, start + 2, start + 3);  // stays exact below 2^53
-  size_t i = first;
-  for (; last - i >= 4; i += 4) {
-    _mm256_stream_pd(x + i, _mm256_mul_pd(index, steps));
-    index = _mm256_add_pd(index, four);
-  }
-  _mm_sfence();
-  return i;
-}
-
 #endif
 
 }  // namespace
@@ -96,17 +79,6 @@ void extract(const Channel& channel, size_t first, size_t last, double* y) noexc
     case 4:
       return extract_plain<int32_t>(channel, first, last, y);
   }
-}
-
-void fill_times(size_t first, size_t last, double step, double* x) noexcept {
-#if defined(__x86_64__)
-  if (goes_past_caches(last - first)) {
-    const size_t aligned = aligned_from(x, first, last);
-    fill_times_plain(first, aligned, step, x);
-    first = fill_times_avx2(aligned, last, step, x);
-  }
-#endif
-  fill_times_plain(first, last, step, x);
 }
 
 }  // namespace mirn2::rd::wav

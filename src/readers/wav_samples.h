@@ -1,4 +1,4 @@
-// From interleaved integers to samples: one channel of many audio frames, and the time of every frame.
+// From interleaved integers to samples: one channel of many audio frames.
 // Pure functions over memory, for little-endian machines.
 #pragma once
 
@@ -17,8 +17,5 @@ struct Channel {
 
 // y[i] = the channel's value in frame i, for i in [first, last).
 void extract(const Channel& channel, size_t first, size_t last, double* y) noexcept;
-
-// x[i] = i * step, for i in [first, last).
-void fill_times(size_t first, size_t last, double step, double* x) noexcept;
 
 }  // namespace mirn2::rd::wav

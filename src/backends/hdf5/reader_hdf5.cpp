@@ -2,7 +2,6 @@
 #include "backends/hdf5/reader_hdf5.h"
 
 #include <map>
-#include <numeric>
 #include <set>
 #include <utility>
 
@@ -10,6 +9,7 @@
 #include "backends/hdf5/table.h"
 #include "readers/backend.h"
 #include "runtime/log.h"
+#include "runtime/num_ramp.h"
 #include "runtime/sys.h"
 
 namespace mirn2::rd {
@@ -398,10 +398,7 @@ void ReaderHDF5::load(rto_t& request) {
     if (time != variable && time != no_axis) x = load.axis(time);
     created_tags = load.created_tags();
   }
-  if (time == no_axis) {
-    x.resize_for_overwrite(y.size());
-    std::iota(x.data(), x.data() + x.size(), 0.0);
-  }
+  if (time == no_axis) x = mirn3::num::ramp(1.0, y.size());
   // Of a file that is being recorded, the one may be longer than the other by now.
   const uint64_t count = std::min(x.size(), y.size());
   x.resize(count);

@@ -2,7 +2,6 @@
 #include "backends/mat/reader_mat.h"
 
 #include <map>
-#include <numeric>
 #include <optional>
 #include <set>
 #include <utility>
@@ -10,6 +9,7 @@
 #include "backends/mat/layout.h"
 #include "readers/backend.h"
 #include "runtime/log.h"
+#include "runtime/num_ramp.h"
 #include "runtime/par.h"
 #include "runtime/sys.h"
 
@@ -263,6 +263,8 @@ void ReaderMAT::load(rto_t& request) {
   if (to_read) load.check(variables_[variable.axis]);
   if (known_axis != known->axes.end()) {
     x = known_axis->second;
+  } else if (counted) {
+    x = mirn3::num::ramp(1.0, variable.samples);
   } else {
     x.resize_for_overwrite(variable.samples);
   }
@@ -272,7 +274,6 @@ void ReaderMAT::load(rto_t& request) {
     if (part == 0) load.read(variable, y.data());
     if (part == 1 && to_read) load.read(variables_[variable.axis], x.data());
     if (part == 1 && own_time && in_place) load.read(variable, x.data());
-    if (part == 1 && counted) std::iota(x.data(), x.data() + x.size(), 0.0);
   });
   if (own_time && !in_place) std::memcpy(x.data(), y.data(), y.size() * sizeof(double));
   if (to_read) {

@@ -27,6 +27,7 @@
 #include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/mem.h"
+#include "runtime/num_ramp.h"
 #include "runtime/par.h"
 #include "runtime/str.h"
 #include "runtime/sys.h"
@@ -201,7 +202,9 @@ bool ReaderParquet::Learned::read(int leaf, const Meaning& meaning, size_t group
 class ReaderParquet::Times {
  public:
   Times(Learned& known, const ParquetColumn& column) : known_(known), column_(column) {
-    if (const auto kept = known.times.find(column.axis); kept != known.times.end()) {
+    if (column.axis == ParquetColumn::sample_indexes) {
+      times_.values = mirn3::num::ramp(1.0, known.rows);
+    } else if (const auto kept = known.times.find(column.axis); kept != known.times.end()) {
       times_ = kept->second;
     } else {
       times_.values.resize_for_overwrite(known.rows);
@@ -215,11 +218,7 @@ class ReaderParquet::Times {
     const auto [first, count] = known_.groups[group];
     if (count == 0) return;
     double* const out = times_.values.data() + first;
-    if (column_.axis == ParquetColumn::sample_indexes) {
-      for (size_t i = 0; i < count; ++i) out[i] = static_cast<double>(first + i);
-    } else if (known_.read(column_.axis, column_.axis_meaning, group, out, {})) {
-      found_missing_ = true;
-    }
+    if (known_.read(column_.axis, column_.axis_meaning, group, out, {})) found_missing_ = true;
   }
 
   // When all row groups are filled: the times, kept for later loads.
