@@ -265,9 +265,15 @@ struct Merge {
     *out++ = both_begun ? F::apply(ay[i - 1], by[j - 1]) : F::apply(ay[i - (i > 0)], by[j - (j > 0)]);
   }
 
+  // Goes on until both series have begun.
+  template <typename F>
+  void begin() {
+    while (both_left() && (i == 0 || j == 0)) step<F, false>();
+  }
+
   template <typename F>
   void finish() {
-    while (both_left() && (i == 0 || j == 0)) step<F, false>();
+    begin<F>();
     while (both_left()) step<F, true>();
     const double a_held = ay[i - (i > 0)];
     const double b_held = by[j - (j > 0)];
@@ -287,11 +293,11 @@ template <typename F>
 void merge_two(Merge& p, Merge& q) {
   Merge m = p;
   Merge n = q;
-  if (m.i > 0 && m.j > 0 && n.i > 0 && n.j > 0) {
-    while (m.both_left() && n.both_left()) {
-      m.template step<F, true>();
-      n.template step<F, true>();
-    }
+  m.begin<F>();
+  n.begin<F>();
+  while (m.both_left() && n.both_left()) {
+    m.step<F, true>();
+    n.step<F, true>();
   }
   m.template finish<F>();
   n.template finish<F>();
@@ -303,21 +309,19 @@ template <typename F>
 size_t merged(const Series& first, const Series& second, Results t, Results out) {
   const Series a = with_value(first);
   const Series b = with_value(second);
-  // An odd share stays alone: the first of several, which may begin before one of the series does.
-  const auto shares = mirn3::num::merge_shares(first.x, second.x, 2 * mirn3::par::workers() + 1);
+  // More of them than threads, which may be held up by others.
+  const auto shares = mirn3::num::merge_shares(first.x, second.x, 8 * mirn3::par::workers());
   std::vector<Merge> merges;
   for (const auto& [a_first, a_last, b_first, b_last] : shares) {
     const size_t at = a_first + b_first;
     merges.push_back({a.x.data(), a.y.data(), b.x.data(), b.y.data(), a_first, a_last, b_first, b_last,
                       t.data() + at, out.data() + at});
   }
-  const size_t alone = merges.size() % 2;
-  mirn3::par::run(merges.size() / 2 + alone, [&](size_t k) {
-    if (k < alone) {
-      merges[0].finish<F>();
+  mirn3::par::run((merges.size() + 1) / 2, [&](size_t k) {
+    if (2 * k + 1 == merges.size()) {
+      merges[2 * k].finish<F>();
     } else {
-      const size_t pair = 2 * k - alone;
-      merge_two<F>(merges[pair], merges[pair + 1]);
+      merge_two<F>(merges[2 * k], merges[2 * k + 1]);
     }
   });
   // Stamps that both have leave gaps between the shares.
