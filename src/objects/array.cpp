@@ -158,8 +158,8 @@ PyObject* array_clone(PyObject* self, PyObject*) {
 PyObject* array_to_list(PyObject* self, PyObject*) {
   return guard(PyExc_ValueError, [&] {
     const Samples data = self_of(self)->data;
-    const FloatRoom room(data.size());
     Ref list = checked(PyList_New(static_cast<Py_ssize_t>(data.size())));
+    const FloatRoom room(data.size());
     for (uint64_t i = 0; i < data.size(); ++i) {
       PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), checked(PyFloat_FromDouble(data[i])).release());
     }

@@ -18,8 +18,9 @@
 
 namespace mirn2 {
 
-// While it lives, the interpreter's new arenas come from a stock made for so many floats. Do not release the
-// interpreter lock meanwhile. What is left over goes back in the end. Few floats need no stock and get none.
+// While it lives, the interpreter's new arenas come from a stock made for so many floats. Make nothing but
+// floats meanwhile: a container may set off the garbage collector, and with it scripts that release the
+// interpreter lock. What is left over goes back in the end. Few floats need no stock and get none.
 class FloatRoom {
  public:
   explicit FloatRoom(size_t floats);
