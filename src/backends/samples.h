@@ -160,9 +160,4 @@ inline void check_size(uint64_t samples, std::string_view name) {
       name, samples, most >> 20));
 }
 
-inline uint64_t free_budget() noexcept {
-  const uint64_t bank = mirn3::mem::memory_bank, used = mirn3::mem::memory_used;
-  return bank > used ? bank - used : 0;
-}
-
 }  // namespace mirn2::rd::samples

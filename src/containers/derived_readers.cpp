@@ -81,10 +81,7 @@ VariableNode ReaderWindow::node_of(const std::shared_ptr<TimeSeries>& series) {
 
 void ReaderWindow::load(rto_t& request) {
   const auto source = sources_.find(std::string(request.name));
-  if (source == sources_.end()) {
-    if (request.tolerate_unknown) return;
-    throw mirn3::exc::error_t("'" + std::string(request.name) + "' is not a variable of this source");
-  }
+  if (source == sources_.end()) return refuse_name(request);
   cut(samples_of(*source->second), window_, request);
 }
 

@@ -14,12 +14,12 @@
 #include <utility>
 
 #include "readers/ardupilot_fields.h"
+#include "readers/text_tags.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/mem.h"
 #include "runtime/par.h"
 #include "runtime/str.h"
-#include "runtime/tag.h"
 
 namespace mirn2::rd {
 
@@ -138,31 +138,14 @@ void decode(const Pass& pass, size_t samples) {
   });
 }
 
-// Turns texts into tag numbers, asking the tag table once for each different text.
-class Tags {
- public:
-  explicit Tags(std::string_view key) : key_(key) {}
+// The number of a text field. Takes a copy of it, in case another program writes into the mapped file.
+double number_of(const unsigned char* field, size_t width, TextTags& tags) {
+  char text[64];
+  std::memcpy(text, field, width);
+  return tags.number(ardupilot::fixed_text({text, width}));
+}
 
-  double number(const unsigned char* field, size_t width) {
-    char text[64];  // a copy, in case another program writes into the mapped file
-    std::memcpy(text, field, width);
-    const std::string_view view = ardupilot::fixed_text({text, width});
-    auto found = numbers_.find(view);
-    if (found == numbers_.end()) {
-      found = numbers_.emplace(view, mirn3::tag::fetch_or_create(key_, view)).first;
-    }
-    return found->second;
-  }
-
- private:
-  struct Hash : std::hash<std::string_view> {
-    using is_transparent = void;
-  };
-  std::string_view key_;
-  std::unordered_map<std::string, double, Hash, std::equal_to<>> numbers_;
-};
-
-void decode_text(const Pass& pass, const Column& column, Tags& tags) {
+void decode_text(const Pass& pass, const Column& column, TextTags& tags) {
   const size_t width = column.field.letter->width;
   for (const Piece& piece : pass.pieces) {
     double* const out = column.out + piece.sample;
@@ -172,7 +155,7 @@ void decode_text(const Pass& pass, const Column& column, Tags& tags) {
     }
     const unsigned char* const text = pass.data + piece.base + column.field.offset;
     for (size_t i = 0; i < piece.count; ++i) {
-      out[i] = tags.number(text + pass.offsets[piece.record + i], width) * column.field.scale;
+      out[i] = number_of(text + pass.offsets[piece.record + i], width, tags) * column.field.scale;
     }
   }
 }
@@ -204,11 +187,6 @@ ardupilot::Lengths lengths_of(const std::map<uint8_t, FormatRecord>& formats) {
   lengths.fill(-1);
   for (const auto& [type, format] : formats) lengths[type] = format.length;
   return lengths;
-}
-
-uint64_t free_budget() noexcept {
-  const uint64_t bank = mirn3::mem::memory_bank, used = mirn3::mem::memory_used;
-  return bank > used ? bank - used : 0;
 }
 
 }  // namespace
@@ -287,7 +265,7 @@ bool ReaderArduPilotBIN::Learned::take_ready(uint8_t type, uint64_t field, share
 ReaderArduPilotBIN::Learned::Buffers ReaderArduPilotBIN::Learned::reserve_ahead(
     const Message& message, size_t ordinal, size_t samples, std::vector<Column>& columns) const {
   Buffers ahead;
-  uint64_t room = free_budget() / 4;
+  uint64_t room = mirn3::mem::free_budget() / 4;
   columns.reserve(columns.size() + message.offered.size());
   for (size_t next = ordinal + 1; next < message.offered.size(); ++next) {
     const uint64_t index = message.offered[next];
@@ -366,15 +344,7 @@ void ReaderArduPilotBIN::forget() noexcept { kept_.drop(); }
 
 void ReaderArduPilotBIN::load(rto_t& request) {
   const auto found = locations.find(std::string(request.name));
-  if (found == locations.end()) {
-    if (!request.tolerate_unknown) {
-      throw mirn3::exc::error_t(fmt::format(
-          "No variable '{}' in flight log '{}': use one of the listed names", request.name, path_.string()));
-    }
-    request.x.reset();
-    request.y.reset();
-    return;
-  }
+  if (found == locations.end()) return refuse_name(request);
   const FieldLocation& at = found->second;
   const Message& message = messages_.at(at.type);
   const std::shared_ptr<Learned> known = learn();
@@ -419,7 +389,7 @@ void ReaderArduPilotBIN::load(rto_t& request) {
   const Pass pass{known->file.bytes().data(), records.offsets.data(), pieces, columns};
   if (!columns.empty()) decode(pass, samples);
   if (time.letter->text || value.letter->text) {
-    Tags tags(request.tag_key);
+    TextTags tags(request.tag_key);
     if (time.letter->text) decode_text(pass, {time, times.values.data()}, tags);
     if (value.letter->text) decode_text(pass, {value, y.data()}, tags);
     save_tags();

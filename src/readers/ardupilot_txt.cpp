@@ -178,15 +178,7 @@ void ReaderArduPilotTXT::forget() noexcept { kept_.drop(); }
 
 void ReaderArduPilotTXT::load(rto_t& request) {
   const auto found = locations.find(std::string(request.name));
-  if (found == locations.end()) {
-    if (!request.tolerate_unknown) {
-      throw mirn3::exc::error_t(fmt::format(
-          "No variable '{}' in flight log '{}': use one of the listed names", request.name, path_.string()));
-    }
-    request.x.reset();
-    request.y.reset();
-    return;
-  }
+  if (found == locations.end()) return refuse_name(request);
   const TextFieldLocation& at = found->second;
   const TextMessage& message = messages.at(at.message);
   const std::shared_ptr<Learned> known = learn();

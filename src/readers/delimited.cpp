@@ -279,9 +279,7 @@ bool ReaderDelimited::Learned::is_in_order(uint64_t column) {
 
 // How many columns, from this one on, the walk that reads it should read.
 size_t ReaderDelimited::Learned::columns_from(uint64_t column) {
-  const uint64_t used = mirn3::mem::memory_used;
-  const uint64_t bank = mirn3::mem::memory_bank;
-  const uint64_t left = bank > used ? bank - used : 0;
+  const uint64_t left = mirn3::mem::free_budget();
   const size_t wished = columns_ahead[std::min(ahead++, columns_ahead.size() - 1)];
   const size_t most =
       std::min({wished, static_cast<size_t>(left / share_ahead / sizeof(double) / rows.rows()),
@@ -389,10 +387,7 @@ void ReaderDelimited::forget() noexcept {
 
 void ReaderDelimited::load(rto_t& request) {
   const auto entry = index_.find(std::string(request.name));
-  if (entry == index_.end()) {
-    if (request.tolerate_unknown) return;
-    throw mirn3::exc::error_t(fmt::format("File '{}' has no variable '{}'", path_.string(), request.name));
-  }
+  if (entry == index_.end()) return refuse_name(request);
   const uint64_t column = entry->second;
   const std::shared_ptr<Learned> learned = learn();
   const Rows& rows = learned->rows;

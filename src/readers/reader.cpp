@@ -46,6 +46,15 @@ Reader::Turn::~Turn() {
   reader_.busy_.unlock();
 }
 
+void Reader::refuse_name(rto_t& request) const {
+  request.x.reset();
+  request.y.reset();
+  if (request.tolerate_unknown) return;
+  throw mirn3::exc::error_t(
+      fmt::format("'{:s}' has no samples of its own in '{:s}'; load one of the listed variables",
+                  request.name, path_.string()));
+}
+
 std::string compose_name(std::string_view prefix, std::string_view name) {
   if (prefix.empty()) return std::string(name);
   std::string full;

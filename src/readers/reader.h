@@ -82,6 +82,10 @@ class Reader {
   const std::vector<VariableNode>& variables() const noexcept { return root_.children; }
 
  protected:
+  // For load(): the name is none of the variables, but perhaps a group's. Leaves the request empty where it
+  // tolerates that; else throws mirn3::exc::error_t.
+  void refuse_name(rto_t& request) const;
+
   std::filesystem::path path_;
   VariableNode root_;
   std::unordered_map<std::string, size_t> index_;  // variable name to position in the source

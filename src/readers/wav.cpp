@@ -150,14 +150,8 @@ std::shared_ptr<ReaderWAV::Learned> ReaderWAV::learn() {
 void ReaderWAV::forget() noexcept { kept_.drop(); }
 
 void ReaderWAV::load(rto_t& request) {
-  request.x.reset();
-  request.y.reset();
   const auto found = index_.find(std::string(request.name));
-  if (found == index_.end()) {
-    if (request.tolerate_unknown) return;
-    throw error_t(fmt::format("No variable '{}' in WAV file '{}': use one of the listed names", request.name,
-                              path_.string()));
-  }
+  if (found == index_.end()) return refuse_name(request);
   const size_t channel = found->second;
   const std::shared_ptr<Learned> known = learn();
   const Bytes file = known->file.bytes();

@@ -16,6 +16,12 @@ namespace mirn3::mem {
 MIRN3_API extern std::atomic<uint64_t> memory_used;  // bytes charged now
 MIRN3_API extern std::atomic<uint64_t> memory_bank;  // bytes of the budget
 
+// What the budget has left.
+inline uint64_t free_budget() noexcept {
+  const uint64_t bank = memory_bank, used = memory_used;
+  return bank > used ? bank - used : 0;
+}
+
 // Asked to make room when a charge exceeds the budget. Called by reserve() on the charging thread,
 // never twice at once on one thread. Install and clear it while nobody allocates.
 MIRN3_API extern std::function<void()> callback_reserve;

@@ -8,7 +8,12 @@ import sys
 import tempfile
 from pathlib import Path
 
+import hypothesis
 import pytest
+
+# How long an example takes says something of the machine, not of the product.
+hypothesis.settings.register_profile("patient", deadline=None)
+hypothesis.settings.load_profile("patient")
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 

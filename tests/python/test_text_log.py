@@ -137,5 +137,5 @@ def test_the_head_decides_and_the_group_itself_holds_nothing(tmp_path):
     path.write_text("FMT, 1, 9, ATT, QB, TimeUS,Roll\nATT, 0, 1\nFMT, 2, 9, NEW, QB, TimeUS,a\nNEW, 1, 2\n")
     container = kvalo.Container(path=str(path))
     assert set(groups(container)) == {"ATT"}
-    with pytest.raises(Exception, match="No variable 'ATT' in flight log"):
+    with pytest.raises(Exception, match="'ATT' has no samples of its own"):
         container.ATT.load()

@@ -328,7 +328,7 @@ class ReaderHDF5::Load {
     std::map<size_t, shared_vector<double>> others;
     const Variable& variable = reader_.variables_[index];
     if (std::exchange(learned_.last_dataset, variable.dataset) != variable.dataset) return others;
-    uint64_t room = samples::free_budget() / 2;
+    uint64_t room = mirn3::mem::free_budget() / 2;
     for (const size_t other : reader_.datasets_[variable.dataset].variables) {
       const Variable& candidate = reader_.variables_[other];
       const uint64_t bytes = now.rows * sizeof(double);
@@ -381,11 +381,7 @@ void ReaderHDF5::forget() noexcept { kept_.drop(); }
 
 void ReaderHDF5::load(rto_t& request) {
   const auto found = index_.find(std::string(request.name));
-  if (found == index_.end()) {
-    if (request.tolerate_unknown) return;
-    throw error_t(fmt::format("'{:s}' has no samples of its own in '{:s}'; load its members", request.name,
-                              path_.string()));
-  }
+  if (found == index_.end()) return refuse_name(request);
   const size_t variable = found->second, time = variables_[variable].axis;
   const std::shared_ptr<Learned> known = learned();
   shared_vector<double> x, y;

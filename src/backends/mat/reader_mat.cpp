@@ -167,7 +167,7 @@ class ReaderMAT::Load {
     for (const Variable& other : reader_.variables_) {
       if (other.numbers.element == number) end = std::max(end, other.offset() + other.bytes());
     }
-    if (end > samples::free_budget() / 2 || end > mat::most_inflated(element.size)) return;
+    if (end > mirn3::mem::free_budget() / 2 || end > mat::most_inflated(element.size)) return;
     std::vector<unsigned char> content(end);
     stream->read(content);
     learned_.keep(number, std::move(content));
@@ -245,11 +245,7 @@ void ReaderMAT::forget() noexcept { kept_.drop(); }
 
 void ReaderMAT::load(rto_t& request) {
   const auto found = index_.find(std::string(request.name));
-  if (found == index_.end()) {
-    if (request.tolerate_unknown) return;
-    throw error_t(fmt::format("'{:s}' has no samples of its own in '{:s}'; load its members", request.name,
-                              path_.string()));
-  }
+  if (found == index_.end()) return refuse_name(request);
   const Variable& variable = variables_[found->second];
   const std::shared_ptr<Learned> known = learned();
   Load load(*this, *known);

@@ -18,20 +18,18 @@
 #include <map>
 #include <optional>
 #include <span>
-#include <unordered_map>
 #include <utility>
 
 #include "backends/parquet/columns.h"
 #include "backends/parquet/values.h"
 #include "readers/backend.h"
+#include "readers/text_tags.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/mem.h"
 #include "runtime/num_ramp.h"
 #include "runtime/par.h"
-#include "runtime/str.h"
 #include "runtime/sys.h"
-#include "runtime/tag.h"
 
 namespace mirn2::rd {
 
@@ -83,27 +81,6 @@ std::vector<Rows> row_groups(const parquet::FileMetaData& metadata, size_t file_
   }
   return groups;
 }
-
-// Turns texts into tag numbers, asking the tag table once for each different text.
-class Tags {
- public:
-  explicit Tags(std::string_view key) : key_(key) {}
-
-  double number(std::string_view text) {
-    auto found = numbers_.find(text);
-    if (found == numbers_.end()) {
-      found = numbers_.emplace(text, mirn3::tag::fetch_or_create(key_, mirn3::str::to_utf8(text))).first;
-    }
-    return found->second;
-  }
-
- private:
-  struct Hash : std::hash<std::string_view> {
-    using is_transparent = void;
-  };
-  std::string_view key_;
-  std::unordered_map<std::string, double, Hash, std::equal_to<>> numbers_;
-};
 
 // Rows of a column, some of which may be missing.
 struct Samples {
@@ -284,15 +261,7 @@ void ReaderParquet::forget() noexcept { kept_.drop(); }
 
 void ReaderParquet::load(rto_t& request) {
   const auto found = index_.find(std::string(request.name));
-  if (found == index_.end() || layout_ == nullptr) {
-    if (!request.tolerate_unknown) {
-      throw error_t(fmt::format("No column '{}' in Parquet file '{}': use one of the listed names",
-                                request.name, path_.string()));
-    }
-    request.x.reset();
-    request.y.reset();
-    return;
-  }
+  if (found == index_.end() || layout_ == nullptr) return refuse_name(request);
   const ParquetColumn& column = layout_->columns[found->second];
   const bool is_text = column.meaning.stored == Stored::text;
   const std::shared_ptr<Learned> known = learn();
@@ -301,7 +270,7 @@ void ReaderParquet::load(rto_t& request) {
   shared_vector<double> y;
   y.resize_for_overwrite(known->rows);
   Times times(*known, column);
-  Tags tags(request.tag_key);
+  TextTags tags(request.tag_key);
   const TextNumber number = [&](std::string_view text) { return tags.number(text); };
   std::atomic<bool> has_missing = false;
   const auto read_values = [&](size_t group) {

@@ -200,13 +200,7 @@ void ReaderXLSX::scan() { learn(); }
 void ReaderXLSX::load(rto_t& request) {
   const std::shared_ptr<Learned> learned = learn();
   const auto found = index_.find(std::string(request.name));
-  if (found == index_.end()) {
-    const bool is_group = std::any_of(variables().begin(), variables().end(), [&](const VariableNode& node) {
-      return node.full_name == request.name;
-    });
-    if (is_group || request.tolerate_unknown) return;
-    throw mirn3::exc::error_t(fmt::format("Variable '{:s}' is not in '{:s}'", request.name, path_.string()));
-  }
+  if (found == index_.end()) return refuse_name(request);
   rto_t filled;
   filled.tag_key = request.tag_key;
   learned->load(learned->place(found->second), filled);
