@@ -60,8 +60,8 @@ class Describer {
     }
     // Bit fields have no conversion to floating point.
     const int first_bit = H5Tget_offset(type);
-    const bool is_sound =
-        first_bit >= 0 && static_cast<size_t>(first_bit) + H5Tget_precision(type) <= size * 8;
+    const size_t bits = H5Tget_precision(type);
+    const bool is_sound = first_bit >= 0 && bits > 0 && static_cast<size_t>(first_bit) + bits <= size * 8;
     if (H5Tget_class(type) == H5T_INTEGER && size <= 16 && is_sound)
       put(Leaf::Form::odd_number, {}, offset, size);
   }
@@ -245,6 +245,11 @@ const char* describe(hid_t dataset, Table& table) {
   table.leaves.clear();
   if (storage_is_too_small(dataset, type, creation, table)) return "claims more than is stored";
   Describer(table.leaves).add(type, 0, 0);
+  const size_t element = H5Tget_size(type);
+  for (const Leaf& leaf : table.leaves) {
+    if (leaf.size > element || leaf.offset > element - leaf.size)
+      return "has elements with parts outside them";
+  }
   return table.leaves.empty() ? "has elements that are neither numbers nor text" : nullptr;
 }
 

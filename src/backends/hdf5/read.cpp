@@ -50,13 +50,14 @@ Type plain_part(hid_t type) {
   return part;
 }
 
-// The type of one value inside an element.
+// The type of one value inside an element; of enumerations, that of their numbers.
 Type leaf_type(hid_t type, const Leaf& leaf) {
   Type inner(H5Tcopy(type), "HDF5: type");
   for (const unsigned step : leaf.route) {
     inner = H5Tget_class(inner) == H5T_COMPOUND ? Type(H5Tget_member_type(inner, step), "HDF5: member")
                                                 : Type(H5Tget_super(inner), "HDF5: array");
   }
+  while (H5Tget_class(inner) == H5T_ENUM) inner = Type(H5Tget_super(inner), "HDF5: enumeration");
   return inner;
 }
 
@@ -137,6 +138,7 @@ class OddNumbers {
       : type_(leaf_type(Type(H5Dget_type(dataset), "HDF5: type"), leaf)), leaf_(leaf) {}
 
   void convert(const unsigned char* from, size_t stride, size_t n, double* to) {
+    if (H5Tget_size(type_) != leaf_.size) fail("The samples cannot be converted");
     room_.resize(n * std::max(leaf_.size, sizeof(double)));
     for (size_t i = 0; i < n; ++i) std::memcpy(room_.data() + i * leaf_.size, from + i * stride, leaf_.size);
     if (H5Tconvert(type_, H5T_NATIVE_DOUBLE, n, room_.data(), nullptr, H5P_DEFAULT) < 0)
