@@ -79,6 +79,7 @@ struct ReaderHDF5::Learned {
   mirn3::sys::FileStamp stamp;
   std::map<size_t, shared_vector<double>> axes;   // by variable
   std::map<size_t, shared_vector<double>> ahead;  // read along with another variable of the same data set
+  std::set<size_t> failing;                       // data sets whose texts the library fails on
   size_t last_dataset = SIZE_MAX;
 };
 
@@ -306,7 +307,9 @@ class ReaderHDF5::Load {
       const auto attempt = [&](bool trial) {
         hdf5::read_texts(dataset, now, now.rows, own, tag_key_, learned_.stamp.size, trial);
       };
-      if (leaf.form == Leaf::Form::text && !hdf5::survives([&] { attempt(true); })) {
+      if (leaf.form == Leaf::Form::text && (learned_.failing.contains(variable.dataset) ||
+                                            !hdf5::survives(learned_.stamp.size, [&] { attempt(true); }))) {
+        learned_.failing.insert(variable.dataset);
         throw error_t(fmt::format("The texts of variable '{:s}' are damaged: the HDF5 library fails on them",
                                   variable.full_name));
       }
@@ -359,7 +362,7 @@ void ReaderHDF5::scan() {
     const File file = hdf5::open_file(reader.path());
     Scan(reader, file, quiet).run();
   };
-  const bool harmless = hdf5::survives([&] {
+  const bool harmless = hdf5::survives(mirn3::sys::file_stamp(path_).size, [&] {
     ReaderHDF5 trial(path_);
     scan_once(trial, true);
   });
