@@ -69,6 +69,8 @@ class Unpacker {
            std::string_view name, const Layout& layout)
       : dataset_(dataset), table_(table), rows_(rows), wanted_(wanted), name_(name), layout_(layout) {
     read_fill_value();
+    const File file(H5Iget_file_id(dataset), "HDF5: file");
+    if (H5Fget_filesize(file, &file_size_) < 0) fail("HDF5: size of the file");
   }
 
   void run() {
@@ -105,7 +107,8 @@ class Unpacker {
   void fetch(Chunk chunk) {
     hsize_t stored = 0;
     if (H5Dget_chunk_storage_size(dataset_, chunk.at, &stored) < 0) stored = 0;  // not there
-    if (stored > layout_.chunk_bytes + layout_.chunk_bytes / 8 + 4096) damaged();
+    if (stored > std::min<uint64_t>(layout_.chunk_bytes + layout_.chunk_bytes / 8 + 4096, file_size_))
+      damaged();
     chunk.bytes.resize(stored);
     if (stored > 0 && H5Dread_chunk(dataset_, H5P_DEFAULT, chunk.at, &chunk.skipped, chunk.bytes.data()) < 0)
       fail(fmt::format("Variable '{:s}' cannot be read", name_));
@@ -116,7 +119,7 @@ class Unpacker {
 
   void unpack_waiting() {
     mirn3::par::ranges(waiting_.size(), 1, [&](size_t first, size_t last) {
-      Bytes unpacked(layout_.chunk_bytes), sorted;
+      Bytes unpacked, sorted;
       for (size_t i = first; i < last; ++i) deliver(waiting_[i], unpack(waiting_[i], unpacked, sorted));
     });
     waiting_.clear();
@@ -126,15 +129,14 @@ class Unpacker {
     return filter >= 0 && (chunk.skipped >> filter & 1) == 0;
   }
 
-  // The chunk's elements, in `unpacked`, in `sorted` or where they are.
+  // The chunk's elements, in `unpacked`, in `sorted` or where they are; null when it was never written.
   const unsigned char* unpack(const Chunk& chunk, Bytes& unpacked, Bytes& sorted) const {
-    if (chunk.bytes.empty()) {
-      for (size_t at = 0; at < unpacked.size(); at += layout_.element)
-        std::memcpy(unpacked.data() + at, fill_.data(), layout_.element);
-      return unpacked.data();
-    }
+    constexpr uint64_t most_deflated = 1032;  // bytes that one can stand for
+    if (chunk.bytes.empty()) return nullptr;
     const Bytes* now = &chunk.bytes;
     if (applies(chunk, layout_.deflate)) {
+      if (layout_.chunk_bytes / most_deflated > chunk.bytes.size()) damaged();
+      unpacked.resize(layout_.chunk_bytes);
       uLongf size = unpacked.size();
       const int outcome = uncompress(unpacked.data(), &size, chunk.bytes.data(), chunk.bytes.size());
       if (outcome != Z_OK || size != unpacked.size()) damaged();
@@ -181,6 +183,10 @@ class Unpacker {
     const uint64_t columns = table_.rank == 2 ? layout_.chunk[1 - row_of] : 1;
     for (const Wanted& w : wanted_) {
       if (w.column < first_column || w.column - first_column >= columns) continue;
+      if (elements == nullptr) {
+        samples::widen(w.leaf->number, fill_.data() + w.leaf->offset, 0, count, w.to + first_row);
+        continue;
+      }
       const uint64_t before = (w.column - first_column) * (row_of == 1 ? layout_.chunk[1] : 1);
       const uint64_t apart = row_of == 1 ? 1 : columns;
       samples::widen(w.leaf->number, elements + before * layout_.element + w.leaf->offset,
@@ -199,6 +205,7 @@ class Unpacker {
   std::string_view name_;
   const Layout& layout_;
   Bytes fill_;
+  hsize_t file_size_ = 0;
   std::vector<Chunk> waiting_;
 };
 
