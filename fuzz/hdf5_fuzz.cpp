@@ -109,7 +109,7 @@ Sealed sealed_around(const uint8_t* data, size_t size, size_t at) {
 }  // namespace
 
 // Called by the sanitizers before they are ready, too.
-extern "C" __attribute__((no_sanitize("address", "undefined", "coverage"))) long __wrap_sysconf(int name) {
+extern "C" __attribute__((no_sanitize("address", "undefined"))) long __wrap_sysconf(int name) {
   if (name == _SC_PHYS_PAGES) return machine_bytes / __real_sysconf(_SC_PAGESIZE);
   return __real_sysconf(name);
 }

@@ -23,6 +23,7 @@ struct Layout {
   size_t element = 0;
   int shuffle = -1;  // positions of the filters; -1 without
   int deflate = -1;
+  int fletcher32 = -1;
 };
 
 std::optional<Layout> layout_of(hid_t dataset, const Table& table) {
@@ -37,10 +38,13 @@ std::optional<Layout> layout_of(hid_t dataset, const Table& table) {
     size_t values = 0;
     const H5Z_filter_t filter =
         H5Pget_filter2(creation, static_cast<unsigned>(i), &flags, &values, nullptr, 0, nullptr, &settings);
+    // Any of these, in the order in which they make sense.
     if (filter == H5Z_FILTER_SHUFFLE && i == 0) {
       layout.shuffle = i;
-    } else if (filter == H5Z_FILTER_DEFLATE && i == filters - 1) {
+    } else if (filter == H5Z_FILTER_DEFLATE && layout.deflate < 0 && layout.fletcher32 < 0) {
       layout.deflate = i;
+    } else if (filter == H5Z_FILTER_FLETCHER32 && i == filters - 1) {
+      layout.fletcher32 = i;
     } else {
       return std::nullopt;
     }
@@ -54,6 +58,23 @@ std::optional<Layout> layout_of(hid_t dataset, const Table& table) {
   layout.chunk_bytes = elements * layout.element;
   samples::check_size(layout.chunk_bytes / 16, "(chunk)");
   return layout;
+}
+
+// Fletcher's sums of the big-endian halfwords, the second one high.
+uint32_t fletcher32(std::span<const unsigned char> bytes) {
+  constexpr size_t most_at_once = 360;  // halfwords, before the sums could overflow
+  uint32_t first = 0, second = 0;
+  const auto fold = [](uint32_t sum) { return (sum & 0xffff) + (sum >> 16); };
+  for (size_t at = 0; at < bytes.size();) {
+    const size_t end = std::min(bytes.size(), at + 2 * most_at_once);
+    for (; at < end; at += 2) {
+      first += static_cast<uint32_t>(bytes[at]) << 8 | (at + 1 < end ? bytes[at + 1] : 0U);
+      second += first;
+    }
+    first = fold(first);
+    second = fold(second);
+  }
+  return fold(second) << 16 | fold(first);
 }
 
 // A chunk as stored, and where it lies.
@@ -133,20 +154,32 @@ class Unpacker {
   const unsigned char* unpack(const Chunk& chunk, Bytes& unpacked, Bytes& sorted) const {
     constexpr uint64_t most_deflated = 1032;  // bytes that one can stand for
     if (chunk.bytes.empty()) return nullptr;
-    const Bytes* now = &chunk.bytes;
+    std::span<const unsigned char> now = chunk.bytes;
+    if (applies(chunk, layout_.fletcher32)) now = checked(now);
     if (applies(chunk, layout_.deflate)) {
-      if (layout_.chunk_bytes / most_deflated > chunk.bytes.size()) damaged();
+      if (layout_.chunk_bytes / most_deflated > now.size()) damaged();
       unpacked.resize(layout_.chunk_bytes);
       uLongf size = unpacked.size();
-      const int outcome = uncompress(unpacked.data(), &size, chunk.bytes.data(), chunk.bytes.size());
+      const int outcome = uncompress(unpacked.data(), &size, now.data(), now.size());
       if (outcome != Z_OK || size != unpacked.size()) damaged();
-      now = &unpacked;
+      now = unpacked;
     }
-    if (now->size() < layout_.chunk_bytes) damaged();
-    if (!applies(chunk, layout_.shuffle) || layout_.element == 1) return now->data();
+    if (now.size() < layout_.chunk_bytes) damaged();
+    if (!applies(chunk, layout_.shuffle) || layout_.element == 1) return now.data();
     sorted.resize(layout_.chunk_bytes);
-    unshuffle(now->data(), sorted.data());
+    unshuffle(now.data(), sorted.data());
     return sorted.data();
+  }
+
+  // The bytes without the checksum at their end, of which an early version of the library swapped the bytes.
+  std::span<const unsigned char> checked(std::span<const unsigned char> stored) const {
+    if (stored.size() < sizeof(uint32_t)) damaged();
+    const auto bytes = stored.first(stored.size() - sizeof(uint32_t));
+    const unsigned char* const end = stored.data() + bytes.size();
+    const uint32_t found = end[0] | end[1] << 8U | end[2] << 16U | static_cast<uint32_t>(end[3]) << 24U;
+    const uint32_t sum = fletcher32(bytes);
+    if (found != sum && found != ((sum & 0x00ff00ff) << 8 | (sum >> 8 & 0x00ff00ff))) damaged();
+    return bytes;
   }
 
   // Stored are all first bytes of the elements, then all second bytes, and so on.
@@ -195,7 +228,7 @@ class Unpacker {
   }
 
   [[noreturn]] void damaged() const {
-    throw error_t(fmt::format("Variable '{:s}' cannot be read: a compressed piece of it is damaged", name_));
+    throw error_t(fmt::format("Variable '{:s}' cannot be read: a piece of it is damaged", name_));
   }
 
   hid_t dataset_;

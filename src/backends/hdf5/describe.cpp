@@ -13,7 +13,6 @@ using samples::Kind;
 constexpr int most_levels = 16;
 constexpr size_t most_leaves = 4096;
 constexpr size_t longest_text = 1 << 20;
-constexpr uint64_t most_unwritten_chunks = 1 << 21;
 
 bool is_machine_order(hid_t type) {
   return H5Tget_order(type) == (std::endian::native == std::endian::little ? H5T_ORDER_LE : H5T_ORDER_BE);
@@ -210,14 +209,6 @@ bool storage_is_too_small(hid_t dataset, hid_t type, hid_t creation, const Table
     H5Dget_chunk_storage_size(dataset, at, &stored);
     if (table.rows == 0) return false;
     const auto row_of = static_cast<size_t>(table.row_dimension);
-    const uint64_t across = table.rank == 2 ? (table.columns - 1) / chunk[1 - row_of] + 1 : 1;
-    const uint64_t along = (table.rows - 1) / chunk[row_of] + 1;
-    if (along > most_unwritten_chunks / across) {
-      // Each is looked for; many that were never written would take forever.
-      hsize_t file_size = 0;
-      const File file(H5Iget_file_id(dataset), "HDF5: file");
-      if (H5Fget_filesize(file, &file_size) < 0 || along > file_size / across) return true;
-    }
     at[row_of] = (table.rows - 1) / chunk[row_of] * chunk[row_of];
     H5Dget_chunk_storage_size(dataset, at, &stored);
     return false;

@@ -195,6 +195,24 @@ void read_varying_texts(hid_t dataset, const Table& table, uint64_t rows, const 
 
 }  // namespace
 
+void check_chunks(hid_t dataset, const Table& table, std::string_view name) {
+  constexpr uint64_t most_unwritten = 1 << 21;
+  const Properties creation(H5Dget_create_plist(dataset), "HDF5: layout");
+  hsize_t chunk[2] = {1, 1};
+  if (table.rows == 0 || H5Pget_layout(creation) != H5D_CHUNKED ||
+      H5Pget_chunk(creation, table.rank, chunk) != table.rank)
+    return;
+  const uint64_t along = (table.rows - 1) / chunk[table.row_dimension] + 1;
+  const uint64_t across = table.rank == 2 ? (table.columns - 1) / chunk[1 - table.row_dimension] + 1 : 1;
+  if (along <= most_unwritten / across) return;
+  const File file(H5Iget_file_id(dataset), "HDF5: file");
+  hsize_t size = 0;
+  if (H5Fget_filesize(file, &size) >= 0 && along <= size / across) return;
+  throw mirn3::exc::error_t(fmt::format(
+      "Variable '{:s}' claims {:d} samples in more pieces than the file can hold; the file is damaged", name,
+      table.rows));
+}
+
 void read_numbers(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
                   std::string_view name) {
   if (rows == 0 || wanted.empty()) return;

@@ -315,6 +315,7 @@ class ReaderHDF5::Load {
           fmt::format("'{:s}' has changed since it was opened; open it again", reader_.path().string()));
     }
     samples::check_size(now.rows, variable.full_name);
+    hdf5::check_chunks(dataset, now, variable.full_name);
     shared_vector<double> values = new_vector(now.rows);
     const Leaf& leaf = now.leaves[variable.leaf];
     const Wanted own{variable.column, &leaf, values.data()};

@@ -53,6 +53,10 @@ const char* describe(hid_t dataset, Table& table);
 // Whether elements lie in the file as they are read: nothing in them points elsewhere.
 bool is_stored_as_read(hid_t type);
 
+// Throws when the data set claims so many chunks that looking for each would take forever, and more than the
+// file can hold.
+void check_chunks(hid_t dataset, const Table& table, std::string_view name);
+
 // Reads one value of each row into `to`, `rows` samples from the first. The elements are read in blocks that
 // no chunk lies across, so that each chunk is unpacked once; `wanted` may name many values for one pass.
 struct Wanted {
