@@ -169,8 +169,7 @@ extern "C" int __lsan_is_turned_off() {
 }
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  give_own_home();
-  path = std::string(std::getenv("KVALO_HOME")) + "/fuzz.h5";
+  path = std::string(give_own_home()) + "/fuzz.h5";
   file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (file < 0) complain("no file");
   mirn3::mem::memory_bank = static_cast<uint64_t>(machine_bytes) / 2;

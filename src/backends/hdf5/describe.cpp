@@ -249,6 +249,7 @@ const char* describe(hid_t dataset, Table& table) {
   if (storage_is_too_small(dataset, type, creation, table)) return "claims more than is stored";
   Describer(table.leaves).add(type, 0, 0);
   const size_t element = H5Tget_size(type);
+  if (element == 0) return "has elements of no size";
   for (const Leaf& leaf : table.leaves) {
     if (leaf.size > element || leaf.offset > element - leaf.size)
       return "has elements with parts outside them";
