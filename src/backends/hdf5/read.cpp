@@ -1,9 +1,11 @@
 // Reading a table through the library: block after block of rows, whatever filters the data set has.
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <unordered_map>
 
 #include "backends/hdf5/chunks.h"
+#include "backends/hdf5/probe.h"
 #include "backends/hdf5/table.h"
 #include "runtime/exc.h"
 #include "runtime/tag.h"
@@ -193,6 +195,41 @@ void read_varying_texts(hid_t dataset, const Table& table, uint64_t rows, const 
   }
 }
 
+void read_through_library(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
+                          std::string_view name) {
+  const Type stored(H5Dget_type(dataset), "HDF5: type");
+  const Leaf& first = *wanted.front().leaf;
+  if (wanted.size() == 1 && first.form == Leaf::Form::number && first.number.is_plain_double() &&
+      first.route.empty()) {
+    const Selection selection = select(dataset, table, 0, rows, wanted.front().column, 1);
+    if (H5Dread(dataset, H5T_NATIVE_DOUBLE, selection.memory, selection.file, H5P_DEFAULT,
+                wanted.front().to) < 0)
+      fail(fmt::format("Variable '{:s}' cannot be read", name));
+    return;
+  }
+  each_block(dataset, table, rows, wanted, [&](const Block& block) {
+    for (const Wanted& w : wanted) {
+      const unsigned char* from = block.at(w.column) + w.leaf->offset;
+      double* to = w.to + block.first_row;
+      if (w.leaf->form == Leaf::Form::number) {
+        samples::widen(w.leaf->number, from, block.stride(), block.rows, to);
+      } else {
+        OddNumbers(dataset, *w.leaf).convert(from, block.stride(), block.rows, to);
+      }
+    }
+  });
+}
+
+bool has_filters(hid_t dataset) {
+  const Properties creation(H5Dget_create_plist(dataset), "HDF5: layout");
+  return H5Pget_nfilters(creation) != 0;
+}
+
+// Filters and conversions of the library believe what a damaged file says about sizes.
+void try_first(uint64_t file_size, std::string_view name, const std::function<void()>& task) {
+  if (!survives(file_size, task)) throw LibraryFails(name);
+}
+
 }  // namespace
 
 void check_chunks(hid_t dataset, const Table& table, std::string_view name) {
@@ -213,47 +250,39 @@ void check_chunks(hid_t dataset, const Table& table, std::string_view name) {
       table.rows));
 }
 
+LibraryFails::LibraryFails(std::string_view name)
+    : error_t(fmt::format("Variable '{:s}' is damaged: the HDF5 library fails on it", name)) {}
+
 void read_numbers(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
-                  std::string_view name) {
+                  std::string_view name, uint64_t file_size) {
   if (rows == 0 || wanted.empty()) return;
   const bool odd = std::any_of(wanted.begin(), wanted.end(),
                                [](const Wanted& w) { return w.leaf->form == Leaf::Form::odd_number; });
   if (!odd && (read_mapped(dataset, table, rows, wanted) || read_chunks(dataset, table, rows, wanted, name)))
     return;
-  const Type stored(H5Dget_type(dataset), "HDF5: type");
-  const Leaf& first = *wanted.front().leaf;
-  if (wanted.size() == 1 && !odd && first.number.is_plain_double() && first.route.empty()) {
-    const Selection selection = select(dataset, table, 0, rows, wanted.front().column, 1);
-    if (H5Dread(dataset, H5T_NATIVE_DOUBLE, selection.memory, selection.file, H5P_DEFAULT,
-                wanted.front().to) < 0)
-      fail(fmt::format("Variable '{:s}' cannot be read", name));
-    return;
-  }
-  each_block(dataset, table, rows, wanted, [&](const Block& block) {
-    for (const Wanted& w : wanted) {
-      const unsigned char* from = block.at(w.column) + w.leaf->offset;
-      double* to = w.to + block.first_row;
-      if (w.leaf->form == Leaf::Form::number) {
-        samples::widen(w.leaf->number, from, block.stride(), block.rows, to);
-      } else {
-        OddNumbers(dataset, *w.leaf).convert(from, block.stride(), block.rows, to);
-      }
-    }
-  });
+  const auto read = [&] { read_through_library(dataset, table, rows, wanted, name); };
+  if (odd || has_filters(dataset)) try_first(file_size, name, read);
+  read();
 }
 
 void read_texts(hid_t dataset, const Table& table, uint64_t rows, const Wanted& wanted,
-                std::string_view tag_key, uint64_t file_size, bool trial) {
+                std::string_view tag_key, std::string_view name, uint64_t file_size) {
   if (rows == 0) return;
   Tags tags(tag_key);
   if (wanted.leaf->form == Leaf::Form::text) {
     // Many rows may point to one long text, and the library makes a copy for each: bounded by the block.
     constexpr uint64_t most_bytes = 256 << 20;
     const uint64_t step = std::clamp<uint64_t>(most_bytes / std::max<uint64_t>(file_size, 1), 1, 1 << 14);
-    return read_varying_texts(dataset, table, rows, wanted, tags, std::min(step, rows), trial);
+    const auto read = [&](bool trial) {
+      read_varying_texts(dataset, table, rows, wanted, tags, std::min(step, rows), trial);
+    };
+    try_first(file_size, name, [&] { read(true); });
+    return read(false);
   }
   const bool padded =
       H5Tget_strpad(leaf_type(Type(H5Dget_type(dataset), "HDF5: type"), *wanted.leaf)) == H5T_STR_SPACEPAD;
+  if (has_filters(dataset))
+    try_first(file_size, name, [&] { each_block(dataset, table, rows, {&wanted, 1}, [](const Block&) {}); });
   each_block(dataset, table, rows, {&wanted, 1}, [&](const Block& block) {
     const unsigned char* from = block.at(wanted.column) + wanted.leaf->offset;
     for (uint64_t i = 0; i < block.rows; ++i, from += block.stride()) {

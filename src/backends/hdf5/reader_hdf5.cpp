@@ -87,7 +87,7 @@ struct ReaderHDF5::Learned {
   mirn3::sys::FileStamp stamp;
   std::map<size_t, shared_vector<double>> axes;   // by variable
   std::map<size_t, shared_vector<double>> ahead;  // read along with another variable of the same data set
-  std::set<size_t> failing;                       // data sets whose texts the library fails on
+  std::set<size_t> failing;                       // data sets that the library fails on
   size_t last_dataset = SIZE_MAX;
 };
 
@@ -316,28 +316,25 @@ class ReaderHDF5::Load {
     }
     samples::check_size(now.rows, variable.full_name);
     hdf5::check_chunks(dataset, now, variable.full_name);
+    if (learned_.failing.contains(variable.dataset)) throw hdf5::LibraryFails(variable.full_name);
     shared_vector<double> values = new_vector(now.rows);
     const Leaf& leaf = now.leaves[variable.leaf];
     const Wanted own{variable.column, &leaf, values.data()};
-    if (leaf.is_text()) {
-      const auto attempt = [&](bool trial) {
-        hdf5::read_texts(dataset, now, now.rows, own, tag_key_, learned_.stamp.size, trial);
-      };
-      if (leaf.form == Leaf::Form::text && (learned_.failing.contains(variable.dataset) ||
-                                            !hdf5::survives(learned_.stamp.size, [&] { attempt(true); }))) {
-        learned_.failing.insert(variable.dataset);
-        throw error_t(fmt::format("The texts of variable '{:s}' are damaged: the HDF5 library fails on them",
-                                  variable.full_name));
+    try {
+      if (leaf.is_text()) {
+        hdf5::read_texts(dataset, now, now.rows, own, tag_key_, variable.full_name, learned_.stamp.size);
+        created_tags_ = true;
+        return values;
       }
-      created_tags_ = true;
-      attempt(false);
+      std::vector<Wanted> wanted{own};
+      std::map<size_t, shared_vector<double>> ahead = room_for_others(index, now, wanted);
+      hdf5::read_numbers(dataset, now, now.rows, wanted, variable.full_name, learned_.stamp.size);
+      learned_.ahead.merge(ahead);
       return values;
+    } catch (const hdf5::LibraryFails&) {
+      learned_.failing.insert(variable.dataset);
+      throw;
     }
-    std::vector<Wanted> wanted{own};
-    std::map<size_t, shared_vector<double>> ahead = room_for_others(index, now, wanted);
-    hdf5::read_numbers(dataset, now, now.rows, wanted, variable.full_name);
-    learned_.ahead.merge(ahead);
-    return values;
   }
 
   // Unpacking a data set costs more than picking numbers from it: whoever asks for a second variable of one
