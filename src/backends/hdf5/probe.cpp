@@ -2,6 +2,7 @@
 #include "backends/hdf5/probe.h"
 
 #include <fcntl.h>
+#include <hdf5.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -25,6 +26,8 @@ struct Patience {
   unsigned wall() const { return static_cast<unsigned>(60 + 4 * work); }
 };
 
+ssize_t open_objects() { return H5Fget_obj_count(static_cast<hid_t>(H5F_OBJ_ALL), H5F_OBJ_ALL); }
+
 [[noreturn]] void run_as_child(const std::function<void()>& task, int done, Patience patience) {
   for (const int fatal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGALRM, SIGXCPU})
     std::signal(fatal, SIG_DFL);
@@ -35,10 +38,12 @@ struct Patience {
   work.rlim_cur = std::min(work.rlim_cur, patience.work);
   setrlimit(RLIMIT_CPU, &work);
   alarm(patience.wall());
+  const ssize_t open_before = open_objects();
   try {
     task();
   } catch (const std::exception&) {  // an orderly failure: the caller will meet it again
   }
+  if (open_objects() != open_before) _exit(1);
   const char byte = 1;
   _exit(write(done, &byte, 1) == 1 ? 0 : 1);
 }
