@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <string>
 
+#include "own_home.h"
 #include "runtime/exc.h"
 #include "runtime/zip.h"
 
@@ -51,11 +52,7 @@ std::string gzipped(const std::string& content) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  static char home[] = "/tmp/kvalo_fuzz_XXXXXX";
-  expect(mkdtemp(home) != nullptr, "temporary folder");
-  setenv("KVALO_HOME", home, 1);
-  setenv("KVALO_LOG_LEVEL", "9", 1);
-  outer = fs::path(home) / "outer";
+  outer = fs::path(give_own_home()) / "outer";
   folder = outer / "a" / "b";
   file = memfd_create("archive", 0);
   path = "/proc/self/fd/" + std::to_string(file);

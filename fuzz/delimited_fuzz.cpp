@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "../tests/readers/delimited_reference.h"
+#include "own_home.h"
 #include "readers/delimited.h"
 #include "readers/delimited_rows.h"
 #include "readers/delimited_scan.h"
@@ -75,10 +76,7 @@ std::vector<std::vector<double>> read_all(scan::Level level, const mirn2::rd::De
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  static char home[] = "/tmp/kvalo_fuzz_XXXXXX";
-  expect(mkdtemp(home) != nullptr, "temporary folder");
-  setenv("KVALO_HOME", home, 1);
-  setenv("KVALO_LOG_LEVEL", "9", 1);
+  give_own_home();
   file = memfd_create("delimited", 0);
   path = "/proc/self/fd/" + std::to_string(file);
   return 0;

@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <filesystem>
 
-// Once per process, before the first reader.
-inline void give_own_home() {
+// Gives its path. Once per process, before the first reader.
+inline const char* give_own_home() {
+  static char home[] = "/tmp/kvalo_fuzz_XXXXXX";
   static const bool given = [] {
-    static char home[] = "/tmp/kvalo_fuzz_XXXXXX";
     if (mkdtemp(home) == nullptr) {
       std::fprintf(stderr, "no temporary folder\n");
       std::abort();
@@ -19,4 +19,5 @@ inline void give_own_home() {
     return true;
   }();
   (void)given;
+  return home;
 }

@@ -14,6 +14,7 @@
 #include "backends/xlsx/number_format.h"
 #include "backends/xlsx/reader_xlsx.h"
 #include "backends/xlsx/table.h"
+#include "own_home.h"
 #include "runtime/exc.h"
 
 namespace {
@@ -85,10 +86,7 @@ void read_sheet(const std::string& content) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  static char home[] = "/tmp/kvalo_fuzz_XXXXXX";
-  expect(mkdtemp(home) != nullptr, "temporary folder");
-  setenv("KVALO_HOME", home, 1);
-  setenv("KVALO_LOG_LEVEL", "9", 1);
+  give_own_home();
   file = memfd_create("workbook", 0);
   path = "/proc/self/fd/" + std::to_string(file);
   return 0;

@@ -329,7 +329,9 @@ def test_variables_of_a_table_have_time_stamps_of_their_own(tmp_path, kind):
         "in place": lambda s: s.xdata.__isub__(5.0),
         "gain": lambda s: s.axpb(1, -5),
         "Array of an Array": lambda s: kvalo.Array(s.xdata).__setitem__(0, -5.0),
-        "Array taken out": lambda s: (s.xdata, setattr(s, "xdata", kvalo.Array([1.0])))[0].__setitem__(0, -5.0),
+        "Array taken out": lambda s: (s.xdata, setattr(s, "xdata", kvalo.Array([1.0])))[0].__setitem__(
+            0, -5.0
+        ),
     }
     for way, write_to in ways.items():
         c = kvalo.Container(path=table_file(tmp_path, kind))

@@ -23,6 +23,7 @@ struct Layout {
   size_t element = 0;
   int shuffle = -1;  // positions of the filters; -1 without
   int deflate = -1;
+  int fletcher32 = -1;
 };
 
 std::optional<Layout> layout_of(hid_t dataset, const Table& table) {
@@ -37,10 +38,13 @@ std::optional<Layout> layout_of(hid_t dataset, const Table& table) {
     size_t values = 0;
     const H5Z_filter_t filter =
         H5Pget_filter2(creation, static_cast<unsigned>(i), &flags, &values, nullptr, 0, nullptr, &settings);
+    // Any of these, in the order in which they make sense.
     if (filter == H5Z_FILTER_SHUFFLE && i == 0) {
       layout.shuffle = i;
-    } else if (filter == H5Z_FILTER_DEFLATE && i == filters - 1) {
+    } else if (filter == H5Z_FILTER_DEFLATE && layout.deflate < 0 && layout.fletcher32 < 0) {
       layout.deflate = i;
+    } else if (filter == H5Z_FILTER_FLETCHER32 && i == filters - 1) {
+      layout.fletcher32 = i;
     } else {
       return std::nullopt;
     }
@@ -56,6 +60,23 @@ std::optional<Layout> layout_of(hid_t dataset, const Table& table) {
   return layout;
 }
 
+// Fletcher's sums of the big-endian halfwords, the second one high.
+uint32_t fletcher32(std::span<const unsigned char> bytes) {
+  constexpr size_t most_at_once = 360;  // halfwords, before the sums could overflow
+  uint32_t first = 0, second = 0;
+  const auto fold = [](uint32_t sum) { return (sum & 0xffff) + (sum >> 16); };
+  for (size_t at = 0; at < bytes.size();) {
+    const size_t end = std::min(bytes.size(), at + 2 * most_at_once);
+    for (; at < end; at += 2) {
+      first += static_cast<uint32_t>(bytes[at]) << 8 | (at + 1 < end ? bytes[at + 1] : 0U);
+      second += first;
+    }
+    first = fold(first);
+    second = fold(second);
+  }
+  return fold(second) << 16 | fold(first);
+}
+
 // A chunk as stored, and where it lies.
 struct Chunk {
   hsize_t at[2] = {0, 0};
@@ -69,6 +90,8 @@ class Unpacker {
            std::string_view name, const Layout& layout)
       : dataset_(dataset), table_(table), rows_(rows), wanted_(wanted), name_(name), layout_(layout) {
     read_fill_value();
+    const File file(H5Iget_file_id(dataset), "HDF5: file");
+    if (H5Fget_filesize(file, &file_size_) < 0) fail("HDF5: size of the file");
   }
 
   void run() {
@@ -105,7 +128,8 @@ class Unpacker {
   void fetch(Chunk chunk) {
     hsize_t stored = 0;
     if (H5Dget_chunk_storage_size(dataset_, chunk.at, &stored) < 0) stored = 0;  // not there
-    if (stored > layout_.chunk_bytes + layout_.chunk_bytes / 8 + 4096) damaged();
+    if (stored > std::min<uint64_t>(layout_.chunk_bytes + layout_.chunk_bytes / 8 + 4096, file_size_))
+      damaged();
     chunk.bytes.resize(stored);
     if (stored > 0 && H5Dread_chunk(dataset_, H5P_DEFAULT, chunk.at, &chunk.skipped, chunk.bytes.data()) < 0)
       fail(fmt::format("Variable '{:s}' cannot be read", name_));
@@ -116,7 +140,7 @@ class Unpacker {
 
   void unpack_waiting() {
     mirn3::par::ranges(waiting_.size(), 1, [&](size_t first, size_t last) {
-      Bytes unpacked(layout_.chunk_bytes), sorted;
+      Bytes unpacked, sorted;
       for (size_t i = first; i < last; ++i) deliver(waiting_[i], unpack(waiting_[i], unpacked, sorted));
     });
     waiting_.clear();
@@ -126,25 +150,36 @@ class Unpacker {
     return filter >= 0 && (chunk.skipped >> filter & 1) == 0;
   }
 
-  // The chunk's elements, in `unpacked`, in `sorted` or where they are.
+  // The chunk's elements, in `unpacked`, in `sorted` or where they are; null when it was never written.
   const unsigned char* unpack(const Chunk& chunk, Bytes& unpacked, Bytes& sorted) const {
-    if (chunk.bytes.empty()) {
-      for (size_t at = 0; at < unpacked.size(); at += layout_.element)
-        std::memcpy(unpacked.data() + at, fill_.data(), layout_.element);
-      return unpacked.data();
-    }
-    const Bytes* now = &chunk.bytes;
+    constexpr uint64_t most_deflated = 1032;  // bytes that one can stand for
+    if (chunk.bytes.empty()) return nullptr;
+    std::span<const unsigned char> now = chunk.bytes;
+    if (applies(chunk, layout_.fletcher32)) now = checked(now);
     if (applies(chunk, layout_.deflate)) {
+      if (layout_.chunk_bytes / most_deflated > now.size()) damaged();
+      unpacked.resize(layout_.chunk_bytes);
       uLongf size = unpacked.size();
-      const int outcome = uncompress(unpacked.data(), &size, chunk.bytes.data(), chunk.bytes.size());
+      const int outcome = uncompress(unpacked.data(), &size, now.data(), now.size());
       if (outcome != Z_OK || size != unpacked.size()) damaged();
-      now = &unpacked;
+      now = unpacked;
     }
-    if (now->size() < layout_.chunk_bytes) damaged();
-    if (!applies(chunk, layout_.shuffle) || layout_.element == 1) return now->data();
+    if (now.size() < layout_.chunk_bytes) damaged();
+    if (!applies(chunk, layout_.shuffle) || layout_.element == 1) return now.data();
     sorted.resize(layout_.chunk_bytes);
-    unshuffle(now->data(), sorted.data());
+    unshuffle(now.data(), sorted.data());
     return sorted.data();
+  }
+
+  // The bytes without the checksum at their end, of which an early version of the library swapped the bytes.
+  std::span<const unsigned char> checked(std::span<const unsigned char> stored) const {
+    if (stored.size() < sizeof(uint32_t)) damaged();
+    const auto bytes = stored.first(stored.size() - sizeof(uint32_t));
+    const unsigned char* const end = stored.data() + bytes.size();
+    const uint32_t found = end[0] | end[1] << 8U | end[2] << 16U | static_cast<uint32_t>(end[3]) << 24U;
+    const uint32_t sum = fletcher32(bytes);
+    if (found != sum && found != ((sum & 0x00ff00ff) << 8 | (sum >> 8 & 0x00ff00ff))) damaged();
+    return bytes;
   }
 
   // Stored are all first bytes of the elements, then all second bytes, and so on.
@@ -181,6 +216,10 @@ class Unpacker {
     const uint64_t columns = table_.rank == 2 ? layout_.chunk[1 - row_of] : 1;
     for (const Wanted& w : wanted_) {
       if (w.column < first_column || w.column - first_column >= columns) continue;
+      if (elements == nullptr) {
+        samples::widen(w.leaf->number, fill_.data() + w.leaf->offset, 0, count, w.to + first_row);
+        continue;
+      }
       const uint64_t before = (w.column - first_column) * (row_of == 1 ? layout_.chunk[1] : 1);
       const uint64_t apart = row_of == 1 ? 1 : columns;
       samples::widen(w.leaf->number, elements + before * layout_.element + w.leaf->offset,
@@ -189,7 +228,7 @@ class Unpacker {
   }
 
   [[noreturn]] void damaged() const {
-    throw error_t(fmt::format("Variable '{:s}' cannot be read: a compressed piece of it is damaged", name_));
+    throw error_t(fmt::format("Variable '{:s}' cannot be read: a piece of it is damaged", name_));
   }
 
   hid_t dataset_;
@@ -199,6 +238,7 @@ class Unpacker {
   std::string_view name_;
   const Layout& layout_;
   Bytes fill_;
+  hsize_t file_size_ = 0;
   std::vector<Chunk> waiting_;
 };
 

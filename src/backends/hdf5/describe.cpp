@@ -60,8 +60,8 @@ class Describer {
     }
     // Bit fields have no conversion to floating point.
     const int first_bit = H5Tget_offset(type);
-    const bool is_sound =
-        first_bit >= 0 && static_cast<size_t>(first_bit) + H5Tget_precision(type) <= size * 8;
+    const size_t bits = H5Tget_precision(type);
+    const bool is_sound = first_bit >= 0 && bits > 0 && static_cast<size_t>(first_bit) + bits <= size * 8;
     if (H5Tget_class(type) == H5T_INTEGER && size <= 16 && is_sound)
       put(Leaf::Form::odd_number, {}, offset, size);
   }
@@ -109,6 +109,7 @@ class Describer {
       if (raw == nullptr) continue;
       std::string name = raw;
       H5free_memory(raw);
+      if (name.size() > longest_name) continue;
       // Complex numbers are pairs, called one way by Python's writers and another by MATLAB's.
       if (count == 2 && (name == "r" || name == "real")) name = "re";
       if (count == 2 && (name == "i" || name == "imag")) name = "im";
@@ -127,7 +128,9 @@ class Describer {
     ++arrays_;
     const Type element(H5Tget_super(type), "HDF5: array");
     const size_t size = H5Tget_size(element);
+    const size_t before = leaves_.size();
     for (hsize_t i = 0; i < length && leaves_.size() < most_leaves; ++i) {
+      if (i > 0 && leaves_.size() == before) break;  // nothing in one, nothing in all
       names_.push_back("c" + std::to_string(i));
       route_.push_back(static_cast<unsigned>(i));
       add(element, offset + i * size, level + 1);
@@ -245,6 +248,12 @@ const char* describe(hid_t dataset, Table& table) {
   table.leaves.clear();
   if (storage_is_too_small(dataset, type, creation, table)) return "claims more than is stored";
   Describer(table.leaves).add(type, 0, 0);
+  const size_t element = H5Tget_size(type);
+  if (element == 0) return "has elements of no size";
+  for (const Leaf& leaf : table.leaves) {
+    if (leaf.size > element || leaf.offset > element - leaf.size)
+      return "has elements with parts outside them";
+  }
   return table.leaves.empty() ? "has elements that are neither numbers nor text" : nullptr;
 }
 

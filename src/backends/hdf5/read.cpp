@@ -1,9 +1,11 @@
 // Reading a table through the library: block after block of rows, whatever filters the data set has.
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <unordered_map>
 
 #include "backends/hdf5/chunks.h"
+#include "backends/hdf5/probe.h"
 #include "backends/hdf5/table.h"
 #include "runtime/exc.h"
 #include "runtime/tag.h"
@@ -50,13 +52,14 @@ Type plain_part(hid_t type) {
   return part;
 }
 
-// The type of one value inside an element.
+// The type of one value inside an element; of enumerations, that of their numbers.
 Type leaf_type(hid_t type, const Leaf& leaf) {
   Type inner(H5Tcopy(type), "HDF5: type");
   for (const unsigned step : leaf.route) {
     inner = H5Tget_class(inner) == H5T_COMPOUND ? Type(H5Tget_member_type(inner, step), "HDF5: member")
                                                 : Type(H5Tget_super(inner), "HDF5: array");
   }
+  while (H5Tget_class(inner) == H5T_ENUM) inner = Type(H5Tget_super(inner), "HDF5: enumeration");
   return inner;
 }
 
@@ -137,6 +140,7 @@ class OddNumbers {
       : type_(leaf_type(Type(H5Dget_type(dataset), "HDF5: type"), leaf)), leaf_(leaf) {}
 
   void convert(const unsigned char* from, size_t stride, size_t n, double* to) {
+    if (H5Tget_size(type_) != leaf_.size) fail("The samples cannot be converted");
     room_.resize(n * std::max(leaf_.size, sizeof(double)));
     for (size_t i = 0; i < n; ++i) std::memcpy(room_.data() + i * leaf_.size, from + i * stride, leaf_.size);
     if (H5Tconvert(type_, H5T_NATIVE_DOUBLE, n, room_.data(), nullptr, H5P_DEFAULT) < 0)
@@ -191,18 +195,12 @@ void read_varying_texts(hid_t dataset, const Table& table, uint64_t rows, const 
   }
 }
 
-}  // namespace
-
-void read_numbers(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
-                  std::string_view name) {
-  if (rows == 0 || wanted.empty()) return;
-  const bool odd = std::any_of(wanted.begin(), wanted.end(),
-                               [](const Wanted& w) { return w.leaf->form == Leaf::Form::odd_number; });
-  if (!odd && (read_mapped(dataset, table, rows, wanted) || read_chunks(dataset, table, rows, wanted, name)))
-    return;
+void read_through_library(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
+                          std::string_view name) {
   const Type stored(H5Dget_type(dataset), "HDF5: type");
   const Leaf& first = *wanted.front().leaf;
-  if (wanted.size() == 1 && !odd && first.number.is_plain_double() && first.route.empty()) {
+  if (wanted.size() == 1 && first.form == Leaf::Form::number && first.number.is_plain_double() &&
+      first.route.empty()) {
     const Selection selection = select(dataset, table, 0, rows, wanted.front().column, 1);
     if (H5Dread(dataset, H5T_NATIVE_DOUBLE, selection.memory, selection.file, H5P_DEFAULT,
                 wanted.front().to) < 0)
@@ -222,18 +220,69 @@ void read_numbers(hid_t dataset, const Table& table, uint64_t rows, std::span<co
   });
 }
 
+bool has_filters(hid_t dataset) {
+  const Properties creation(H5Dget_create_plist(dataset), "HDF5: layout");
+  return H5Pget_nfilters(creation) != 0;
+}
+
+// Filters and conversions of the library believe what a damaged file says about sizes.
+void try_first(uint64_t file_size, std::string_view name, const std::function<void()>& task) {
+  if (!survives(file_size, task)) throw LibraryFails(name);
+}
+
+}  // namespace
+
+void check_chunks(hid_t dataset, const Table& table, std::string_view name) {
+  constexpr uint64_t most_unwritten = 1 << 21;
+  const Properties creation(H5Dget_create_plist(dataset), "HDF5: layout");
+  hsize_t chunk[2] = {1, 1};
+  if (table.rows == 0 || H5Pget_layout(creation) != H5D_CHUNKED ||
+      H5Pget_chunk(creation, table.rank, chunk) != table.rank)
+    return;
+  const uint64_t along = (table.rows - 1) / chunk[table.row_dimension] + 1;
+  const uint64_t across = table.rank == 2 ? (table.columns - 1) / chunk[1 - table.row_dimension] + 1 : 1;
+  if (along <= most_unwritten / across) return;
+  const File file(H5Iget_file_id(dataset), "HDF5: file");
+  hsize_t size = 0;
+  if (H5Fget_filesize(file, &size) >= 0 && along <= size / across) return;
+  throw mirn3::exc::error_t(fmt::format(
+      "Variable '{:s}' claims {:d} samples in more pieces than the file can hold; the file is damaged", name,
+      table.rows));
+}
+
+LibraryFails::LibraryFails(std::string_view name)
+    : error_t(fmt::format("Variable '{:s}' is damaged: the HDF5 library fails on it", name)) {}
+
+void read_numbers(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
+                  std::string_view name, uint64_t file_size) {
+  if (rows == 0 || wanted.empty()) return;
+  const bool odd = std::any_of(wanted.begin(), wanted.end(),
+                               [](const Wanted& w) { return w.leaf->form == Leaf::Form::odd_number; });
+  if (!odd && (read_mapped(dataset, table, rows, wanted) || read_chunks(dataset, table, rows, wanted, name)))
+    return;
+  const auto read = [&] { read_through_library(dataset, table, rows, wanted, name); };
+  if (odd || has_filters(dataset)) try_first(file_size, name, read);
+  read();
+}
+
 void read_texts(hid_t dataset, const Table& table, uint64_t rows, const Wanted& wanted,
-                std::string_view tag_key, uint64_t file_size, bool trial) {
+                std::string_view tag_key, std::string_view name, uint64_t file_size) {
   if (rows == 0) return;
   Tags tags(tag_key);
   if (wanted.leaf->form == Leaf::Form::text) {
     // Many rows may point to one long text, and the library makes a copy for each: bounded by the block.
     constexpr uint64_t most_bytes = 256 << 20;
     const uint64_t step = std::clamp<uint64_t>(most_bytes / std::max<uint64_t>(file_size, 1), 1, 1 << 14);
-    return read_varying_texts(dataset, table, rows, wanted, tags, std::min(step, rows), trial);
+    const auto read = [&](bool trial) {
+      read_varying_texts(dataset, table, rows, wanted, tags, std::min(step, rows), trial);
+    };
+    try_first(file_size, name, [&] { read(true); });
+    return read(false);
   }
   const bool padded =
       H5Tget_strpad(leaf_type(Type(H5Dget_type(dataset), "HDF5: type"), *wanted.leaf)) == H5T_STR_SPACEPAD;
+  if (has_filters(dataset))
+    try_first(file_size, name, [&] { each_block(dataset, table, rows, {&wanted, 1}, [](const Block&) {}); });
   each_block(dataset, table, rows, {&wanted, 1}, [&](const Block& block) {
     const unsigned char* from = block.at(wanted.column) + wanted.leaf->offset;
     for (uint64_t i = 0; i < block.rows; ++i, from += block.stride()) {

@@ -29,20 +29,27 @@ namespace {
 constexpr int deepest_group = 64;
 constexpr size_t most_links = 200'000;
 constexpr size_t most_variables = 100'000;
-constexpr size_t most_notes = 20;  // log lines about what is not offered
+constexpr size_t most_name_bytes = 64 << 20;  // of all variables
+constexpr size_t most_notes = 20;             // log lines about what is not offered
 
 // The names in a group, in the order of their creation where the file keeps it, else by name.
-std::vector<std::string> link_names(hid_t group, size_t most) {
+// Counts the ones that are too long instead.
+std::vector<std::string> link_names(hid_t group, size_t most, size_t& too_long) {
   struct Collected {
     std::vector<std::string> names;
     size_t most;
-  } collected{{}, most};
+    size_t seen = 0, too_long = 0;
+  } collected{.names = {}, .most = most};
   const H5L_iterate_t collect = [](hid_t, const char* name, const H5L_info_t*,
                                    void* data) noexcept -> herr_t {
     auto& into = *static_cast<Collected*>(data);
-    if (into.names.size() >= into.most) return 1;
+    if (++into.seen > into.most) return 1;
     try {
-      into.names.emplace_back(name);
+      if (strnlen(name, hdf5::longest_name + 1) > hdf5::longest_name) {
+        ++into.too_long;
+      } else {
+        into.names.emplace_back(name);
+      }
     } catch (const std::bad_alloc&) {
       return -1;
     }
@@ -55,6 +62,7 @@ std::vector<std::string> link_names(hid_t group, size_t most) {
   const H5_index_t index = by_creation ? H5_INDEX_CRT_ORDER : H5_INDEX_NAME;
   if (H5Literate(group, index, H5_ITER_INC, nullptr, collect, &collected) < 0)
     hdf5::fail("A group is damaged");
+  too_long = collected.too_long;
   return std::move(collected.names);
 }
 
@@ -79,6 +87,7 @@ struct ReaderHDF5::Learned {
   mirn3::sys::FileStamp stamp;
   std::map<size_t, shared_vector<double>> axes;   // by variable
   std::map<size_t, shared_vector<double>> ahead;  // read along with another variable of the same data set
+  std::set<size_t> failing;                       // data sets that the library fails on
   size_t last_dataset = SIZE_MAX;
 };
 
@@ -115,7 +124,10 @@ class ReaderHDF5::Scan {
     std::vector<size_t> own;                                // variables of this level
     std::vector<std::pair<size_t, std::string>> subgroups;  // position among the nodes, name of the link
     links_ += 1;
-    for (const std::string& link : link_names(id, most_links)) {
+    size_t too_long = 0;
+    const std::vector<std::string> names = link_names(id, most_links, too_long);
+    if (too_long > 0) leave_out(path, fmt::format("{:d} names in it are too long", too_long));
+    for (const std::string& link : names) {
       const std::string where = path + "/" + link;
       if (++links_ > most_links || reader_.variables_.size() >= most_variables) {
         leave_out(where, "the file holds too many objects");
@@ -186,6 +198,9 @@ class ReaderHDF5::Scan {
     const size_t number = reader_.datasets_.size(), first = reader_.variables_.size();
     if (table.columns * table.leaves.size() > most_variables - first)
       return leave_out(where, "it holds too many columns");
+    if (table.columns * table.leaves.size() * node.full_name.size() > most_name_bytes - name_bytes_)
+      return leave_out(where, "the names are too long");
+    name_bytes_ += table.columns * table.leaves.size() * node.full_name.size();
     samples::Axes inner;
     for (uint64_t column = 0; column < table.columns; ++column) {
       for (size_t leaf = 0; leaf < table.leaves.size(); ++leaf) {
@@ -236,6 +251,7 @@ class ReaderHDF5::Scan {
   std::set<haddr_t> groups_;     // that were seen, so that circles end
   std::set<std::string> names_;  // full names in use
   size_t links_ = 0;
+  size_t name_bytes_ = 0;  // names of data sets, once for each of their variables
   size_t left_out_ = 0;
   std::string first_reason_;
 };
@@ -299,26 +315,26 @@ class ReaderHDF5::Load {
           fmt::format("'{:s}' has changed since it was opened; open it again", reader_.path().string()));
     }
     samples::check_size(now.rows, variable.full_name);
+    hdf5::check_chunks(dataset, now, variable.full_name);
+    if (learned_.failing.contains(variable.dataset)) throw hdf5::LibraryFails(variable.full_name);
     shared_vector<double> values = new_vector(now.rows);
     const Leaf& leaf = now.leaves[variable.leaf];
     const Wanted own{variable.column, &leaf, values.data()};
-    if (leaf.is_text()) {
-      const auto attempt = [&](bool trial) {
-        hdf5::read_texts(dataset, now, now.rows, own, tag_key_, learned_.stamp.size, trial);
-      };
-      if (leaf.form == Leaf::Form::text && !hdf5::survives([&] { attempt(true); })) {
-        throw error_t(fmt::format("The texts of variable '{:s}' are damaged: the HDF5 library fails on them",
-                                  variable.full_name));
+    try {
+      if (leaf.is_text()) {
+        hdf5::read_texts(dataset, now, now.rows, own, tag_key_, variable.full_name, learned_.stamp.size);
+        created_tags_ = true;
+        return values;
       }
-      created_tags_ = true;
-      attempt(false);
+      std::vector<Wanted> wanted{own};
+      std::map<size_t, shared_vector<double>> ahead = room_for_others(index, now, wanted);
+      hdf5::read_numbers(dataset, now, now.rows, wanted, variable.full_name, learned_.stamp.size);
+      learned_.ahead.merge(ahead);
       return values;
+    } catch (const hdf5::LibraryFails&) {
+      learned_.failing.insert(variable.dataset);
+      throw;
     }
-    std::vector<Wanted> wanted{own};
-    std::map<size_t, shared_vector<double>> ahead = room_for_others(index, now, wanted);
-    hdf5::read_numbers(dataset, now, now.rows, wanted, variable.full_name);
-    learned_.ahead.merge(ahead);
-    return values;
   }
 
   // Unpacking a data set costs more than picking numbers from it: whoever asks for a second variable of one
@@ -359,7 +375,7 @@ void ReaderHDF5::scan() {
     const File file = hdf5::open_file(reader.path());
     Scan(reader, file, quiet).run();
   };
-  const bool harmless = hdf5::survives([&] {
+  const bool harmless = hdf5::survives(mirn3::sys::file_stamp(path_).size, [&] {
     ReaderHDF5 trial(path_);
     scan_once(trial, true);
   });

@@ -8,6 +8,7 @@
 
 #include "backends/hdf5/library.h"
 #include "backends/samples.h"
+#include "runtime/exc.h"
 
 namespace mirn2::rd::hdf5 {
 
@@ -45,12 +46,17 @@ struct Table {
 };
 
 constexpr uint64_t most_columns = 4096;  // wider matrices are pictures, not recordings
+constexpr size_t longest_name = 1024;    // many entries can share one long name
 
 // Describes an open data set. Returns why it holds no samples; null when it does.
 const char* describe(hid_t dataset, Table& table);
 
 // Whether elements lie in the file as they are read: nothing in them points elsewhere.
 bool is_stored_as_read(hid_t type);
+
+// Throws when the data set claims so many chunks that looking for each would take forever, and more than the
+// file can hold.
+void check_chunks(hid_t dataset, const Table& table, std::string_view name);
 
 // Reads one value of each row into `to`, `rows` samples from the first. The elements are read in blocks that
 // no chunk lies across, so that each chunk is unpacked once; `wanted` may name many values for one pass.
@@ -60,12 +66,18 @@ struct Wanted {
   double* to;
 };
 void read_numbers(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
-                  std::string_view name);
+                  std::string_view name, uint64_t file_size);
 
 // Reads a text column, each text through the tag table `tag_key`. The size of the file bounds that of one
 // text.
-// With `trial` the texts are read and nothing is done with them.
 void read_texts(hid_t dataset, const Table& table, uint64_t rows, const Wanted& wanted,
-                std::string_view tag_key, uint64_t file_size, bool trial = false);
+                std::string_view tag_key, std::string_view name, uint64_t file_size);
+
+// Thrown by both when the library did not survive what it had to unpack or convert, which is tried in a copy
+// of the process first; what is read without the library's help is not.
+class LibraryFails : public mirn3::exc::error_t {
+ public:
+  explicit LibraryFails(std::string_view name);
+};
 
 }  // namespace mirn2::rd::hdf5

@@ -1,0 +1,65 @@
+# The licence notices of what is compiled into the module or lies beside it, gathered into kvalo.licenses of the
+# installation. They come from the packages that were built against; none is kept in the tree.
+# scripts/check_notices.py compares them with what was in fact compiled.
+
+# kvalo_notice(NAME FILE): installs the file as NAME.txt.
+function(kvalo_notice name file)
+  if(file AND EXISTS "${file}")
+    install(FILES "${file}" DESTINATION kvalo.licenses RENAME ${name}.txt COMPONENT python)
+  else()
+    message(WARNING "The licence notice of ${name} is not where Debian has it ('${file}'): do not hand on what "
+      "is installed from this build without adding it to kvalo.licenses")
+  endif()
+endfunction()
+
+# kvalo_ducc0_notice(VARIABLE): a file with the notices of the FFT headers. What lies beside them is the GPL,
+# which their authors offer as well; the BSD licence, under which they are used here, stands in each header.
+function(kvalo_ducc0_notice variable)
+  set(waiting ${ducc0_header})
+  set(seen "")
+  set(copyrights "")
+  set(licences "")
+  while(waiting)
+    list(POP_FRONT waiting header)
+    if(header IN_LIST seen OR NOT EXISTS ${DUCC0_INCLUDE_DIR}/${header})
+      continue() # one that is ours has another name
+    endif()
+    list(APPEND seen ${header})
+    file(STRINGS ${DUCC0_INCLUDE_DIR}/${header} includes REGEX "^ *#include +\"ducc0/")
+    list(TRANSFORM includes REPLACE ".*\"(.*)\".*" "\\1")
+    list(APPEND waiting ${includes})
+    file(READ ${DUCC0_INCLUDE_DIR}/${header} text)
+    string(FIND "${text}" "/* SPDX-License-Identifier: BSD-3-Clause" first)
+    string(FIND "${text}" "/*\nAll rights reserved." licence)
+    string(FIND "${text}" "*/\n\n/*\n *  This code is free software" other)
+    if(first EQUAL -1 OR licence LESS first OR other LESS licence)
+      message(WARNING "${header} of ducc0 has no notice of the BSD licence where earlier versions had it")
+      continue()
+    endif()
+    string(SUBSTRING "${text}" 0 ${first} copyright)
+    string(APPEND copyrights "${header}\n${copyright}")
+    math(EXPR length "${other} + 2 - ${licence}")
+    string(SUBSTRING "${text}" ${licence} ${length} terms)
+    string(FIND "${licences}" "${terms}" known)
+    if(known EQUAL -1)
+      string(APPEND licences "${terms}\n")
+    endif()
+  endwhile()
+  set(file ${PROJECT_BINARY_DIR}/notices/ducc0.txt)
+  file(CONFIGURE OUTPUT ${file} CONTENT "@copyrights@@licences@" @ONLY)
+  set(${variable} ${file} PARENT_SCOPE)
+endfunction()
+
+foreach(package fmt spdlog eigen3)
+  kvalo_notice(${package} /usr/share/doc/lib${package}-dev/copyright)
+endforeach()
+kvalo_ducc0_notice(ducc0_notice)
+kvalo_notice(ducc0 ${ducc0_notice})
+if(TARGET pyarrow::parquet)
+  file(GLOB arrow_notices ${pyarrow_folder}-*.dist-info/licenses/LICENSE.txt ${pyarrow_folder}/LICENSE.txt
+    ${pyarrow_folder}-*.dist-info/LICENSE.txt)
+  list(POP_FRONT arrow_notices arrow_notice)
+  kvalo_notice(arrow "${arrow_notice}")
+  string(REPLACE LICENSE.txt NOTICE.txt arrow_notice "${arrow_notice}")
+  kvalo_notice(arrow-notice "${arrow_notice}")
+endif()
