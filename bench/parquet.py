@@ -1,4 +1,10 @@
-"""Parquet: one column of a table of 20 columns and ten million rows, snappy, several row groups."""
+"""Parquet: one column of a table of 20 columns and ten million rows, snappy, several row groups.
+
+A variable is a column with its times. Where a column holds them it is decoded along with the first variable, so the
+peer is asked for both as well as for the one column; where none does, the rows are counted.
+"""
+
+from pathlib import Path
 
 from harness import DATA, Row, check, main, measure, ratio
 
@@ -8,35 +14,40 @@ import pyarrow as pa
 import pyarrow.parquet as pq
 
 PATH = DATA / "table.parquet"
+UNTIMED = DATA / "untimed.parquet"
 ROWS, COLUMNS, GROUP = 10_000_000, 20, 1 << 20
 
 
-def write_table() -> None:
-    print(f"writing {PATH}")
+def write_table(path: Path, names: list[str]) -> None:
+    print(f"writing {path}")
     rng = np.random.default_rng(1)
-    schema = pa.schema([("time", pa.float64())] + [(f"c{k}", pa.float64()) for k in range(1, COLUMNS)])
-    with pq.ParquetWriter(PATH, schema, compression="snappy") as file:
+    schema = pa.schema([(name, pa.float64()) for name in names])
+    with pq.ParquetWriter(path, schema, compression="snappy") as file:
         for first in range(0, ROWS, GROUP):
             n = min(GROUP, ROWS - first)
-            columns = [np.arange(first, first + n) * 0.01]
-            columns += [np.cumsum(rng.normal(size=n)) for _ in range(1, COLUMNS)]
+            columns = [
+                np.arange(first, first + n) * 0.01 if name == "time" else np.cumsum(rng.normal(size=n))
+                for name in names
+            ]
             file.write_table(pa.Table.from_arrays([pa.array(c) for c in columns], schema=schema))
 
 
-def with_pyarrow(*columns: str) -> list[np.ndarray]:
-    table = pq.read_table(PATH, columns=list(columns))
+def with_pyarrow(*columns: str, path: Path = PATH) -> list[np.ndarray]:
+    table = pq.read_table(path, columns=list(columns))
     return [column.to_numpy() for column in table.columns]
 
 
-def opened(column: str) -> kvalo.TimeSeries:
-    series = kvalo.Container(path=str(PATH))[column]
+def opened(column: str, path: Path = PATH) -> kvalo.TimeSeries:
+    series = kvalo.Container(path=str(path))[column]
     series.load()
     return series
 
 
 def benchmark() -> list[Row]:
     if not PATH.exists():
-        write_table()
+        write_table(PATH, ["time", *(f"c{k}" for k in range(1, COLUMNS))])
+    if not UNTIMED.exists():
+        write_table(UNTIMED, ["c1", "c2", "c3"])
     print(f"{PATH.stat().st_size / 1e6:.0f} MB")
     series = opened("c7")
     check("times", np.array_equal(np.asarray(series.xdata), with_pyarrow("time")[0]))
@@ -62,7 +73,12 @@ def benchmark() -> list[Row]:
     later = measure(
         {"kvalo": lambda: container[next(names)].load(), "column": lambda: with_pyarrow("c2")}, rounds=4
     )
+    print("one column of a table without times")
+    untimed = measure(
+        {"kvalo": lambda: opened("c2", UNTIMED), "column": lambda: with_pyarrow("c2", path=UNTIMED)}, rounds=7
+    )
     return [
+        ratio("Parquet: file just opened, no times in it / pyarrow, column", untimed, "kvalo", "column", 1.1),
         ratio(
             "Parquet: file just opened, column and time / pyarrow, both",
             first,

@@ -69,6 +69,8 @@ void show_times(ArrayObject* array, const std::shared_ptr<TimeSeries>& record) {
 
 void own_times(TimeSeries& record) {
   if (!record.x.is_common()) return;
+  // The copy may have to make room, but not here.
+  const InUse held(std::shared_ptr<TimeSeries>(std::shared_ptr<void>(), &record));
   record.x.own();
   for (ArrayObject* array : record.times_shown_by) array->data = record.x;
   part_with_times(record);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <string_view>
 #include <utility>
 
@@ -64,7 +65,8 @@ struct Pass {
   std::span<const uint64_t> lines;
   uint64_t time_word, value_word;  // words count from the message name, which is 0
   double scale;                    // of the time
-  double *x, *y;
+  double* x;                       // null: the times are known
+  double* y;
   scan::Level level = scan::best_level();
 };
 
@@ -86,7 +88,7 @@ size_t read_lines(const Pass& pass, size_t first, size_t last) noexcept {
     const char* const far_text = pass_words(near_text, far - near);
     if (far_text == nullptr) continue;
     const bool time_first = pass.time_word < pass.value_word;
-    pass.x[sample] = number(time_first ? near_text : far_text) * pass.scale;
+    if (pass.x != nullptr) pass.x[sample] = number(time_first ? near_text : far_text) * pass.scale;
     pass.y[sample] = number(time_first ? far_text : near_text);
     ++sample;
   }
@@ -104,9 +106,9 @@ size_t read_all(const Pass& pass) {
   size_t samples = 0;
   for (size_t block = 0; block < blocks; ++block) {
     const size_t first = block * block_lines;
-    if (samples != first) {
-      std::memmove(pass.x + samples, pass.x + first, kept[block] * sizeof(double));
-      std::memmove(pass.y + samples, pass.y + first, kept[block] * sizeof(double));
+    for (double* const values : {pass.x, pass.y}) {
+      if (samples == first || values == nullptr) continue;
+      std::memmove(values + samples, values + first, kept[block] * sizeof(double));
     }
     samples += kept[block];
   }
@@ -130,7 +132,8 @@ struct ReaderArduPilotTXT::Learned {
 
   mirn3::sys::FileStamp stamp;
   mirn3::sys::Mapping file;
-  LineGroups groups;  // by position in the names
+  LineGroups groups;                                     // by position in the names
+  std::map<size_t, mirn3::shared_vector<double>> times;  // of messages in which every line gave a sample
   Charge charge;
 };
 
@@ -182,23 +185,33 @@ void ReaderArduPilotTXT::load(rto_t& request) {
   const TextFieldLocation& at = found->second;
   const TextMessage& message = messages.at(at.message);
   const std::shared_ptr<Learned> known = learn();
-  const auto word = std::lower_bound(offered_.begin(), offered_.end(), at.message) - offered_.begin();
+  const auto word =
+      static_cast<size_t>(std::lower_bound(offered_.begin(), offered_.end(), at.message) - offered_.begin());
   const std::string_view text = known->file.text();
-  std::span<const uint64_t> lines = known->groups.lines(static_cast<size_t>(word));
+  std::span<const uint64_t> lines = known->groups.lines(word);
   if (!lines.empty() && is_unfinished(text, lines.back(), message.labels.size() + 1)) {
     lines = lines.first(lines.size() - 1);
   }
 
+  const auto times = known->times.find(word);
+  const bool has_times = times != known->times.end();
   mirn3::shared_vector<double> x, y;
-  x.resize_for_overwrite(lines.size());
+  if (has_times) x = times->second;
+  if (!has_times) x.resize_for_overwrite(lines.size());
   y.resize_for_overwrite(lines.size());
-  const size_t samples = read_all({.text = text,
-                                   .lines = lines,
-                                   .time_word = at.time_field + 1,
-                                   .value_word = at.value_field + 1,
-                                   .scale = time_scale(message.labels[at.time_field]),
-                                   .x = x.data(),
-                                   .y = y.data()});
+  Pass pass{.text = text,
+            .lines = lines,
+            .time_word = at.time_field + 1,
+            .value_word = at.value_field + 1,
+            .scale = time_scale(message.labels[at.time_field]),
+            .x = has_times ? nullptr : x.data(),
+            .y = y.data()};
+  size_t samples = read_all(pass);
+  if (has_times && samples < lines.size()) {  // some lines end behind the other fields and before this one
+    x.own();
+    pass.x = x.data();
+    samples = read_all(pass);
+  }
   x.resize(samples);
   y.resize(samples);
   if (samples < lines.size()) {
@@ -207,6 +220,10 @@ void ReaderArduPilotTXT::load(rto_t& request) {
         fmt::format("Flight log '{}': {} of {} lines end before the value or the time of {} and "
                     "were skipped",
                     path_.string(), lines.size() - samples, lines.size(), request.name));
+  }
+  if (samples == lines.size() && !has_times) {
+    x.mark_common();
+    known->times.emplace(word, x);
   }
   request.x = std::move(x);
   request.y = std::move(y);

@@ -41,7 +41,8 @@ class ArduPilotTxt : public Home {
     rto_t request{.tag_key = "", .name = name, .x = {}, .y = {}};
     reader.load(request);
     Samples samples{{request.x.begin(), request.x.end()}, {request.y.begin(), request.y.end()}};
-    std::fill_n(request.x.data(), request.x.size(), -1);  // the caller's to write
+    // The caller's to write, unless they say otherwise.
+    if (!request.x.is_common()) std::fill_n(request.x.data(), request.x.size(), -1);
     return samples;
   }
   Samples load(const std::string& log, const std::string& name) const { return load(*open(log), name); }
@@ -103,6 +104,18 @@ TEST_F(ArduPilotTxt, ReadsTheLinesThatBeginWithTheName) {
   EXPECT_EQ(load("FMT, 1, 9, F, QB, Time,a\nF, 1, 2\nFMT, 1, 2, 3, 4, 5\n", "F.a"), (Samples{{1}, {2}}));
   EXPECT_THROW(load(log, "ATT"), mirn3::exc::error_t);
   EXPECT_THROW(load(log, "ATT.Rol"), mirn3::exc::error_t);
+}
+
+TEST_F(ArduPilotTxt, TimesKeptOfOneFieldFitTheOthers) {
+  const auto reader = open("FMT, 1, 9, F, Qff, Time,a,b\nF, 1, 10, 20\nF, 2, 11\nF, 3, 12, 22\n");
+  const Samples a{{1, 2, 3}, {10, 11, 12}}, b{{1, 3}, {20, 22}};
+  for (const bool forgets : {false, true}) {
+    EXPECT_EQ(load(*reader, "F.a"), a);
+    EXPECT_EQ(load(*reader, "F.b"), b);
+    if (forgets) reader->forget();
+    EXPECT_EQ(load(*reader, "F.b"), b);
+    EXPECT_EQ(load(*reader, "F.a"), a);
+  }
 }
 
 TEST_F(ArduPilotTxt, ReadsWordsAsNumbers) {
