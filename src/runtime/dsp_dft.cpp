@@ -217,7 +217,10 @@ void dft_magnitudes(std::span<const double> x, std::span<double> out) {
       return;
     }
     Transform half(m);
-    std::memcpy(static_cast<void*>(half.input()), x.data(), n * sizeof(double));
+    auto* const input = reinterpret_cast<double*>(half.input());
+    par::ranges(n, least, [&](size_t first, size_t last) {
+      std::memcpy(input + first, x.data() + first, (last - first) * sizeof(double));
+    });
     const Complex* z = half.run(true, threads);
     unpack_half([&](size_t k) { return z[k]; }, m, out);
   } else if (wants_chirp(n)) {

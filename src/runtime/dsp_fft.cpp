@@ -7,6 +7,7 @@
 #include <cmath>
 
 #include "runtime/dsp_dft.h"
+#include "runtime/dsp_scan.h"
 #include "runtime/exc.h"
 #include "runtime/par.h"
 
@@ -39,19 +40,27 @@ double sampling_period(std::span<const double> t) {
     throw exc::error_t(
         "The time stamps of the selected range do not ascend; a spectrum needs a sampling period");
   }
-  // What is left of the whole span when the other intervals are taken out: exact when there are none.
+  const auto is_regular = [typical](double interval) { return std::abs(interval - typical) <= typical / 2; };
+  uint64_t odd = 0;
+  for (size_t i = 1; i < t.size(); ++i) odd |= static_cast<uint64_t>(!is_regular(t[i] - t[i - 1]));
+  // What is left of the whole span when the other intervals are taken out.
   double others = 0;
   size_t count = 0;
-  for (size_t i = 1; i < t.size(); ++i) {
+  for (size_t i = 1; odd != 0 && i < t.size(); ++i) {
     const double interval = t[i] - t[i - 1];
-    if (!(std::abs(interval - typical) <= typical / 2)) {
-      others += interval;
-      ++count;
-    }
+    if (is_regular(interval)) continue;
+    others += interval;
+    ++count;
   }
   const size_t regular = t.size() - 1 - count;
   const double period = (t.back() - t.front() - others) / static_cast<double>(regular);
   return regular > 0 && period > 0 ? period : typical;
+}
+
+[[noreturn]] void refuse_values() {
+  throw exc::error_t(
+      "The selected range holds values that are not finite, which would spoil every line of the spectrum; "
+      "choose another range or leave such samples out");
 }
 
 }  // namespace
@@ -63,16 +72,10 @@ double fft_duration(const arg_t& range) {
 void fft_values(const arg_t& range, bool raw, std::span<double> values) {
   const std::span<const double> y = range.values();
   const size_t n = y.size();
-  double greatest = 0;
-  for (const double value : y) {
-    if (!std::isfinite(value)) {
-      throw exc::error_t(
-          "The selected range holds values that are not finite, which would spoil every line of the "
-          "spectrum; "
-          "choose another range or leave such samples out");
-    }
-    greatest = std::max(greatest, std::abs(value));
-  }
+  // A NaN is no limit, but makes every line one.
+  const Limits limits = limits_of(y);
+  const double greatest = std::max(-limits.lo, limits.hi);
+  if (!std::isfinite(greatest)) refuse_values();
   // Values whose squares would leave the range of a double are brought near 1, which is exact.
   const int exponent = greatest > 1e120 || (greatest < 1e-120 && greatest > 0) ? std::ilogb(greatest) : 0;
   std::vector<double> scaled;
@@ -82,6 +85,7 @@ void fft_values(const arg_t& range, bool raw, std::span<double> values) {
   }
 
   dft_magnitudes(exponent != 0 ? scaled : y, values);
+  if (std::isnan(values[0])) refuse_values();
   if (!raw) {
     const auto count = static_cast<double>(n);
     par::ranges(values.size(), least, [&](size_t first, size_t last) {
