@@ -6,11 +6,11 @@
 #include <bit>
 #include <charconv>
 #include <cstdlib>
-#include <limits>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "delimited_reference.h"
 #include "readers/delimited_scan.h"
 
 namespace mirn2::rd {
@@ -18,11 +18,7 @@ namespace {
 
 uint64_t bits(double value) { return std::bit_cast<uint64_t>(value); }
 
-double standard_number(const std::string& text) {
-  double value = 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-  return result.ec == std::errc() ? value : std::numeric_limits<double>::quiet_NaN();
-}
+double standard_number(const std::string& text) { return reference::DelimitedFile::number(text); }
 
 // A text of one of the shapes that fields have, right and wrong ones.
 std::string any_text(std::mt19937_64& random) {
