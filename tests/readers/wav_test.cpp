@@ -139,7 +139,8 @@ TEST_F(WavReader, TouchesOnlyBytesThatAreThereAndLogsWhatIsOdd) {
     for (int round = 0; round < 2; ++round) EXPECT_EQ(load(*reader, "channel1").y, c.samples) << c.logged;
     const auto lines = log_lines(" 2 ");
     ASSERT_EQ(lines.size(), before + !c.logged.empty()) << c.logged;
-    if (!c.logged.empty()) EXPECT_THAT(lines.back(), HasSubstr(c.logged));
+    if (c.logged.empty()) continue;
+    EXPECT_THAT(lines.back(), HasSubstr(c.logged));
   }
   // Every cut of a file: an error or some of the samples.
   const std::string whole = Wav{.channels = 2, .data = data + data}.bytes();
