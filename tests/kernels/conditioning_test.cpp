@@ -149,7 +149,7 @@ TEST(Conditioning, LogicFollowsItsRulesOnAnyStampsAndValues) {
 
 TEST(Conditioning, DropTestsEveryComparison) {
   using Compare = std::function<bool(double, double)>;
-  const std::pair<const char*, Compare> comparisons[] = {
+  const std::pair<std::string, Compare> comparisons[] = {
       {"eq", std::equal_to()},   {"NE", std::not_equal_to()}, {"lt", std::less()},
       {"Le", std::less_equal()}, {"gT", std::greater()},      {"ge", std::greater_equal()},
       {"xx", std::equal_to()},   {"less", std::equal_to()},   {"", std::equal_to()},
@@ -172,7 +172,7 @@ TEST(Conditioning, DropTestsEveryComparison) {
         const k::Selection left(given.y, k::Test::of(op1, limit), k::Test::of(op2, 2.0));
         Case got{Samples(left.size()), Samples(left.size())};
         left.copy(given.t, given.y, got.t, got.y);
-        const std::string what = std::string(op1) + " " + std::to_string(limit) + ", " + op2;
+        const std::string what = op1 + " " + std::to_string(limit) + ", " + op2;
         expect_same(got.t, expected.t, what);
         expect_same(got.y, expected.y, what);
       }
@@ -259,6 +259,7 @@ TEST(Unpack, EveryFieldOfEveryWord) {
 
 // Long enough to be shared out among cores; the rules know nothing of that.
 TEST(Calculus, SameBitsAsPlainLoopsHoweverLong) {
+  constexpr k::FirstOrder filter{0.1, 0.3};
   constexpr double low = 0.1 / (0.1 + 0.3), high = 0.3 / (0.1 + 0.3);
   using Kernel = std::function<void(k::Axis t, k::Axis y, k::Result out)>;
   using Step = std::function<double(k::Axis t, k::Axis y, k::Axis r, size_t i)>;
@@ -278,15 +279,9 @@ TEST(Calculus, SameBitsAsPlainLoopsHoweverLong) {
       {"accumulate", true, k::accumulate, [](auto, auto y, auto r, size_t i) { return r[i - 1] + y[i]; }},
       {"period", false, k::period, [](auto t, auto, auto, size_t i) { return t[i] - t[i - 1]; }},
       {"frequency", false, k::frequency, [](auto t, auto, auto, size_t i) { return 1 / (t[i] - t[i - 1]); }},
-      {"lowpass", true,
-       [](auto, auto y, auto out) {
-         k::lowpass(y, {0.1, 0.3}, out);
-       },
+      {"lowpass", true, [](auto, auto y, auto out) { k::lowpass(y, filter, out); },
        [](auto, auto y, auto r, size_t i) { return (1 - low) * r[i - 1] + low * y[i]; }},
-      {"highpass", true,
-       [](auto, auto y, auto out) {
-         k::highpass(y, {0.1, 0.3}, out);
-       },
+      {"highpass", true, [](auto, auto y, auto out) { k::highpass(y, filter, out); },
        [](auto, auto y, auto r, size_t i) { return high * (r[i - 1] + y[i] - y[i - 1]); }},
   };
   std::mt19937 random(301);

@@ -73,14 +73,11 @@ TEST(DecimalText, IsWhatPrintfWrites) {
 }
 
 TEST(GridText, TimeDecimals) {
-  const struct {
-    double step;
-    int decimals;
-  } cases[] = {{0.25, 2},     {0.1, 2},      {0.01, 3}, {0.001, 4}, {0.0001, 5}, {1e-6, 7},
-               {1e-9, 10},    {0.999, 2},    {0.02, 3}, {1.0, 0},   {2.5, 0},    {1e300, 0},
-               {1e-300, 301}, {5e-324, 325}, {0.0, 0},  {inf, 0}};
-  for (const auto& c : cases) EXPECT_EQ(time_decimals(c.step), c.decimals) << c.step;
-  EXPECT_EQ(time_decimals(nan_value), 0);
+  const std::pair<double, int> cases[] = {{0.25, 2}, {0.1, 2},      {0.01, 3},     {0.001, 4},    {0.0001, 5},
+                                          {1e-6, 7}, {1e-9, 10},    {0.999, 2},    {0.02, 3},     {1.0, 0},
+                                          {2.5, 0},  {1e300, 0},    {1e-300, 301}, {5e-324, 325}, {0.0, 0},
+                                          {inf, 0},  {nan_value, 0}};
+  for (const auto& [step, decimals] : cases) EXPECT_EQ(time_decimals(step), decimals) << step;
 }
 
 TEST(GridText, StepsThatDoNotMoveTheTimeAreRefused) {
@@ -91,12 +88,11 @@ TEST(GridText, StepsThatDoNotMoveTheTimeAreRefused) {
                         {0.0, 0.0, 1.0},       {0.0, -1.0, 1.0},   {nan_value, 1.0, 1.0},
                         {0.0, inf, 1.0},       {0.0, 1.0, inf},    {-inf, 1.0, 0.0},
                         {0.0, nan_value, 1.0}, {0.0, 1e291, 1e308}};
-  const double one[] = {1.0};
+  const double one[] = {1.0}, two[] = {1.0, 2.0};
   for (const Grid& grid : still) {
     EXPECT_FALSE(grid_advances(grid.tini, grid.step, grid.tend)) << grid.tini << " " << grid.step;
     EXPECT_THROW(GridWriter({{one, one}}, ",", grid), std::invalid_argument);
   }
-  const double two[] = {1.0, 2.0};
   EXPECT_THROW(GridWriter({{{}, {}}}, ",", {0.0, 1.0, 2.0}), std::invalid_argument);
   EXPECT_THROW(GridWriter({{two, one}}, ",", {0.0, 1.0, 2.0}), std::invalid_argument);
 }
@@ -114,9 +110,8 @@ TEST(GridText, ValuesAreTheNextSampleAndTheLastOneAfterTheEnd) {
             "3.00→-inf→0.100000\n");
   EXPECT_EQ(written({{x, y}}, ";", {9.0, 1.0, 9.0}), "9;-inf\n");
   EXPECT_EQ(written({{x, y}}, ";", {9.0, 1.0, 8.0}), "");
-  const double minus_nan[] = {-nan_value};
-  const double minus_zero[] = {-0.0};
-  const double huge[] = {-std::numeric_limits<double>::max()};
+  const double minus_nan[] = {-nan_value}, minus_zero[] = {-0.0},
+               huge[] = {-std::numeric_limits<double>::max()};
   EXPECT_EQ(written({{once, minus_nan}, {once, minus_zero}, {once, huge}}, ",", {-0.0, 1.0, 0.5}),
             "-0," + fmt::format("{:f},{:f},{:f}", -nan_value, -0.0, huge[0]) + "\n");
 }

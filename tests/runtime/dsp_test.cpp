@@ -59,14 +59,6 @@ TEST(Fft, RawLinesAreTheDefiningSum) {
   }
 }
 
-TEST(Fft, TheRangeBoundsWhatIsRead) {
-  Series s(100);
-  const fft_t all = fft(s.range(40), false);
-  s.y[39] = std::numeric_limits<double>::quiet_NaN();
-  EXPECT_EQ(fft(s.range(40), false).values, all.values);
-  EXPECT_EQ(all.frequencies.back(), 2);
-}
-
 TEST(Sizes, AreRefusedBeforeMemoryIsTaken) {
   const Series s(10);
   const auto refused = [](const char* reason) {

@@ -223,9 +223,7 @@ TEST_F(Zip, ProcessesAtOnceAndKillsLeaveWholeFolders) {
   };
   for (int round = 0; round < 5; ++round) {
     fs::remove_all(cache());
-    std::vector<pid_t> others;
-    for (int i = 0; i < 4; ++i) others.push_back(start_process(is_whole));
-    for (const pid_t other : others) EXPECT_EQ(wait_for(other), 0);
+    run_processes(4, [&](size_t) { return is_whole(); });
     EXPECT_EQ(cached(), 1u);
   }
   for (int delay = 0; delay < 10; ++delay) {
