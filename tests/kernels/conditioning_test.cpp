@@ -222,15 +222,12 @@ double unpacked(double value, uint64_t msb, uint64_t lsb, k::Coding coding, doub
   const uint64_t all = (raw & (bit(msb + 1) - 1)) >> (lsb % 64);
   const uint64_t below = (raw & (bit(msb) - 1)) >> (lsb % 64);
   const uint64_t sign = raw & bit(msb);
-  switch (coding) {
-    case k::Coding::unsigned_binary:
-      return static_cast<double>(all) * gain + bias;
-    case k::Coding::sign_magnitude:
-      return (static_cast<double>(below) * gain + bias) * (sign != 0 ? -1 : 1);
-    case k::Coding::twos_complement:
-      return static_cast<double>(static_cast<int64_t>(below - (sign >> (lsb % 64)))) * gain + bias;
-    case k::Coding::bcd:
-      break;
+  if (coding == k::Coding::unsigned_binary) return static_cast<double>(all) * gain + bias;
+  if (coding == k::Coding::sign_magnitude) {
+    return (static_cast<double>(below) * gain + bias) * (sign != 0 ? -1 : 1);
+  }
+  if (coding == k::Coding::twos_complement) {
+    return static_cast<double>(static_cast<int64_t>(below - (sign >> (lsb % 64)))) * gain + bias;
   }
   uint64_t sum = 0;
   for (int shift = 60; shift >= 0; shift -= 4) sum = sum * 10 + ((all >> shift) & 15);

@@ -20,7 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
-using namespace std::string_view_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -54,7 +53,7 @@ class Delimited : public Reading<ReaderDelimited> {
 
 TEST_F(Delimited, ProbeTakesTheFirstDelimiterThatThreeLinesHoldEquallyOften) {
   const struct {
-    std::string_view content;
+    std::string content;
     char delimiter;
     const char* explanation;
   } cases[] = {
@@ -68,14 +67,13 @@ TEST_F(Delimited, ProbeTakesTheFirstDelimiterThatThreeLinesHoldEquallyOften) {
       {"t,a,b\n1,2,3\n1,2\n", 0, "line 1 holds it 2 times, but line 3 ('1,2') holds it 1 times"},
       {"made by me\nt;a\n1;2\n3;4\n", 0, "line 1 ('made by me') holds it 0 times; remove the 1 line(s)"},
       {"a\n\nb\nt,a\n1,2\n3,4\n", 0, "remove the 3 line(s)"},
-      {"t,a\0,\n1,2\n1,2\n"sv, ',', ""},
-      {"\0\0,\n\0,\n,\n"sv, 0, "comes closest"},
+      {"t,a\0,\n1,2\n1,2\n"s, ',', ""},
+      {"\0\0,\n\0,\n,\n"s, 0, "comes closest"},
       {"\xff\xfet", 0, "UTF-16"},
   };
   for (const auto& c : cases) {
     std::string explanation;
-    EXPECT_EQ(probe_delimiter(make("any.csv", std::string(c.content)), &explanation), c.delimiter)
-        << c.content;
+    EXPECT_EQ(probe_delimiter(make("any.csv", c.content), &explanation), c.delimiter) << c.content;
     EXPECT_THAT(explanation, HasSubstr(c.explanation)) << c.content;
   }
 }
@@ -103,10 +101,8 @@ TEST_F(Delimited, HeaderEndsBeforeTheFirstLineThatBeginsLikeANumber) {
     if (reader->variables().empty()) continue;
     EXPECT_EQ(load(*reader, "a").y.size(), c.rows) << c.content;
   }
-  EXPECT_FALSE(
-      log_lines("3 lines below the titles count as header and are not read: the first field of line 2, "
-                "'2026-11-21T04', contains 'T'")
-          .empty());
+  const char* reason = "are not read: the first field of line 2, '2026-11-21T04', contains 'T'";
+  EXPECT_EQ(log_lines(std::string("3 lines below the titles count as header and ") + reason).size(), 1u);
 }
 
 TEST_F(Delimited, TitlesAreTheFieldsBehindTheFirst) {

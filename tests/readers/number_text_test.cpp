@@ -28,30 +28,21 @@ std::string any_text(std::mt19937_64& random) {
     for (size_t n = below(most + 1); n != 0; --n) text += static_cast<char>('0' + below(10));
     return text;
   };
-  std::string text = below(3) == 0 ? "-" : "";
-  switch (below(8)) {
-    case 0:
-      return text + digits(20);
-    case 1:
-      return text + digits(4) + "." + digits(14);
-    case 2:
-      return text + digits(3) + "." + digits(20) + "e" + (below(2) != 0 ? "-" : "") + digits(3);
-    case 3: {
-      char shortest[32];
-      const double value = std::bit_cast<double>(random());
-      return {shortest, std::to_chars(shortest, shortest + sizeof shortest, value).ptr};
-    }
-    case 4: {
-      constexpr std::string_view characters = "0123456789.-+eExX ainfNAIF\"";
-      for (size_t n = below(18); n != 0; --n) text += characters[below(characters.size())];
-      return text;
-    }
-    case 5:
-      return text +
-             std::vector<std::string>{"inf", "nan", "Infinity", "NaN(x)", "in", "-1", "+1", " 1"}[below(8)];
-    default:
-      return text + digits(5) + "." + digits(6);
-  }
+  constexpr std::string_view characters = "0123456789.-+eExX ainfNAIF\"";
+  std::string any;
+  for (size_t n = below(18); n != 0; --n) any += characters[below(characters.size())];
+  const char* const words[] = {"inf", "nan", "Infinity", "NaN(x)", "in", "-1", "+1", " 1"};
+  char shortest[32];
+  const auto printed = std::to_chars(shortest, shortest + sizeof shortest, std::bit_cast<double>(random()));
+  const std::string exponent = (below(2) != 0 ? "e-" : "e") + digits(3);
+  const std::string shapes[] = {digits(20),
+                                digits(4) + "." + digits(14),
+                                digits(3) + "." + digits(20) + exponent,
+                                std::string(shortest, printed.ptr),
+                                any,
+                                words[below(8)],
+                                digits(5) + "." + digits(6)};
+  return (below(3) == 0 ? "-" : "") + shapes[below(std::size(shapes))];
 }
 
 TEST(NumberText, ReadsWhatFromCharsReadsOneAtATimeAndInRows) {
