@@ -78,6 +78,7 @@ TEST_F(ArduPilotTxt, ReadsWordsAsNumbers) {
       {"TimeUS", "2000000, 9", 2e6 * 0.000001, 9},
       {"TimeMS", "2000000, 9", 2e6 * 0.001, 9},
       {"GPSTimeUS", "2000000, 9", 2e6, 9},
+      {"GPSTimeMS", "2000000, 9", 2e6, 9},
       {"TimeUS2", "2000000, 9", 2e6, 9}};
   for (const auto& [label, words, x, y] : cases) {
     auto reader = open("FMT, 1, 9, A, QBB, " + label + ",a,b\nA, " + words + "\n");

@@ -9,6 +9,14 @@
 namespace mirn3::num {
 namespace {
 
+TEST(Ramp, IsTheIndexTimesTheStepRoundedOnce) {
+  for (const uint64_t n : {0UL, 1UL, 5UL, 300'001UL}) {
+    const shared_vector<double> times = ramp(0.1, n);
+    ASSERT_EQ(times.size(), n);
+    for (uint64_t i = 0; i < n; ++i) ASSERT_EQ(times[i], static_cast<double>(i) * 0.1) << i;
+  }
+}
+
 TEST(Ramp, OneVectorServesAllThatHaveItsStep) {
   const shared_vector<double> longest = ramp(0.25, 1000);
   const shared_vector<double> prefix = ramp(0.25, 10);
