@@ -60,19 +60,6 @@ TEST(RisingEdges, LeaveZeroOnly) {
   EXPECT_EQ(rising_edges({}, {}), Series());
 }
 
-TEST(Precursors, OfASignalThatFallsTwoSecondsBefore) {
-  Series s, v;
-  for (int i = 0; i < 100; ++i) {
-    s.push_back(i);
-    v.push_back(i % 20 < 8 ? 5 : 3);  // steps from sample 7, 27, 47 to the next
-  }
-  const Series events{9, 29, 49};
-  EXPECT_EQ(plain(find_precursors(s, v, events, 10)), (Findings{{2, 5, true}}));
-  EXPECT_EQ(plain(find_precursors(s, v, events, 2)), Findings());
-  EXPECT_EQ(plain(find_precursors({}, {}, events, 2)), Findings());
-  EXPECT_EQ(plain(find_precursors(Series{1}, Series{1}, events, 2)), Findings());
-}
-
 // Coarse stamps and few levels make duplicates, ties and survivors frequent.
 TEST(Precursors, FollowTheRuleOnRandomSignals) {
   std::mt19937 random(301);

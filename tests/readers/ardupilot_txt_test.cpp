@@ -3,21 +3,18 @@
 
 #include <gmock/gmock.h>
 
-#include <cmath>
+#include <cstring>
 #include <random>
 
+#include "loading.h"
 #include "readers/line_groups.h"
 #include "runtime/exc.h"
-#include "runtime/home.h"
 #include "runtime/mem.h"
 
 namespace {
 
 using mirn2::rd::LineGroups;
 using mirn2::rd::ReaderArduPilotTXT;
-using mirn2::rd::rto_t;
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 constexpr const char* head =
     "FMT, 128, 89, FMT, BBnNZ, Type,Length,Name,Format,Columns\n"
@@ -25,37 +22,7 @@ constexpr const char* head =
     "FMT, 2, 20, GPS, BIHf, Status,TimeMS,Week,Alt\n"
     "FMT, 3, 20, GPS2, BI, Status,TimeMS\n";
 
-struct Samples {
-  std::vector<double> x, y;
-  bool operator==(const Samples&) const = default;
-};
-
-class ArduPilotTxt : public Home {
- protected:
-  std::unique_ptr<ReaderArduPilotTXT> open(const std::string& log) const {
-    auto reader = std::make_unique<ReaderArduPilotTXT>(make("flight.log", log));
-    reader->scan();
-    return reader;
-  }
-  static Samples load(ReaderArduPilotTXT& reader, const std::string& name) {
-    rto_t request{.tag_key = "", .name = name, .x = {}, .y = {}};
-    reader.load(request);
-    Samples samples{{request.x.begin(), request.x.end()}, {request.y.begin(), request.y.end()}};
-    // The caller's to write, unless they say otherwise.
-    if (!request.x.is_common()) std::fill_n(request.x.data(), request.x.size(), -1);
-    return samples;
-  }
-  Samples load(const std::string& log, const std::string& name) const { return load(*open(log), name); }
-
-  static std::vector<std::string> leaves(const ReaderArduPilotTXT& reader) {
-    std::vector<std::string> names;
-    for (const auto& group : reader.variables()) {
-      if (group.children.empty()) names.push_back(group.full_name);
-      for (const auto& leaf : group.children) names.push_back(leaf.full_name);
-    }
-    return names;
-  }
-};
+using ArduPilotTxt = Reading<ReaderArduPilotTXT>;
 
 TEST_F(ArduPilotTxt, OffersFieldsOfMessagesThatHaveATime) {
   const std::pair<std::string, std::vector<std::string>> cases[] = {
@@ -78,32 +45,21 @@ TEST_F(ArduPilotTxt, OffersFieldsOfMessagesThatHaveATime) {
   for (const auto& [log, names] : cases) EXPECT_EQ(leaves(*open(log)), names) << log;
 }
 
-TEST_F(ArduPilotTxt, KeepsDeclarationsAndPlaces) {
-  auto reader = open(head);
-  EXPECT_EQ(reader->messages.at("ATT").format, "QccC,");
-  EXPECT_EQ(reader->messages.size(), 4u);
-  const auto& at = reader->locations.at("GPS.Alt");
-  EXPECT_EQ(at.message, "GPS");
-  EXPECT_EQ(at.time_field, 1u);
-  EXPECT_EQ(at.value_field, 3u);
-  EXPECT_FALSE(reader->locations.contains("ATT"));
-}
-
 TEST_F(ArduPilotTxt, ReadsTheLinesThatBeginWithTheName) {
-  const std::string log =
-      std::string(head) +
-      "ATT, 1000000, 1.5, -2, 3e2\nGPS, 3, 500, 2000, 10.25\nGPS2, 4, 501, 7, 8\r\n"
-      "FMT, 9, 9, ATT, x, y\n ATT, 5, 5, 5\natt, 5, 5, 5, 5\nATT\nATTX, 2500000, 9, 9, 9\n";
-  EXPECT_EQ(load(log, "ATT.Yaw"), (Samples{{1.0, 2.5}, {300, 9}}));
-  EXPECT_EQ(load(log, "GPS.Alt"), (Samples{{500 * 0.001, 501 * 0.001}, {10.25, 8}}));
-  EXPECT_EQ(load(log, "GPS.Status"), (Samples{{500 * 0.001, 501 * 0.001}, {3, 4}}));
-  EXPECT_EQ(load(log, "GPS2.Status"), (Samples{{501 * 0.001}, {4}}));
+  auto reader = open(std::string(head) +
+                     "ATT, 1000000, 1.5, -2, 3e2\nGPS, 3, 500, 2000, 10.25\nGPS2, 4, 501, 7, 8\r\n"
+                     "FMT, 9, 9, ATT, x, y\n ATT, 5, 5, 5\natt, 5, 5, 5, 5\nATT\nATTX, 2500000, 9, 9, 9\n");
+  EXPECT_EQ(load(*reader, "ATT.Yaw"), (Samples{{1.0, 2.5}, {300, 9}}));
+  EXPECT_EQ(load(*reader, "GPS.Alt"), (Samples{{500 * 0.001, 501 * 0.001}, {10.25, 8}}));
+  EXPECT_EQ(load(*reader, "GPS.Status"), (Samples{{500 * 0.001, 501 * 0.001}, {3, 4}}));
+  EXPECT_EQ(load(*reader, "GPS2.Status"), (Samples{{501 * 0.001}, {4}}));
   EXPECT_EQ(log_lines(" 2 ").size(), 1u);  // the line that is "ATT" alone, for ATT.Yaw
-  EXPECT_THAT(log_lines(" 2 ").back(), HasSubstr("1 of 3 lines end before"));
+  EXPECT_THAT(log_lines(" 2 ").back(), testing::HasSubstr("1 of 3 lines end before"));
+  EXPECT_THROW(load(*reader, "ATT"), mirn3::exc::error_t);
+  EXPECT_THROW(load(*reader, "ATT.Rol"), mirn3::exc::error_t);
   // A message whose name begins that of the declarations does not get them.
-  EXPECT_EQ(load("FMT, 1, 9, F, QB, Time,a\nF, 1, 2\nFMT, 1, 2, 3, 4, 5\n", "F.a"), (Samples{{1}, {2}}));
-  EXPECT_THROW(load(log, "ATT"), mirn3::exc::error_t);
-  EXPECT_THROW(load(log, "ATT.Rol"), mirn3::exc::error_t);
+  EXPECT_EQ(load(*open("FMT, 1, 9, F, QB, Time,a\nF, 1, 2\nFMT, 1, 2, 3, 4, 5\n"), "F.a"),
+            (Samples{{1}, {2}}));
 }
 
 TEST_F(ArduPilotTxt, TimesKeptOfOneFieldFitTheOthers) {
@@ -119,28 +75,26 @@ TEST_F(ArduPilotTxt, TimesKeptOfOneFieldFitTheOthers) {
 }
 
 TEST_F(ArduPilotTxt, ReadsWordsAsNumbers) {
-  const std::tuple<const char*, double, double> cases[] = {
-      {"7, 1.5, 0", 7, 1.5},
-      {"7, -0.25,0", 7, -0.25},
-      {"x, y, 0", NAN, NAN},
-      {"7, +1, 0", 7, NAN},
-      {"7,  1, 0", 7, NAN},  // two blanks: an empty word between them
-      {"7, ", 7, NAN},
-      {"7, 0x10", 7, 0},
-      {"7, 1e400", 7, NAN},
-      {"7, -inf\r5", 7, -INFINITY},
-      {"-7, 123456789.123456789", -7, 123456789.123456789},
-      {"7, 12\0 99", 7, 12}};
-  for (const auto& [words, x, y] : cases) {
-    const Samples got = load("FMT, 1, 9, A, QBB, Time,a,b\nA, " + std::string(words) + "\n", "A.a");
-    ASSERT_EQ(got.x.size(), 1u) << words;
-    EXPECT_TRUE(got.x[0] == x || (std::isnan(x) && std::isnan(got.x[0]))) << words;
-    EXPECT_TRUE(got.y[0] == y || (std::isnan(y) && std::isnan(got.y[0]))) << words;
-  }
-  for (const auto& [label, second] :
-       {std::pair{"TimeUS", 2e6 * 0.000001}, {"TimeMS", 2e6 * 0.001}, {"GPSTimeUS", 2e6}, {"TimeUS2", 2e6}}) {
-    const std::string log = std::string("FMT, 1, 9, A, BQ, v,") + label + "\nA, 9, 2000000\n";
-    EXPECT_EQ(load(log, "A.v"), (Samples{{second}, {9}})) << label;
+  const std::tuple<std::string, std::string, double, double> cases[] = {
+      {"Time", "7, 1.5, 0", 7, 1.5},
+      {"Time", "7, -0.25,0", 7, -0.25},
+      {"Time", "x, y, 0", NAN, NAN},
+      {"Time", "7, +1, 0", 7, NAN},
+      {"Time", "7,  1, 0", 7, NAN},  // two blanks: an empty word between them
+      {"Time", "7, ", 7, NAN},
+      {"Time", "7, 0x10", 7, 0},
+      {"Time", "7, 1e400", 7, NAN},
+      {"Time", "7, -inf\r5", 7, -INFINITY},
+      {"Time", "-7, 123456789.123456789", -7, 123456789.123456789},
+      {"Time", std::string("7, 12\0 99", 9), 7, 12},
+      {"TimeUS", "2000000, 9", 2e6 * 0.000001, 9},
+      {"TimeMS", "2000000, 9", 2e6 * 0.001, 9},
+      {"GPSTimeUS", "2000000, 9", 2e6, 9},
+      {"GPSTimeMS", "2000000, 9", 2e6, 9},
+      {"TimeUS2", "2000000, 9", 2e6, 9}};
+  for (const auto& [label, words, x, y] : cases) {
+    auto reader = open("FMT, 1, 9, A, QBB, " + label + ",a,b\nA, " + words + "\n");
+    EXPECT_EQ(load(*reader, "A.a"), (Samples{{x}, {y}})) << label << " " << words;
   }
 }
 
@@ -148,7 +102,7 @@ TEST_F(ArduPilotTxt, LeavesOutALastLineThatIsStillBeingWritten) {
   const std::string log = std::string(head) + "ATT, 1, 1, 2, 3\nATT, 2, 4, 5, 6";
   const size_t start = log.rfind("ATT");
   for (size_t size = start; size <= log.size(); ++size) {
-    const Samples roll = load(log.substr(0, size), "ATT.Roll");
+    const Samples roll = load(*open(log.substr(0, size)), "ATT.Roll");
     const size_t whole = start + std::string("ATT, 2, 4, 5, ").size();
     EXPECT_EQ(roll.y.size(), size < whole ? 1u : 2u) << log.substr(start, size - start);
   }
@@ -165,9 +119,9 @@ TEST_F(ArduPilotTxt, LooksAgainWhenTheFileGrowsOrIsForgotten) {
   reader->forget();
   EXPECT_EQ(mirn3::mem::memory_used, before);
   log += "GPS, 1, 2, 3, 4\nATT, 1000000, 2, 3, 4\n";
-  make("flight.log", log);
+  make("recording", log);
   EXPECT_EQ(load(*reader, "ATT.Roll"), (Samples{{0, 1}, {1, 2}}));
-  make("flight.log", head);
+  make("recording", head);
   EXPECT_EQ(load(*reader, "ATT.Roll"), Samples{});
 }
 
@@ -182,7 +136,7 @@ TEST_F(ArduPilotTxt, KeepsOrderOverManyLines) {
     expected.x.push_back(i * 0.000001);
     expected.y.push_back(-i);
   }
-  EXPECT_TRUE(load(log, "ATT.Roll") == expected);
+  EXPECT_TRUE(load(*open(log), "ATT.Roll") == expected);
 }
 
 // Against a look at every line with every word, for random texts over few letters and all piece sizes.

@@ -8,7 +8,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
-#include <map>
+#include <numeric>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,22 +28,16 @@ class DelimitedFile {
  public:
   DelimitedFile(std::string content, char delimiter) : delimiter_(delimiter) {
     if (content.substr(0, 3) == "\xef\xbb\xbf") content.erase(0, 3);
-    for (size_t at = 0; at < content.size();) {
-      const size_t feed = content.find('\n', at);
-      const size_t end = feed == std::string::npos ? content.size() : feed + 1;
-      lines_.push_back(content.substr(at, end - at));
-      at = end;
-    }
     ends_in_feed_ = content.empty() || content.back() == '\n';
-    for (std::string& line : lines_) line = line.substr(0, line.find('\0'));
+    std::istringstream in(content);
+    for (std::string line; std::getline(in, line);) {
+      if (!in.eof()) line += '\n';
+      lines_.push_back(line.substr(0, line.find('\0')));
+    }
     detect_header();
     if (!lines_.empty()) {
       const std::vector<std::string> titles = split(lines_[0]);
-      titles_.assign(titles.begin() + 1, titles.end());
-      for (size_t i = 0; i < titles_.size(); ++i) {
-        titles_[i] = mirn3::str::to_utf8(titles_[i]);
-        index_[titles_[i]] = i + 1;
-      }
+      for (size_t i = 1; i < titles.size(); ++i) titles_.push_back(mirn3::str::to_utf8(titles[i]));
     }
     cut_rows();
   }
@@ -51,7 +46,10 @@ class DelimitedFile {
   size_t header_lines() const { return header_lines_; }
   size_t line_count() const { return lines_.size(); }
   size_t rows() const { return rows_.size(); }
-  size_t column(const std::string& title) const { return index_.at(title); }
+  // The last one counts.
+  size_t column(const std::string& title) const {
+    return static_cast<size_t>(titles_.rend() - std::find(titles_.rbegin(), titles_.rend(), title));
+  }
 
   Series load(size_t column, std::string_view tag_key) const {
     Series series;
@@ -87,11 +85,8 @@ class DelimitedFile {
     std::vector<std::string> fields(1);
     for (const char c : line) {
       if (c == '\n' || c == '\r') break;
-      if (c == delimiter_) {
-        fields.emplace_back();
-      } else {
-        fields.back() += c;
-      }
+      if (c == delimiter_) fields.emplace_back();
+      if (c != delimiter_) fields.back() += c;
     }
     return fields;
   }
@@ -118,9 +113,7 @@ class DelimitedFile {
   static void check_times(std::vector<double>& x) {
     if (x.empty()) return;
     const size_t m = std::min<size_t>(x.size(), 512);
-    bool valid = x[m - 1] > x[0];
-    for (size_t i = 1; i < m; ++i) valid = valid && !(x[i - 1] > x[i]);
-    for (size_t i = 0; !valid && i < x.size(); ++i) x[i] = static_cast<double>(i);
+    if (!(x[m - 1] > x[0]) || !std::is_sorted(x.begin(), x.begin() + m)) std::iota(x.begin(), x.end(), 0);
   }
 
   char delimiter_;
@@ -128,7 +121,6 @@ class DelimitedFile {
   bool ends_in_feed_ = true;
   size_t header_lines_ = 1;
   std::vector<std::string> titles_;
-  std::map<std::string, size_t> index_;
   std::vector<std::vector<std::string>> rows_;
 };
 

@@ -83,6 +83,15 @@ inline int wait_for(pid_t child) {
   return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
 }
 
+// Runs work(0), work(1), ... in a process each, and `meanwhile` in this one. Every work must return true.
+inline void run_processes(
+    size_t count, const std::function<bool(size_t)>& work, const std::function<void()>& meanwhile = [] {}) {
+  std::vector<pid_t> processes;
+  for (size_t i = 0; i < count; ++i) processes.push_back(start_process([&] { return work(i); }));
+  meanwhile();
+  for (const pid_t process : processes) EXPECT_EQ(wait_for(process), 0);
+}
+
 // Has another process do step(first), step(first + 1), ..., kills it when `count` steps are confirmed, and
 // says the last one that was done for sure (the next one may be).
 inline int32_t kill_in_step(int32_t first, int32_t count, const std::function<void(int32_t)>& step) {

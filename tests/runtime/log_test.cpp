@@ -86,14 +86,10 @@ TEST_F(LogTest, ThreadsAndProcessesDoNotMixLines) {
   std::thread busy([&] {
     while (!stop) log::write(log::info, std::string(50, 'z'));
   });
-  std::vector<pid_t> children;  // forked while another thread is in the middle of an entry
-  for (const char mark : {'a', 'b', 'c', 'd'}) {
-    children.push_back(start_process([&] {
-      for (size_t i = 0; i < each; ++i) log::write(log::info, std::string(100 + i, mark));
-      return true;
-    }));
-  }
-  for (const pid_t child : children) EXPECT_EQ(wait_for(child), 0);
+  run_processes(4, [&](size_t child) {  // forked while another thread is in the middle of an entry
+    for (size_t i = 0; i < each; ++i) log::write(log::info, std::string(100 + i, "abcd"[child]));
+    return true;
+  });
   stop = true;
   busy.join();
   std::map<char, size_t> counts;

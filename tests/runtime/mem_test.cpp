@@ -38,13 +38,10 @@ class MemTest : public Home {
   uint64_t before = 0;
 };
 
-bool all_zero(const Vector& v) {
-  return std::all_of(v.begin(), v.end(), [](double sample) { return sample == 0.0; });
-}
+bool all_zero(const Vector& v) { return std::count(v.begin(), v.end(), 0.0) == std::ssize(v); }
 
 TEST_F(MemTest, BuffersOfEverySizeAreZeroAlignedAndCharged) {
-  for (const size_t n : {size_t{0}, size_t{1}, size_t{7}, size_t{8}, size_t{131071}, size_t{131072},
-                         size_t{131073}, mapped + 1}) {
+  for (const size_t n : {0ul, 1ul, 7ul, 8ul, 131071ul, 131072ul, 131073ul, mapped + 1}) {
     Vector v;
     v.resize(n);
     EXPECT_EQ(v.size(), n);
@@ -92,8 +89,7 @@ TEST_F(MemTest, HoldersShareUntilTheLastOneGoes) {
   for (const size_t n : {size_t{4}, mapped}) {
     Vector first;
     first.resize(n);
-    Vector second = first;
-    Vector third;
+    Vector second = first, third;
     third = second;
     second[1] = 3.0;
     EXPECT_EQ(first[1], 3.0);
@@ -194,7 +190,7 @@ TEST_F(MemTest, ModificationsAreSeenByEveryHolder) {
       {"all signs", true, true,
        [](Vector& v) { std::transform(v.begin(), v.end(), v.data(), std::negate{}); }},
       {"two samples swapped", true, true, [](Vector& v) { std::swap(v[0], v[1]); }},
-      {"two samples far apart swapped", true, true, [](Vector& v) { std::swap(v[0], v[8]); }},
+      {"two far apart swapped", true, true, [](Vector& v) { std::swap(v[0], v[8]); }},
       {"one bit", true, true, [](Vector& v) { v[5] = std::nextafter(v[5], 1e9); }},
       {"written back", true, false, [](Vector& v) { v[0] += 1.0, v[0] -= 1.0; }},
       {"watched again", true, true, [](Vector& v) { v[0] = 9.0, v.mark_modified(), v.watch(); }},

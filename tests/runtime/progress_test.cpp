@@ -15,16 +15,9 @@ namespace {
 // What is written to standard error, as a terminal or as a pipe, while `work` runs.
 template <typename Work>
 std::string on_standard_error(bool terminal, Work work) {
-  int reader = -1;
-  int writer = -1;
-  if (terminal) {
-    EXPECT_EQ(openpty(&reader, &writer, nullptr, nullptr, nullptr), 0);
-  } else {
-    int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
-    reader = ends[0];
-    writer = ends[1];
-  }
+  int ends[2] = {-1, -1};
+  EXPECT_EQ(terminal ? openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr) : pipe(ends), 0);
+  const auto [reader, writer] = ends;
   const int before = dup(STDERR_FILENO);
   dup2(writer, STDERR_FILENO);
   work();

@@ -56,9 +56,8 @@ class PythonTest : public testing::Test {
   // The value of an expression, borrowed from __main__ and alive until the next call.
   static python::object value(const std::string& expression) {
     run("result = " + expression);
-    const python::object globals =
-        python::table.PyModule_GetDict(python::table.PyImport_AddModule("__main__"));
-    return python::table.PyDict_GetItemString(globals, "result");
+    const auto& t = python::table;
+    return t.PyDict_GetItemString(t.PyModule_GetDict(t.PyImport_AddModule("__main__")), "result");
   }
 
   // Leaves the exception that calling the function without arguments raises.
@@ -75,8 +74,9 @@ void* PythonTest::library = nullptr;
 
 TEST_F(PythonTest, ObjectsBecomeTextOrSayWhatWentWrong) {
   EXPECT_TRUE(python::wrap().ready());
+  const std::string no_text = "Error converting Python string to standard string";
   const struct {
-    const char *expression, *text, *error = "";
+    std::string expression, text, error = "";
   } cases[] = {
       {"'höhe µ 日本 😀'", "höhe µ 日本 😀"},
       {"''", ""},
@@ -84,10 +84,9 @@ TEST_F(PythonTest, ObjectsBecomeTextOrSayWhatWentWrong) {
       {"['a', 1.5]", "['a', 1.5]"},
       {"type('Name', (str,), {'__str__': lambda self: 'other'})('own')", "own"},
       {"type('Shown', (), {'__str__': lambda self: 'shown'})()", "shown"},
-      {"'half a pair \\ud800'", "", "Error converting Python string to standard string"},
-      {"type('Sub', (str,), {})('\\ud800')", "", "Error converting Python string to standard string"},
-      {"type('Broken', (), {'__str__': lambda self: 1 / 0})()", "",
-       "Error converting Python object to string"},
+      {"'half a pair \\ud800'", "", no_text},
+      {"type('Sub', (str,), {})('\\ud800')", "", no_text},
+      {"type('Bad', (), {'__str__': lambda self: 1 / 0})()", "", "Error converting Python object to string"},
       {"type('Half', (), {'__str__': lambda self: '\\ud800'})()", "",
        "Error encoding Python string to utf-8"},
   };
@@ -133,8 +132,7 @@ TEST_F(PythonTest, LinesOfEveryLengthArriveWholeFromAnyThread) {
   for (int i = 0; i < 3000; ++i) mixed += "aü日😀";
   std::vector<std::string> texts = {"", "per cent %s %n {}", "two\nlines", mixed, mixed + "x", "x" + mixed};
   for (size_t n = 995; n <= 1005; ++n) {
-    texts.push_back(std::string(n, 'a'));
-    texts.push_back(std::string(n, 'a') + "😀" + std::string(n, 'b'));
+    texts.insert(texts.end(), {std::string(n, 'a'), std::string(n, 'a') + "😀" + std::string(n, 'b')});
   }
   for (const std::string& text : texts) {
     run("import io, sys\nold, sys.stdout = sys.stdout, io.StringIO()");

@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <limits>
-#include <map>
 #include <set>
 
 #include "runtime/exc.h"
@@ -37,8 +35,7 @@ TEST_F(TagTest, NumbersCountUpFromZeroInEveryKeyAndStay) {
     if (session == 0) tag::save();
     restart();  // saves as well
   }
-  for (const double value :
-       {-1.0, 0.5, 104.0, 1e300, std::nan(""), std::numeric_limits<double>::infinity(), 0x1p53}) {
+  for (const double value : {-1.0, 0.5, 104.0, 1e300, double{NAN}, double{INFINITY}, 0x1p53}) {
     EXPECT_EQ(tag::get("mode", value), "") << value;
   }
   EXPECT_EQ(tag::get("mode", -0.0), "text 0");
@@ -48,13 +45,13 @@ TEST_F(TagTest, LoadTakesInWhatAnotherProcessSaved) {
   tag::fetch_or_create("mode", "AUTO");
   EXPECT_EQ(tag::get("late", 0.0), "");
   tag::save();
-  EXPECT_EQ(wait_for(start_process([] {
-              const bool numbers = tag::fetch_or_create("mode", "LOITER") == 1.0 &&
-                                   tag::fetch_or_create("late", "first") == 0.0;
-              tag::save();
-              return numbers;
-            })),
-            0);
+  const pid_t other = start_process([] {
+    EXPECT_EQ(tag::fetch_or_create("mode", "LOITER"), 1.0);
+    EXPECT_EQ(tag::fetch_or_create("late", "first"), 0.0);
+    tag::save();
+    return !HasFailure();
+  });
+  EXPECT_EQ(wait_for(other), 0);
   EXPECT_EQ(tag::get("mode", 1.0), "");
   tag::load();
   EXPECT_EQ(tag::get("mode", 1.0), "LOITER");
@@ -68,7 +65,7 @@ TEST_F(TagTest, ProcessesNeverShareANumber) {
   // that the others add too, and report what they were given.
   constexpr int each = 3000;
   for (int i = 0; i < 5; ++i) tag::fetch_or_create("mode", "before the fork " + std::to_string(i));
-  const auto add = [&](int who) {
+  const auto add = [&](size_t who) {
     std::ofstream report(folder / std::to_string(who));
     for (int i = 0; i < each; ++i) {
       const std::string text = (i % 10 == 0 ? "common" : std::to_string(who)) + "-" + text_number(i);
@@ -78,16 +75,13 @@ TEST_F(TagTest, ProcessesNeverShareANumber) {
     tag::save();
     return report.flush().good();
   };
-  std::vector<pid_t> children;
-  for (int who = 1; who <= 3; ++who) children.push_back(start_process([&] { return add(who); }));
-  EXPECT_TRUE(add(0));
-  for (const pid_t child : children) EXPECT_EQ(wait_for(child), 0);
+  run_processes(
+      3, [&](size_t i) { return add(i + 1); }, [&] { EXPECT_TRUE(add(0)); });
   restart();
-  for (int who = 0; who <= 3; ++who) {
+  for (size_t who = 0; who <= 3; ++who) {
     std::ifstream report(folder / std::to_string(who));
     int count = 0;
-    for (std::string number, text; std::getline(report, number, '\t') && std::getline(report, text);
-         ++count) {
+    for (std::string number, text; std::getline(report >> number >> std::ws, text); ++count) {
       EXPECT_EQ(tag::get("mode", std::stod(number)), text) << number << " was given to another text as well";
     }
     EXPECT_EQ(count, each);
