@@ -51,7 +51,7 @@ class Axis {
     for (size_t i = 0; i < cells; ++i) edges_[i] = static_cast<double>(i) * step_ + lo_;
     edges_[cells] = limits.hi;
     const auto meet = [](double a, double b) { return !(a < b); };
-    if (std::adjacent_find(edges_.begin(), edges_.end(), meet) != edges_.end() || !std::isfinite(per_unit_)) {
+    if (std::adjacent_find(edges_.begin(), edges_.end(), meet) != edges_.end()) {
       throw exc::error_t(
           fmt::format("The values between {:.17g} and {:.17g} have no room for {:d} cells; ask for fewer",
                       limits.lo, limits.hi, cells));
@@ -91,6 +91,8 @@ class Axis {
       out[i] = static_cast<int32_t>(value == value ? found : none);
     }
   }
+  // For cells so narrow that their number in a unit is no double.
+  void search(const double* values, size_t n, int32_t* out) const;
 #ifdef __x86_64__
   [[gnu::target("avx2")]] void locate_avx2(const double* values, size_t n, int32_t* out) const;
 #endif
@@ -123,7 +125,16 @@ class Axis {
 }
 #endif
 
+void Axis::search(const double* values, size_t n, int32_t* out) const {
+  for (size_t i = 0; i < n; ++i) {
+    const auto inner = std::upper_bound(edges_.begin() + 1, edges_.end() - 1, values[i]);
+    const auto cell = static_cast<size_t>(inner - edges_.begin()) - 1;
+    out[i] = static_cast<int32_t>(values[i] == values[i] ? cell : cells_);
+  }
+}
+
 void Axis::cells_of(const double* values, size_t n, int32_t* out) const {
+  if (std::isinf(per_unit_)) return search(values, n, out);
 #ifdef __x86_64__
   static const bool has_avx2 = __builtin_cpu_supports("avx2");
   if (has_avx2) return locate_avx2(values, n, out);
