@@ -8,6 +8,7 @@ from pathlib import Path
 import kvalo
 import numpy as np
 import pytest
+from common import cases
 
 
 def write(path: Path, text) -> str:
@@ -49,19 +50,17 @@ def test_a_container_maps_names_to_series(small):
         c.id64 = 1
 
 
-@pytest.mark.parametrize(
-    ("title", "attribute"),
-    [
-        ("1st speed/avg", "_1st_speed_avg"),
-        ("2x", "_2x"),
-        ("a-b", "a_b"),
-        ("", "_"),
-        ('"q"', "q"),
-        ("%", "_"),
-        ("µ", "__"),
-        ("flags", "flags"),
-        ("xdata", "xdata"),
-    ],
+@cases(
+    "title, attribute",
+    ("1st speed/avg", "_1st_speed_avg"),
+    ("2x", "_2x"),
+    ("a-b", "a_b"),
+    ("", "_"),
+    ('"q"', "q"),
+    ("%", "_"),
+    ("µ", "__"),
+    ("flags", "flags"),
+    ("xdata", "xdata"),
 )
 def test_attribute_names(tmp_path, title, attribute):
     c = kvalo.Container(path=write(tmp_path / "f.csv", f"time,{title}\n0,1\n1,2\n2,3\n"))
@@ -79,32 +78,26 @@ def test_names_with_one_attribute_both_stay_reachable(tmp_path):
     assert c.a_b is c["a+b"]
 
 
-@pytest.mark.parametrize(
-    ("arguments", "error", "text"),
-    [
-        ({}, Exception, "^Must provide path!$"),
-        (
-            {"path": "nowhere.csv"},
-            Exception,
-            "^Error while loading file 'nowhere.csv': File nowhere.csv not found$",
-        ),
-        ({"path": "nowhere.csv", "plugin": "p"}, Exception, "File nowhere.csv not found$"),
-        (
-            {"path": "nowhere.csv", "plugin": "p.so"},
-            Exception,
-            "^Error while loading file 'nowhere.csv' with plugin 'p.so': File nowhere.csv not found$",
-        ),
-        (
-            {"path": "nowhere", "tini": 5, "tend": 5},
-            ValueError,
-            "^Final time must be greater than initial time$",
-        ),
-        ({"path": "nowhere", "tini": float("nan")}, Exception, "File nowhere not found$"),
-        ({"realtime": True}, Exception, "^Must provide path!$"),
-        ({"realtime": True, "plugin": "none.so"}, Exception, "Plugin none.so not found$"),
-        ({"path": None}, TypeError, None),
-        ({"file": "x"}, TypeError, None),
-    ],
+@cases(
+    "arguments, error, text",
+    ({}, Exception, "^Must provide path!$"),
+    (
+        {"path": "nowhere.csv"},
+        Exception,
+        "^Error while loading file 'nowhere.csv': File nowhere.csv not found$",
+    ),
+    ({"path": "nowhere.csv", "plugin": "p"}, Exception, "File nowhere.csv not found$"),
+    (
+        {"path": "nowhere.csv", "plugin": "p.so"},
+        Exception,
+        "^Error while loading file 'nowhere.csv' with plugin 'p.so': File nowhere.csv not found$",
+    ),
+    ({"path": "nowhere", "tini": 5, "tend": 5}, ValueError, "^Final time must be greater than initial time$"),
+    ({"path": "nowhere", "tini": float("nan")}, Exception, "File nowhere not found$"),
+    ({"realtime": True}, Exception, "^Must provide path!$"),
+    ({"realtime": True, "plugin": "none.so"}, Exception, "Plugin none.so not found$"),
+    ({"path": None}, TypeError, None),
+    ({"file": "x"}, TypeError, None),
 )
 def test_refused_construction(arguments, error, text):
     with pytest.raises(error, match=text):
@@ -165,14 +158,12 @@ def test_only_regular_files_are_read(tmp_path, small, kind):
         kvalo.Container(path=str(path))
 
 
-@pytest.mark.parametrize(
-    ("content", "delimiter"),
-    [
-        ("t\ta,b\n0\t1,2\n1\t2,3\n", "tab"),
-        ("t,a;b\n0,1\n1,2\n", ","),
-        ("t;a\n0;1\n1;2\n", ";"),
-        ("t|a\n0|1\n1|2\n", "|"),
-    ],
+@cases(
+    "content, delimiter",
+    ("t\ta,b\n0\t1,2\n1\t2,3\n", "tab"),
+    ("t,a;b\n0,1\n1,2\n", ","),
+    ("t;a\n0;1\n1;2\n", ";"),
+    ("t|a\n0|1\n1|2\n", "|"),
 )
 def test_delimiters_are_tried_in_order(tmp_path, content, delimiter):
     assert len(kvalo.Container(path=write(tmp_path / "data.csv", content))) == 1
@@ -329,7 +320,9 @@ def test_variables_of_a_table_have_time_stamps_of_their_own(tmp_path, kind):
         "in place": lambda s: s.xdata.__isub__(5.0),
         "gain": lambda s: s.axpb(1, -5),
         "Array of an Array": lambda s: kvalo.Array(s.xdata).__setitem__(0, -5.0),
-        "Array taken out": lambda s: (s.xdata, setattr(s, "xdata", kvalo.Array([1.0])))[0].__setitem__(0, -5.0),
+        "Array taken out": lambda s: (s.xdata, setattr(s, "xdata", kvalo.Array([1.0])))[0].__setitem__(
+            0, -5.0
+        ),
     }
     for way, write_to in ways.items():
         c = kvalo.Container(path=table_file(tmp_path, kind))

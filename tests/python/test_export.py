@@ -6,6 +6,7 @@ import stat
 
 import kvalo
 import pytest
+from common import cases
 from conftest import run_script
 
 RAMP = kvalo.TimeSeries([0, 1, 2], [10, 20, 30])
@@ -65,22 +66,20 @@ def test_series_without_samples_are_left_out(tmp_path):
     assert export(tmp_path / "o", 1, 0, 1, source).startswith("Time,ramp\n")
 
 
-@pytest.mark.parametrize(
-    ("step", "tini", "tend", "source", "error", "text"),
-    [
-        (0, 0, 1, [(RAMP, "r")], ValueError, r"^Step \(0\) must be greater than zero$"),
-        (-0.5, 0, 1, [(RAMP, "r")], ValueError, r"^Step \(-0.5\) must be greater than zero$"),
-        (1, 5, 5, [(RAMP, "r")], ValueError, r"^Start time \(5\) must be less than end time \(5\)$"),
-        (math.nan, 0, 1, [(RAMP, "r")], ValueError, "finite"),
-        (1, 0, math.inf, [(RAMP, "r")], ValueError, "finite"),
-        (1e-9, 1e15, 2e15, [(RAMP, "r")], ValueError, "large enough"),
-        (1, 0, 1, [], ValueError, "^No kvalo.TimeSeries was selected$"),
-        (1, 0, 1, [(kvalo.TimeSeries(), "n")], ValueError, "^No kvalo.TimeSeries has valid values$"),
-        (1, 0, 1, "text", ValueError, "^Invalid source object$"),
-        (1, 0, 1, [(RAMP, 3)], TypeError, "^Object is not unicode$"),
-        (1, 0, 1, [(3, "r")], TypeError, "^Argument must be a kvalo.TimeSeries object$"),
-        (1, 0, 1, [RAMP], TypeError, "tuples"),
-    ],
+@cases(
+    "step, tini, tend, source, error, text",
+    (0, 0, 1, [(RAMP, "r")], ValueError, r"^Step \(0\) must be greater than zero$"),
+    (-0.5, 0, 1, [(RAMP, "r")], ValueError, r"^Step \(-0.5\) must be greater than zero$"),
+    (1, 5, 5, [(RAMP, "r")], ValueError, r"^Start time \(5\) must be less than end time \(5\)$"),
+    (math.nan, 0, 1, [(RAMP, "r")], ValueError, "finite"),
+    (1, 0, math.inf, [(RAMP, "r")], ValueError, "finite"),
+    (1e-9, 1e15, 2e15, [(RAMP, "r")], ValueError, "large enough"),
+    (1, 0, 1, [], ValueError, "^No kvalo.TimeSeries was selected$"),
+    (1, 0, 1, [(kvalo.TimeSeries(), "n")], ValueError, "^No kvalo.TimeSeries has valid values$"),
+    (1, 0, 1, "text", ValueError, "^Invalid source object$"),
+    (1, 0, 1, [(RAMP, 3)], TypeError, "^Object is not unicode$"),
+    (1, 0, 1, [(3, "r")], TypeError, "^Argument must be a kvalo.TimeSeries object$"),
+    (1, 0, 1, [RAMP], TypeError, "tuples"),
 )
 def test_refusals_leave_the_file_alone(tmp_path, step, tini, tend, source, error, text):
     path = tmp_path / "kept.csv"

@@ -6,6 +6,7 @@ from fractions import Fraction
 import kvalo
 import numpy as np
 import pytest
+from common import cases
 from hypothesis import given, settings
 from hypothesis import strategies as st
 
@@ -111,43 +112,29 @@ def test_formulas_are_printed(capsys):
     ]
 
 
-@pytest.mark.parametrize(
-    ("call", "error", "text"),
-    [
-        (lambda s: kvalo.fit_linear(), ValueError, r"^Function 'fit_linear' takes 1 arguments \(0 given\)$"),
-        (lambda s: kvalo.fit_exp(s, s), ValueError, r"^Function 'fit_exp' takes 1 arguments \(2 given\)$"),
-        (lambda s: kvalo.fit_polynomial(s), ValueError, r"'fit_polynomial' takes 2 arguments \(1 given\)$"),
-        (lambda s: kvalo.fit_linear(3), TypeError, "^Argument must be a kvalo.TimeSeries object$"),
-        (lambda s: kvalo.fit_polynomial(3, 99), TypeError, "^Argument must be a kvalo.TimeSeries object$"),
-        (lambda s: kvalo.fit_polynomial(s, 2.0), TypeError, "integer"),
+@cases(
+    "call, error, text",
+    (lambda s: kvalo.fit_linear(), ValueError, r"^Function 'fit_linear' takes 1 arguments \(0 given\)$"),
+    (lambda s: kvalo.fit_exp(s, s), ValueError, r"^Function 'fit_exp' takes 1 arguments \(2 given\)$"),
+    (lambda s: kvalo.fit_polynomial(s), ValueError, r"'fit_polynomial' takes 2 arguments \(1 given\)$"),
+    (lambda s: kvalo.fit_linear(3), TypeError, "^Argument must be a kvalo.TimeSeries object$"),
+    (lambda s: kvalo.fit_polynomial(3, 99), TypeError, "^Argument must be a kvalo.TimeSeries object$"),
+    (lambda s: kvalo.fit_polynomial(s, 2.0), TypeError, "integer"),
+    (lambda s: kvalo.fit_polynomial(s, 3), ValueError, "too few different time stamps|Not enough samples"),
+    (lambda s: kvalo.fit_linear(kvalo.TimeSeries([], [])), ValueError, "^Not enough samples"),
+    (lambda s: kvalo.fit_linear(kvalo.TimeSeries([1], [1])), ValueError, "^Not enough samples"),
+    (lambda s: kvalo.fit_linear(kvalo.TimeSeries([1, 1], [1, 2])), ValueError, "time stamps are equal"),
+    (lambda s: kvalo.fit_exp(kvalo.TimeSeries([0, 1], [1, 0])), ValueError, "sample 1 is 0.*greater"),
+    (lambda s: kvalo.fit_exp(kvalo.TimeSeries([0, 1], [-1, 2])), ValueError, "sample 0 is -1"),
+    (lambda s: kvalo.fit_linear(kvalo.TimeSeries([0, 1], [1, math.nan])), ValueError, "value of sample 1"),
+    (lambda s: kvalo.fit_linear(kvalo.TimeSeries([0, math.inf], [1, 2])), ValueError, "stamp of sample 1"),
+    *[
         (
-            lambda s: kvalo.fit_polynomial(s, 3),
+            lambda s, n=n: kvalo.fit_polynomial(s, n),
             ValueError,
-            "too few different time stamps|Not enough samples",
-        ),
-        (lambda s: kvalo.fit_linear(kvalo.TimeSeries([], [])), ValueError, "^Not enough samples"),
-        (lambda s: kvalo.fit_linear(kvalo.TimeSeries([1], [1])), ValueError, "^Not enough samples"),
-        (lambda s: kvalo.fit_linear(kvalo.TimeSeries([1, 1], [1, 2])), ValueError, "time stamps are equal"),
-        (lambda s: kvalo.fit_exp(kvalo.TimeSeries([0, 1], [1, 0])), ValueError, "sample 1 is 0.*greater"),
-        (lambda s: kvalo.fit_exp(kvalo.TimeSeries([0, 1], [-1, 2])), ValueError, "sample 0 is -1"),
-        (
-            lambda s: kvalo.fit_linear(kvalo.TimeSeries([0, 1], [1, math.nan])),
-            ValueError,
-            "value of sample 1",
-        ),
-        (
-            lambda s: kvalo.fit_linear(kvalo.TimeSeries([0, math.inf], [1, 2])),
-            ValueError,
-            "stamp of sample 1",
-        ),
-        *[
-            (
-                lambda s, n=n: kvalo.fit_polynomial(s, n),
-                ValueError,
-                "^Order must be greater than 1 and less than 10$",
-            )
-            for n in (-1, 0, 1, 10, 2**64, -(2**70))
-        ],
+            "^Order must be greater than 1 and less than 10$",
+        )
+        for n in (-1, 0, 1, 10, 2**64, -(2**70))
     ],
 )
 def test_refusals(call, error, text):

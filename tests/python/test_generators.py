@@ -6,6 +6,7 @@ import math
 import kvalo
 import numpy as np
 import pytest
+from common import cases
 from conftest import run_script
 from hypothesis import given
 from hypothesis import strategies as st
@@ -95,32 +96,30 @@ FREQUENCY = "^Frequency value must be positive$"
 RAMP = "^Final ramp time value must be greater than the initial time value$"
 
 
-@pytest.mark.parametrize(
-    ("name", "arguments", "error", "text"),
-    [
-        ("const", {"xdiff": 0, "xmin": 200}, ValueError, STEP),
-        ("sine", {"xdiff": -math.inf}, ValueError, STEP),
-        ("step", {"xmin": 100}, ValueError, FINAL),
-        ("random", {"xmin": math.inf}, ValueError, FINAL),
-        ("chirp", {"freq_start": -1, "xdiff": 0}, ValueError, FREQUENCY),
-        ("chirp", {"freq_end": -1e-9}, ValueError, FREQUENCY),
-        ("ramp", {**GOOD_RAMP, "rxmax": 0}, ValueError, RAMP),
-        ("ramp", {**GOOD_RAMP, "rxmax": math.nan}, ValueError, RAMP),
-        ("ramp", {**GOOD_RAMP, "rxmax": 0, "xdiff": 0}, ValueError, STEP),
-        ("const", {"xmin": math.nan}, ValueError, "finite"),
-        ("const", {"xmax": math.inf}, ValueError, "finite"),
-        ("const", {"xdiff": math.nan}, ValueError, "finite"),
-        ("const", {"xdiff": math.inf}, ValueError, "finite"),
-        ("const", {"xdiff": 1e-300}, MemoryError, "more than this machine has"),
-        ("const", {"xdiff": 1e-12}, MemoryError, "would take 1.6e.15 bytes"),
-        ("sine", {"xmin": -1.7e308, "xmax": 1.7e308}, MemoryError, "would take"),
-        ("random", {"ymax": math.inf}, ValueError, "ymin, ymax.*finite"),
-        ("random", {"ymin": -1.7e308, "ymax": 1.7e308}, ValueError, "ymin, ymax.*finite"),
-        ("random", {"type": "int", "ymin": 0.2, "ymax": 0.8}, ValueError, "no integer between"),
-        ("random", {"type": "int", "ymax": 1e17}, ValueError, "within 2.53"),
-        ("random", {"seed": "x"}, TypeError, None),
-        ("ramp", {}, TypeError, None),
-    ],
+@cases(
+    "name, arguments, error, text",
+    ("const", {"xdiff": 0, "xmin": 200}, ValueError, STEP),
+    ("sine", {"xdiff": -math.inf}, ValueError, STEP),
+    ("step", {"xmin": 100}, ValueError, FINAL),
+    ("random", {"xmin": math.inf}, ValueError, FINAL),
+    ("chirp", {"freq_start": -1, "xdiff": 0}, ValueError, FREQUENCY),
+    ("chirp", {"freq_end": -1e-9}, ValueError, FREQUENCY),
+    ("ramp", {**GOOD_RAMP, "rxmax": 0}, ValueError, RAMP),
+    ("ramp", {**GOOD_RAMP, "rxmax": math.nan}, ValueError, RAMP),
+    ("ramp", {**GOOD_RAMP, "rxmax": 0, "xdiff": 0}, ValueError, STEP),
+    ("const", {"xmin": math.nan}, ValueError, "finite"),
+    ("const", {"xmax": math.inf}, ValueError, "finite"),
+    ("const", {"xdiff": math.nan}, ValueError, "finite"),
+    ("const", {"xdiff": math.inf}, ValueError, "finite"),
+    ("const", {"xdiff": 1e-300}, MemoryError, "more than this machine has"),
+    ("const", {"xdiff": 1e-12}, MemoryError, "would take 1.6e.15 bytes"),
+    ("sine", {"xmin": -1.7e308, "xmax": 1.7e308}, MemoryError, "would take"),
+    ("random", {"ymax": math.inf}, ValueError, "ymin, ymax.*finite"),
+    ("random", {"ymin": -1.7e308, "ymax": 1.7e308}, ValueError, "ymin, ymax.*finite"),
+    ("random", {"type": "int", "ymin": 0.2, "ymax": 0.8}, ValueError, "no integer between"),
+    ("random", {"type": "int", "ymax": 1e17}, ValueError, "within 2.53"),
+    ("random", {"seed": "x"}, TypeError, None),
+    ("ramp", {}, TypeError, None),
 )
 def test_refused_signals(name, arguments, error, text):
     with pytest.raises(error, match=text):

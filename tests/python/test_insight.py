@@ -4,6 +4,7 @@ import os
 
 import kvalo
 import pytest
+from common import cases
 
 EVENTS = (9, 29, 49)
 
@@ -69,17 +70,15 @@ def test_what_cannot_be_loaded_is_passed_over_in_silence(pool, capfd):
     assert capfd.readouterr().out == ""
 
 
-@pytest.mark.parametrize(
-    ("arguments", "error", "text"),
-    [
-        (lambda pool: (1, 2), TypeError, "^'Event' must be a kvalo.TimeSeries object$"),
-        (lambda pool: (pool, pool), TypeError, "^'Event' must be a kvalo.TimeSeries object$"),
-        (lambda pool: (pool.event, pool.event), TypeError, "^'Pool' must be a kvalo.Container object$"),
-        (lambda pool: (pool.once, pool), Exception, "^There must be at least two rising edge moments in the"),
-        (lambda pool: (pool.constant, pool), Exception, "two rising edge moments"),
-        (lambda pool: (kvalo.TimeSeries(), pool), Exception, "is empty"),
-        (lambda pool: (pool.event,), TypeError, None),
-    ],
+@cases(
+    "arguments, error, text",
+    (lambda pool: (1, 2), TypeError, "^'Event' must be a kvalo.TimeSeries object$"),
+    (lambda pool: (pool, pool), TypeError, "^'Event' must be a kvalo.TimeSeries object$"),
+    (lambda pool: (pool.event, pool.event), TypeError, "^'Pool' must be a kvalo.Container object$"),
+    (lambda pool: (pool.once, pool), Exception, "^There must be at least two rising edge moments in the"),
+    (lambda pool: (pool.constant, pool), Exception, "two rising edge moments"),
+    (lambda pool: (kvalo.TimeSeries(), pool), Exception, "is empty"),
+    (lambda pool: (pool.event,), TypeError, None),
 )
 def test_refusals(pool, arguments, error, text):
     with pytest.raises(error, match=text) as raised:

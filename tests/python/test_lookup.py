@@ -5,6 +5,7 @@ import math
 import kvalo
 import numpy as np
 import pytest
+from common import cases
 from hypothesis import given
 from hypothesis import strategies as st
 
@@ -16,20 +17,18 @@ def lut1d(values, *args, **keywords):
 
 
 # Table, inputs, results of the clip form and of the extend form.
-@pytest.mark.parametrize(
-    ("bp", "val", "x", "clipped", "extended"),
-    [
-        ([0, 10], [0, 100], [5, 20, -1, 0, 10], [50, 100, 0, 0, 100], [50, 200, -10, 0, 100]),
-        ([0, 1, 3], [5, 7, 1], [-1, 0.5, 2, 4], [5, 6, 4, 1], [3, 6, 4, -2]),
-        ([0, 1, 3], [5, 7, 1], [-INF, INF, NAN], [5, 1, NAN], [-INF, -INF, NAN]),
-        ([0, 1], [4, 4], [-INF, 0.5, INF], [4, 4, 4], [4, 4, 4]),
-        ([2], [9], [1, 2, 3, NAN], [9, 9, 9, NAN], [9, 9, 9, NAN]),
-        ([0, 1, 1, 2], [0, 1, 5, 6], [0.5, 1, 1.5], [0.5, 5, 5.5], [0.5, 5, 5.5]),
-        ([1, 1], [3, 4], [0, 1, 2], [3, 4, 4], [3, 4, 4]),
-        ([0, 1, 1], [0, 1, 5], [0.5, 1, 2], [0.5, 5, 5], [0.5, 5, 5]),
-        ([0, 1, 2], [1, INF, 3], [0, 1, 2, 3], [1, INF, 3, 3], [1, INF, 3, NAN]),
-        ([0, 1.5, True], [0, "text", None], [-1, 9], [0, 0], [0, 0]),
-    ],
+@cases(
+    "bp, val, x, clipped, extended",
+    ([0, 10], [0, 100], [5, 20, -1, 0, 10], [50, 100, 0, 0, 100], [50, 200, -10, 0, 100]),
+    ([0, 1, 3], [5, 7, 1], [-1, 0.5, 2, 4], [5, 6, 4, 1], [3, 6, 4, -2]),
+    ([0, 1, 3], [5, 7, 1], [-INF, INF, NAN], [5, 1, NAN], [-INF, -INF, NAN]),
+    ([0, 1], [4, 4], [-INF, 0.5, INF], [4, 4, 4], [4, 4, 4]),
+    ([2], [9], [1, 2, 3, NAN], [9, 9, 9, NAN], [9, 9, 9, NAN]),
+    ([0, 1, 1, 2], [0, 1, 5, 6], [0.5, 1, 1.5], [0.5, 5, 5.5], [0.5, 5, 5.5]),
+    ([1, 1], [3, 4], [0, 1, 2], [3, 4, 4], [3, 4, 4]),
+    ([0, 1, 1], [0, 1, 5], [0.5, 1, 2], [0.5, 5, 5], [0.5, 5, 5]),
+    ([0, 1, 2], [1, INF, 3], [0, 1, 2, 3], [1, INF, 3, 3], [1, INF, 3, NAN]),
+    ([0, 1.5, True], [0, "text", None], [-1, 9], [0, 0], [0, 0]),
 )
 def test_one_dimension(bp, val, x, clipped, extended):
     np.testing.assert_array_equal(lut1d(x, bp, val), clipped)
@@ -80,19 +79,17 @@ def test_long_input_is_split_without_a_seam():
     np.testing.assert_allclose(found.ydata, np.interp(x1, bp, val) + np.clip(x2, 0, 1), rtol=0, atol=1e-12)
 
 
-@pytest.mark.parametrize(
-    ("x1", "x2", "clipped", "extended"),
-    [
-        (0, 0, 1, 1),
-        (10, 4, 18, 18),
-        (5, 1, 6, 6),
-        (5, 3, 9.25, 9.25),
-        (20, 1, 10, 18),
-        (-10, -2, 1, -9),
-        (INF, 0, 9, INF),
-        (NAN, 0, NAN, NAN),
-        (0, NAN, NAN, NAN),
-    ],
+@cases(
+    "x1, x2, clipped, extended",
+    (0, 0, 1, 1),
+    (10, 4, 18, 18),
+    (5, 1, 6, 6),
+    (5, 3, 9.25, 9.25),
+    (20, 1, 10, 18),
+    (-10, -2, 1, -9),
+    (INF, 0, 9, INF),
+    (NAN, 0, NAN, NAN),
+    (0, NAN, NAN, NAN),
 )
 def test_two_dimensions(x1, x2, clipped, extended):
     # Bilinear in each cell: rows at 0 and 10, columns at 0, 2 and 4.
@@ -128,24 +125,22 @@ SAME = "^Breakpoints and output values must have the same length$"
 LISTS = "^Breakpoints and output values must be lists$"
 
 
-@pytest.mark.parametrize(
-    ("call", "error", "text"),
-    [
-        (lambda: kvalo.lut1d(S, (0, 1), [0, 1]), TypeError, LISTS),
-        (lambda: kvalo.lut1d(3, [0, 1], "text"), TypeError, LISTS),
-        (lambda: kvalo.lut1d(3, [0, 1], [0]), ValueError, SAME),
-        (lambda: kvalo.lut1d(3, [0], [0]), TypeError, "^Argument must be a kvalo.TimeSeries object$"),
-        (lambda: kvalo.lut1d(S, [], []), ValueError, "at least one breakpoint"),
-        (lambda: kvalo.lut1d(S, [2**63], [0]), OverflowError, "64 bits"),
-        (lambda: kvalo.lut2d(S, S, [0], [0], ((0,),)), TypeError, LISTS),
-        (lambda: kvalo.lut2d(S, S, [0, 1], [0], [[0]]), ValueError, r"^Breakpoints 1 \(rows\) and output"),
-        (lambda: kvalo.lut2d(S, S, [0], [0], [0]), TypeError, "^Output values must be a list of lists$"),
-        (lambda: kvalo.lut2d(S, S, [0], [0, 1], [[0]]), ValueError, r"^Breakpoints 2 \(columns\) and output"),
-        (lambda: kvalo.lut2d(S, S, [], [], []), ValueError, "at least one breakpoint"),
-        (lambda: kvalo.lut2d(S, S, [0], [], [[]]), ValueError, "at least one breakpoint"),
-        (lambda: kvalo.lut2d(S, 3, [0], [0], [[0]]), TypeError, "^Argument must be a kvalo.TimeSeries"),
-        (lambda: kvalo.lut2d(S, kvalo.TimeSeries([], []), [0], [0], [[0]]), ValueError, "must have samples"),
-    ],
+@cases(
+    "call, error, text",
+    (lambda: kvalo.lut1d(S, (0, 1), [0, 1]), TypeError, LISTS),
+    (lambda: kvalo.lut1d(3, [0, 1], "text"), TypeError, LISTS),
+    (lambda: kvalo.lut1d(3, [0, 1], [0]), ValueError, SAME),
+    (lambda: kvalo.lut1d(3, [0], [0]), TypeError, "^Argument must be a kvalo.TimeSeries object$"),
+    (lambda: kvalo.lut1d(S, [], []), ValueError, "at least one breakpoint"),
+    (lambda: kvalo.lut1d(S, [2**63], [0]), OverflowError, "64 bits"),
+    (lambda: kvalo.lut2d(S, S, [0], [0], ((0,),)), TypeError, LISTS),
+    (lambda: kvalo.lut2d(S, S, [0, 1], [0], [[0]]), ValueError, r"^Breakpoints 1 \(rows\) and output"),
+    (lambda: kvalo.lut2d(S, S, [0], [0], [0]), TypeError, "^Output values must be a list of lists$"),
+    (lambda: kvalo.lut2d(S, S, [0], [0, 1], [[0]]), ValueError, r"^Breakpoints 2 \(columns\) and output"),
+    (lambda: kvalo.lut2d(S, S, [], [], []), ValueError, "at least one breakpoint"),
+    (lambda: kvalo.lut2d(S, S, [0], [], [[]]), ValueError, "at least one breakpoint"),
+    (lambda: kvalo.lut2d(S, 3, [0], [0], [[0]]), TypeError, "^Argument must be a kvalo.TimeSeries"),
+    (lambda: kvalo.lut2d(S, kvalo.TimeSeries([], []), [0], [0], [[0]]), ValueError, "must have samples"),
 )
 def test_refusals(call, error, text):
     with pytest.raises(error, match=text):

@@ -6,6 +6,7 @@ import weakref
 
 import kvalo
 import pytest
+from common import cases
 
 
 def mesh(x=3, z=4, y=12):
@@ -71,16 +72,14 @@ def test_sinc_surface():
     assert whole.ydata[20 * 41 + 20] == 1.0
 
 
-@pytest.mark.parametrize(
-    ("arguments", "error", "text"),
-    [
-        ({"xdiff": 0}, ValueError, r"\(xdiff\).*positive"),
-        ({"zdiff": math.nan}, ValueError, r"\(zdiff\).*positive"),
-        ({"zmin": 10}, ValueError, r"\(zmax\).*greater"),
-        ({"xmax": math.inf}, ValueError, "finite"),
-        ({"xdiff": 1e-300}, MemoryError, "would take"),
-        ({"xdiff": 1e-6, "zdiff": 1e-6}, MemoryError, "would take"),
-    ],
+@cases(
+    "arguments, error, text",
+    ({"xdiff": 0}, ValueError, r"\(xdiff\).*positive"),
+    ({"zdiff": math.nan}, ValueError, r"\(zdiff\).*positive"),
+    ({"zmin": 10}, ValueError, r"\(zmax\).*greater"),
+    ({"xmax": math.inf}, ValueError, "finite"),
+    ({"xdiff": 1e-300}, MemoryError, "would take"),
+    ({"xdiff": 1e-6, "zdiff": 1e-6}, MemoryError, "would take"),
 )
 def test_refused_surfaces(arguments, error, text):
     with pytest.raises(error, match=text):

@@ -11,6 +11,7 @@ from pathlib import Path
 import kvalo
 import numpy as np
 import pytest
+from common import cases
 from conftest import run_script
 
 pa = pytest.importorskip("pyarrow")
@@ -67,14 +68,12 @@ TYPES = [
 ]
 
 
-@pytest.mark.parametrize(
+@cases(
     "options",
-    [
-        {},
-        {"use_dictionary": False, "compression": "zstd", "data_page_version": "2.0"},
-        {"compression": "gzip", "row_group_size": 3, "use_deprecated_int96_timestamps": True},
-        {"compression": "lz4", "store_decimal_as_integer": True, "row_group_size": 4},
-    ],
+    {},
+    {"use_dictionary": False, "compression": "zstd", "data_page_version": "2.0"},
+    {"compression": "gzip", "row_group_size": 3, "use_deprecated_int96_timestamps": True},
+    {"compression": "lz4", "store_decimal_as_integer": True, "row_group_size": 4},
 )
 def test_every_type_with_and_without_nulls(tmp_path, options):
     # Two values repeated, with nulls here and there, in one column each; the time has nulls of its own.
@@ -96,17 +95,15 @@ def test_every_type_with_and_without_nulls(tmp_path, options):
     assert {c.text.tag(0.0), c.text.tag(1.0)} == {"höher", "b"}
 
 
-@pytest.mark.parametrize(
-    ("columns", "offered", "x"),
-    [
-        ({"a": [9, 8], "Timestamp": [1, 3], "TIME": [5, 6]}, ["a", "Timestamp"], [5, 6]),
-        ({"a": [9, 8], "T": [utc(1970, 1, 1), utc(1970, 1, 2)]}, ["a"], [0, 86400]),
-        ({"s": ["u", "v"], "first": [2.5, 3.5], "b": [0, 0]}, ["s", "b"], [2.5, 3.5]),
-        ({"time": ["u", "v"], "TIME_S": [2, 4], "b": [0, 0]}, ["time", "b"], [2, 4]),
-        ({"only": [7.0, 6.0]}, ["only"], [0, 1]),
-        ({"flag": [True, False], "text": ["u", "v"]}, ["flag", "text"], [0, 1]),
-        ({"time": [5, 4], "b": [0, 0]}, ["b"], [0, 1]),  # not increasing: indexes instead
-    ],
+@cases(
+    "columns, offered, x",
+    ({"a": [9, 8], "Timestamp": [1, 3], "TIME": [5, 6]}, ["a", "Timestamp"], [5, 6]),
+    ({"a": [9, 8], "T": [utc(1970, 1, 1), utc(1970, 1, 2)]}, ["a"], [0, 86400]),
+    ({"s": ["u", "v"], "first": [2.5, 3.5], "b": [0, 0]}, ["s", "b"], [2.5, 3.5]),
+    ({"time": ["u", "v"], "TIME_S": [2, 4], "b": [0, 0]}, ["time", "b"], [2, 4]),
+    ({"only": [7.0, 6.0]}, ["only"], [0, 1]),
+    ({"flag": [True, False], "text": ["u", "v"]}, ["flag", "text"], [0, 1]),
+    ({"time": [5, 4], "b": [0, 0]}, ["b"], [0, 1]),  # not increasing: indexes instead
 )
 def test_the_time_axis(tmp_path, capfd, columns, offered, x):
     c = kvalo.Container(path=write(tmp_path / "axis.parquet", columns))

@@ -6,6 +6,7 @@ import kvalo
 import numpy as np
 import pytest
 import scipy.fft
+from common import cases
 from hypothesis import given
 from hypothesis import strategies as st
 
@@ -156,20 +157,18 @@ def test_ranges(chart):
         call(3)
 
 
-@pytest.mark.parametrize(
-    ("call", "values", "text"),
-    [
-        (kvalo.fftdata, [1, NAN, 2], "not finite"),
-        (kvalo.fftdata, [1, INF, 2], "not finite"),
-        (kvalo.histdata, [NAN] * 3, "NaN"),
-        (kvalo.histdata, [1, -INF, 2], "infinite"),
-        (kvalo.histdata, [-1.7e308, 0, 1.7e308], "too far apart"),
-        (kvalo.histdata, [0, 0, 5e-324], "no room"),
-        (lambda s: kvalo.histdata(s, nbins=-1), [1, 2, 3], "must not be negative"),
-        (lambda s: kvalo.histdata(s, nbins=2**31 - 1), [1, 2, 3], "between 1 and 1000000"),
-        (CALLS["heatmap"], [NAN] * 3, "^It was not possible to compute the heatmap with selected range$"),
-        (CALLS["heatmap"], [1, INF, 2], "infinite"),
-    ],
+@cases(
+    "call, values, text",
+    (kvalo.fftdata, [1, NAN, 2], "not finite"),
+    (kvalo.fftdata, [1, INF, 2], "not finite"),
+    (kvalo.histdata, [NAN] * 3, "NaN"),
+    (kvalo.histdata, [1, -INF, 2], "infinite"),
+    (kvalo.histdata, [-1.7e308, 0, 1.7e308], "too far apart"),
+    (kvalo.histdata, [0, 0, 5e-324], "no room"),
+    (lambda s: kvalo.histdata(s, nbins=-1), [1, 2, 3], "must not be negative"),
+    (lambda s: kvalo.histdata(s, nbins=2**31 - 1), [1, 2, 3], "between 1 and 1000000"),
+    (CALLS["heatmap"], [NAN] * 3, "^It was not possible to compute the heatmap with selected range$"),
+    (CALLS["heatmap"], [1, INF, 2], "infinite"),
 )
 def test_values_that_cannot_be_used(call, values, text):
     with pytest.raises(ValueError, match=text):

@@ -9,6 +9,7 @@ import kvalo
 import numpy as np
 import openpyxl
 import pytest
+from common import cases
 from conftest import run_script
 
 UTC = datetime.UTC
@@ -94,13 +95,11 @@ def test_dates_are_seconds_since_1970(tmp_path, epoch):
     assert found["span"][1] == [30 * 3600, 30 * 3600 + 1]
 
 
-@pytest.mark.parametrize(
-    ('code', 'value'),
-    [
-        ('0.00" days"', 43831.5), ("0.0E+00", 43831.5), ("General", 43831.5), ("[Red]0;[Blue]-0", 43831.5),
-        ("#,##0_);\\(#,##0\\)", 43831.5), ("yyyy", 1577880000), ("[Red]d", 1577880000), ("h:mm", 1577880000),
-        ("[ss]", 43831.5 * 86400), ("\\d0", 43831.5), ("*y0", 43831.5),
-    ],
+@cases(
+    "code, value",
+    ('0.00" days"', 43831.5), ("0.0E+00", 43831.5), ("General", 43831.5), ("[Red]0;[Blue]-0", 43831.5),
+    ("#,##0_);\\(#,##0\\)", 43831.5), ("yyyy", 1577880000), ("[Red]d", 1577880000), ("h:mm", 1577880000),
+    ("[ss]", 43831.5 * 86400), ("\\d0", 43831.5), ("*y0", 43831.5),
 )  # fmt: skip
 def test_number_formats(tmp_path, code, value):
     path = saved(
@@ -199,22 +198,20 @@ BOMB = '<!DOCTYPE x [<!ENTITY a "aaaa"><!ENTITY b "&a;&a;&a;">]>' + SHEET.format
 CELL = '<c r="{}"><v>1</v></c>'
 
 
-@pytest.mark.parametrize(
-    ('rows', 'more', 'message'),
-    [
-        (f"<row>{CELL.format('XFE1')}</row>", {}, "beyond the last column"),
-        (f"<row>{CELL.format('AAAAAAAAAAAAAAAA1')}</row>", {}, "beyond the last column"),
-        ('<row r="1048577"/>', {}, "beyond the last one"),
-        ('<row r="-1"/>', {}, "no number"),
-        ('<row r="2"/><row r="1"/>', {}, "not in order"),
-        ("<row><c><v>1</v>", {"xl__worksheets__sheet1": "<worksheet><sheetData><row><c><v>1"}, "no end"),
-        ("", {"xl__worksheets__sheet1": BOMB}, "document type"),
-        ("", {"xl__worksheets__sheet1": '<worksheet a="' + "x" * (33 << 20)}, "no end"),
-        ("", {"xl__workbook": "<workbook/>"}, "no sheet with data"),
-        ("", {"xl__worksheets__sheet1": "\ufeff<worksheet>"}, "no sheet with data"),
-        ("", {}, "no sheet with data"),
-        ("<row><c t='s'><v>99999999999</v></c></row>", {}, "text that is not there"),
-    ],
+@cases(
+    "rows, more, message",
+    (f"<row>{CELL.format('XFE1')}</row>", {}, "beyond the last column"),
+    (f"<row>{CELL.format('AAAAAAAAAAAAAAAA1')}</row>", {}, "beyond the last column"),
+    ('<row r="1048577"/>', {}, "beyond the last one"),
+    ('<row r="-1"/>', {}, "no number"),
+    ('<row r="2"/><row r="1"/>', {}, "not in order"),
+    ("<row><c><v>1</v>", {"xl__worksheets__sheet1": "<worksheet><sheetData><row><c><v>1"}, "no end"),
+    ("", {"xl__worksheets__sheet1": BOMB}, "document type"),
+    ("", {"xl__worksheets__sheet1": '<worksheet a="' + "x" * (33 << 20)}, "no end"),
+    ("", {"xl__workbook": "<workbook/>"}, "no sheet with data"),
+    ("", {"xl__worksheets__sheet1": "\ufeff<worksheet>"}, "no sheet with data"),
+    ("", {}, "no sheet with data"),
+    ("<row><c t='s'><v>99999999999</v></c></row>", {}, "text that is not there"),
 )  # fmt: skip
 def test_damaged_workbooks_say_why(tmp_path, rows, more, message):
     with pytest.raises(Exception, match=message):
