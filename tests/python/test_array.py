@@ -2,6 +2,7 @@
 
 import gc
 import math
+import operator
 
 import kvalo
 import numpy as np
@@ -102,10 +103,8 @@ def test_statistics_agree_with_python(values, v):
         total += value
         mean += value / len(values)
     assert np.array_equal([a.sum(), a.avg()], [total, mean], equal_nan=True)
-    assert a.count_eq(v) == sum(x == v for x in values)
-    assert a.count_ne(v) == sum(x != v for x in values)
-    assert a.count_gt(v) == sum(x > v for x in values)
-    assert a.count_lt(v) == sum(x < v for x in values)
+    for name in ("eq", "ne", "gt", "lt"):
+        assert getattr(a, f"count_{name}")(v) == sum(getattr(operator, name)(x, v) for x in values)
     assert a.count_bt(v, v + 1) == sum(v < x < v + 1 for x in values)
 
 
@@ -115,9 +114,8 @@ def test_logic_pads_with_zeros(first, second):
     p = [x != 0 for x in first] + [False] * (n - len(first))
     q = [x != 0 for x in second] + [False] * (n - len(second))
     a, b = kvalo.Array(first), kvalo.Array(second)
-    assert a.logical_and(b).to_list() == [float(s and t) for s, t in zip(p, q, strict=True)]
-    assert a.logical_or(b).to_list() == [float(s or t) for s, t in zip(p, q, strict=True)]
-    assert a.logical_xor(b).to_list() == [float(s != t) for s, t in zip(p, q, strict=True)]
+    for name, apply in (("and", operator.and_), ("or", operator.or_), ("xor", operator.xor)):
+        assert getattr(a, f"logical_{name}")(b).to_list() == list(map(apply, p, q))
     assert a.logical_not().to_list() == [float(x == 0) for x in first]
     assert (~a).to_list() == a.logical_not().to_list()
     assert a.logical_or(2).to_list() == [1.0] * len(first)

@@ -6,7 +6,8 @@ import math
 import kvalo
 import numpy as np
 import pytest
-from common import cases
+from common import cases, xs
+from common import ys as values
 from conftest import run_script
 from hypothesis import given
 from hypothesis import strategies as st
@@ -19,22 +20,18 @@ def stamps(xmin=0.0, xmax=100.0, xdiff=0.01):
     return [i * xdiff + xmin for i in range(int((xmax - xmin) / xdiff) + 1)]
 
 
-def values(ts):
-    return ts.ydata.to_list()
-
-
 @given(st.floats(-1e6, 1e6), st.floats(1e-3, 1e3), st.floats(1e-3, 1e3))
 def test_time_base(xmin, length, steps):
     xmax, xdiff = xmin + length, length / steps
     ts = kvalo.create_const(3, xmin, xmax, xdiff)
-    assert ts.xdata.to_list() == stamps(xmin, xmax, xdiff)
+    assert xs(ts) == stamps(xmin, xmax, xdiff)
     assert values(ts) == [3.0] * len(ts)
 
 
 def test_defaults():
     for name in ("const", "step", "sine", "chirp", "random"):
         ts = getattr(kvalo, f"create_{name}")()
-        assert ts.xdata.to_list() == stamps()
+        assert xs(ts) == stamps()
         assert ts.get_script().startswith("ts")
     assert values(kvalo.create_const()) == [1.0] * 10001
 
@@ -88,10 +85,8 @@ def test_the_number_of_cores_changes_nothing():
 
 
 GOOD_RAMP = {"rxmin": 0, "rxmax": 1, "ymin": 0, "ymax": 1, **BASE}
-STEP, FINAL = (
-    "^Time step .xdiff. value must be positive$",
-    "^Final time value must be greater than the initial",
-)
+STEP = "^Time step .xdiff. value must be positive$"
+FINAL = "^Final time value must be greater than the initial"
 FREQUENCY = "^Frequency value must be positive$"
 RAMP = "^Final ramp time value must be greater than the initial time value$"
 
@@ -129,7 +124,7 @@ def test_refused_signals(name, arguments, error, text):
 # ---- random numbers ----
 
 
-@pytest.mark.parametrize("seed", [0, 1, 5489, 2**32 - 1])
+@cases("seed", 0, 1, 5489, 2**32 - 1)
 def test_random_numbers_are_those_of_numpy(seed):
     def drawn(**arguments):
         return np.asarray(kvalo.create_random(seed=seed, xmax=20.0, ymin=-3.0, ymax=6.0, **arguments).ydata)
@@ -177,7 +172,7 @@ def test_arrays():
     assert len(kvalo.create_array_ones(0)) == 0
 
 
-@pytest.mark.parametrize("name", ["zeros", "ones", "random"])
+@cases("name", "zeros", "ones", "random")
 def test_refused_arrays(name):
     create = getattr(kvalo, f"create_array_{name}")
     for arguments, error, text in [
@@ -212,7 +207,7 @@ def block_of(*numbers):
     return block
 
 
-@pytest.mark.parametrize("name", [None, b"block"])
+@cases("name", None, b"block")
 def test_a_capsule_is_handed_over_once(name):
     freed = []
     destructor = Destructor(freed.append)
