@@ -16,13 +16,8 @@ def public(names):
 
 def declared(body):
     """Names that a stub's module or class body declares: functions, classes and annotated members."""
-    names = set()
-    for node in body:
-        if isinstance(node, ast.FunctionDef | ast.ClassDef):
-            names.add(node.name)
-        elif isinstance(node, ast.AnnAssign):
-            names.add(node.target.id)
-    return names
+    names = {node.name for node in body if isinstance(node, ast.FunctionDef | ast.ClassDef)}
+    return names | {node.target.id for node in body if isinstance(node, ast.AnnAssign)}
 
 
 def available(name):
@@ -49,10 +44,8 @@ def test_module_names(tree):
 def test_function_docstrings(tree):
     for node in tree.body:
         if isinstance(node, ast.FunctionDef):
-            documented = " ".join(getattr(kvalo, node.name).__doc__.split())
-            assert ast.get_docstring(node).replace("\n", " ").removesuffix(".") == documented.removesuffix(
-                "."
-            )
+            stub, module = ast.get_docstring(node), getattr(kvalo, node.name).__doc__
+            assert " ".join(stub.split()).removesuffix(".") == " ".join(module.split()).removesuffix(".")
 
 
 @pytest.mark.parametrize("name", TYPES)

@@ -35,7 +35,7 @@ def series(*y):
     return kvalo.TimeSeries([0.5 * i for i in range(len(y))], list(y))
 
 
-@pytest.mark.parametrize(("kind", "a", "b"), PAIRS)
+@cases("kind, a, b", *PAIRS)
 def test_every_pair_is_what_physics_says(kind, a, b):
     inputs = [-40.0, 0.0, 36.0, 1234.5]
     converted = kvalo.convert(series(*inputs), a, b)
@@ -58,7 +58,7 @@ def test_constants_and_order_of_operations(a, b, x, result):
     assert kvalo.convert(series(x), a, b)[0][1] == result
 
 
-@pytest.mark.parametrize("aliases", ALIASES)
+@cases("aliases", *ALIASES)
 def test_aliases_name_one_unit(aliases):
     first, *others = aliases.split()
     for alias in (first, *(other.replace("_", " ").upper() for other in others)):
