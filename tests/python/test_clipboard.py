@@ -3,11 +3,11 @@
 import os
 import shutil
 import subprocess
-import sys
 import time
 
 import pytest
 from common import cases
+from conftest import run_script
 
 SCRIPT = """
 import sys, kvalo
@@ -19,6 +19,7 @@ else:
     for series in c.__dict__.values(): series.load()
     print(c, c.get_path(), {n: (list(s.xdata), list(s.ydata)) for n, s in c.__dict__.items()})
 """
+XCLIP = ["xclip", "-selection", "clipboard"]
 INCOMPATIBLE = "Exception Clipboard data is not compatible with any built-in loaders"
 
 
@@ -46,26 +47,21 @@ def display():
 
 
 @pytest.fixture
-def clipboard(display):
+def clipboard(display, monkeypatch):
     """Gives a text to the clipboard and returns what a script makes of it."""
-    environment = {**os.environ, "DISPLAY": display}
-    environment.pop("WAYLAND_DISPLAY", None)
+    monkeypatch.setenv("DISPLAY", display)
+    monkeypatch.delenv("WAYLAND_DISPLAY", raising=False)
     owners = []
 
     def run(text: bytes | None, **more: str) -> str:
         if text is not None:
-            owner = subprocess.Popen(
-                ["xclip", "-quiet", "-selection", "clipboard"],
-                stdin=subprocess.PIPE,
-                stderr=subprocess.DEVNULL,
-                env=environment,
-            )
+            command = [*XCLIP, "-quiet"]
+            owner = subprocess.Popen(command, stdin=subprocess.PIPE, stderr=subprocess.DEVNULL)
             owners.append(owner)
             owner.stdin.write(text)
             owner.stdin.close()
-            wait_for_owner(environment, text)
-        script = [sys.executable, "-c", SCRIPT]
-        done = subprocess.run(script, env={**environment, **more}, capture_output=True, text=True, timeout=60)
+            wait_for_owner(text)
+        done = run_script(SCRIPT, **more)
         assert done.returncode == 0, done.stderr
         return done.stdout
 
@@ -76,10 +72,9 @@ def clipboard(display):
         owner.wait()
 
 
-def wait_for_owner(environment, text: bytes) -> None:
-    ask = ["xclip", "-selection", "clipboard", "-o"]
+def wait_for_owner(text: bytes) -> None:
     for _ in range(200):
-        if subprocess.run(ask, env=environment, capture_output=True).stdout == text:
+        if subprocess.run([*XCLIP, "-o"], capture_output=True).stdout == text:
             return
         time.sleep(0.05)
     pytest.fail("xclip did not take the clipboard over")

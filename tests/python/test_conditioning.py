@@ -111,10 +111,8 @@ def test_unpack_refuses(arguments, error, text):
 
 @cases(
     "value, options, expected",
-    (200, {"msb": 7, "type": "2C"}, -56),
     (0x85, {"msb": 7, "type": "sgn"}, -5),
     (0x85, {"msb": 7, "type": "SGN", "bias": 1, "gain": 2}, -11),
-    (0x1234, {"msb": 15, "type": "bcd"}, 1234),
     (0xF, {"msb": 3, "type": "BCD"}, 15),
     (0xA5, {"msb": 8, "lsb": 1, "base": 1}, 0xA5),
     (0xA5, {"msb": 7, "lsb": 4, "type": "whatever"}, 0xA),

@@ -97,17 +97,6 @@ def test_equal_values_have_no_correlation():
     assert coefficients == [0.1, 0, 0]
 
 
-def test_formulas_are_printed(capsys):
-    kvalo.fit_linear(series([1.5, 3.5, 5.5]))
-    kvalo.fit_exp(series([2, 2 * math.exp(0.25)]))
-    kvalo.fit_polynomial(series([6, 17, 34, 57], [1, 2, 3, 4]), 2)
-    assert capsys.readouterr().out.splitlines() == [
-        "Y = 2 * X + 1.5, r = 1",
-        "Y = 2 * exp(0.25 * X), r = 1",
-        "Y = 1 + 2 * X^1 + 3 * X^2, r = 1",
-    ]
-
-
 ORDER = "^Order must be greater than 1 and less than 10$"
 NOT_SERIES = "^Argument must be a kvalo.TimeSeries object$"
 

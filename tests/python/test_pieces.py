@@ -50,10 +50,8 @@ def test_split_refuses_what_it_cannot_cut(log):
         log.split(log.event, limit=1)
 
 
-def test_split_keeps_groups(tmp_path):
-    sample_flight = pytest.importorskip("sample_flight")
-    path = sample_flight.write_flight(tmp_path, minutes=5, forms=("bin",))["bin"]
-    log = kvalo.Container(path=str(path))
+def test_split_keeps_groups(flight):
+    log = kvalo.Container(path=str(flight["bin"]))
     log.ATT.Roll.load()
     start = log.ATT.Roll[0][0]
     (piece,) = log.split(kvalo.TimeSeries([start, start + 1, start + 3], [0, 1, 0]))

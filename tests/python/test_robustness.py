@@ -3,7 +3,6 @@
 import gc
 import os
 import random
-from pathlib import Path
 
 import kvalo
 import numpy as np
@@ -12,15 +11,8 @@ from common import cases, in_threads, opened, samples, write
 from conftest import run_script
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
-from sample_flight import write_flight
 
 SANITIZED = "san.so" in os.environ.get("LD_PRELOAD", "")
-
-
-@pytest.fixture(scope="session")
-def flight(tmp_path_factory):
-    folder = tmp_path_factory.mktemp("flight")
-    return {name: Path(path) for name, path in write_flight(folder, minutes=5, forms=("bin", "csv")).items()}
 
 
 BUDGET = """

@@ -5,7 +5,6 @@ import re
 import kvalo
 import numpy as np
 import pytest
-import sample_flight
 from common import opened, write
 from common import samples as loaded
 from hypothesis import HealthCheck, given, settings
@@ -66,11 +65,6 @@ def samples(series):
         if "empty" not in str(error):
             raise
         return [], []
-
-
-@pytest.fixture(scope="module")
-def flight(tmp_path_factory):
-    return sample_flight.write_flight(tmp_path_factory.mktemp("flight"), minutes=5, forms=("bin", "log"))
 
 
 def test_a_flight_reads_as_its_words_say(flight):

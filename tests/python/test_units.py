@@ -72,13 +72,6 @@ def test_kinds_do_not_mix():
             kvalo.convert(series(1), a, b)
 
 
-def test_the_result_has_a_name():
-    speed = series(36.0)
-    result = kvalo.convert(speed, "KM/H", "m/s")
-    assert result.get_script() == f"kvalo.convert({speed.get_script()}, KM/H, m/s)"
-    assert result[0][1] == pytest.approx(10)
-
-
 @cases(
     "arguments, error, text",
     ((1, "yard", "furlong"), ValueError, "^Unknown unit 'yard'$"),  # units before the series
