@@ -1,6 +1,6 @@
 """The words that the tests are written in: tables of cases, small files, samples, threads."""
 
-import threading
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import kvalo
@@ -51,10 +51,7 @@ def samples(ts: kvalo.TimeSeries) -> tuple[list[float], list[float]]:
     return xs(ts), ys(ts)
 
 
-def in_threads(work, *arguments):
-    """Runs the work at once for each of the arguments, until all are done."""
-    threads = [threading.Thread(target=work, args=(argument,)) for argument in arguments]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
+def in_threads(work, *arguments) -> list:
+    """What the work gives for each of the arguments, all done at once."""
+    with ThreadPoolExecutor(len(arguments)) as pool:
+        return list(pool.map(work, arguments))

@@ -97,7 +97,7 @@ def test_equal_values_have_no_correlation():
     assert coefficients == [0.1, 0, 0]
 
 
-ORDER = "^Order must be greater than 1 and less than 10$"
+BAD = "^Order must be greater than 1 and less than 10$"
 NOT_SERIES = "^Argument must be a kvalo.TimeSeries object$"
 
 
@@ -117,10 +117,7 @@ NOT_SERIES = "^Argument must be a kvalo.TimeSeries object$"
     (lambda s: kvalo.fit_exp(series([-1, 2])), ValueError, "sample 0 is -1"),
     (lambda s: kvalo.fit_linear(series([1, math.nan])), ValueError, "value of sample 1"),
     (lambda s: kvalo.fit_linear(series([1, 2], [0, math.inf])), ValueError, "stamp of sample 1"),
-    *[
-        (lambda s, n=n: kvalo.fit_polynomial(s, n), ValueError, ORDER)
-        for n in (-1, 0, 1, 10, 2**64, -(2**70))
-    ],
+    *[(lambda s, n=n: kvalo.fit_polynomial(s, n), ValueError, BAD) for n in (-1, 0, 1, 10, 2**64, -(2**70))],
 )
 def test_refusals(call, error, text):
     with pytest.raises(error, match=text):

@@ -85,9 +85,8 @@ def test_columns_of_matrices(made, options):
 
 
 def test_compound_members_nest_and_hold_their_own_time(made):
-    kind = np.dtype(
-        [("v", "<i2"), ("in", [("t", ">f8"), ("w", "<f2", (3,))]), ("Time", "<u4"), ("s", "S5"), ("z", "<c8")]
-    )
+    inner = [("t", ">f8"), ("w", "<f2", (3,))]
+    kind = np.dtype([("v", "<i2"), ("in", inner), ("Time", "<u4"), ("s", "S5"), ("z", "<c8")])
     rows = np.zeros(300, kind)
     rows["Time"] = np.arange(300) * 2
     rows["v"], rows["in"]["w"], rows["z"] = -3, RNG.normal(size=(300, 3)), np.arange(300) - 2j
@@ -97,13 +96,13 @@ def test_compound_members_nest_and_hold_their_own_time(made):
         names = ["v", "in.t", "in.w.c0", "in.w.c1", "in.w.c2", "Time", "s", "z.re", "z.im"]
         assert list(found) == [f"log.{name}" for name in names]
         by_name = {name: loaded(found[f"log.{name}"]) for name in reversed(names)}
-        expected = {
+        held = {
             "v": rows["v"],
-            "in.w.c1": rows["in"]["w"][:, 1],
-            "z.im": rows["z"].imag,
             "Time": rows["Time"],
+            "z.im": rows["z"].imag,
+            "in.w.c1": rows["in"]["w"][:, 1],
         }
-        for name, y in expected.items():
+        for name, y in held.items():
             np.testing.assert_array_equal(by_name[name][1], y)
         assert len(set(zip(by_name["s"][1], rows["s"], strict=True))) == 3
 

@@ -35,9 +35,8 @@ def as_columns(name: str, value) -> dict:
         vectors = {f"{name}.c{i}": value[:, i] for i in range(value.shape[1])}
     if not np.iscomplexobj(value):
         return vectors
-    return {
-        f"{n}.{p}": getattr(v, q) for n, v in vectors.items() for p, q in (("re", "real"), ("im", "imag"))
-    }
+    parts = (("re", "real"), ("im", "imag"))
+    return {f"{n}.{part}": getattr(v, of_numpy) for n, v in vectors.items() for part, of_numpy in parts}
 
 
 def check(found: dict, variables: dict) -> None:
@@ -54,16 +53,9 @@ def check(found: dict, variables: dict) -> None:
 def test_numbers_of_every_type(made, form):
     types = ["i2", "u2", "u1", "i4", "f4", "f8"] + ["i1", "u4", "i8", "u8", "?"] * (form != "v4")
     variables = {f"v_{t.replace('?', 'b')}": RNG.integers(0, 100, 20_000).astype(t) for t in types}
-    variables |= {
-        "small": np.array([1, 2], "u1"),
-        "column": RNG.normal(size=(30, 1)),
-        "n": [np.nan, np.inf, -0.0],
-    }
-    variables |= {
-        "z": RNG.normal(size=7) * 1j,
-        "m": RNG.normal(size=(40, 6)),
-        "zm": RNG.normal(size=(9, 2)) + 2j,
-    }
+    variables |= {"small": np.array([1, 2], "u1"), "n": [np.nan, np.inf, -0.0]}
+    for name, shape, offset in (("column", (30, 1), 0), ("m", (40, 6), 0), ("z", 7, 1j), ("zm", (9, 2), 2j)):
+        variables[name] = RNG.normal(size=shape) + offset
     check(made(variables, form), variables)
 
 
@@ -119,6 +111,7 @@ def test_the_other_byte_order(tmp_path):
         assert list(loaded(opened(tmp_path / "big.mat", content).v)[1]) == [1, 2]
 
 
+LONGER = element(5, struct.pack("<I", 8)) + element(1, b"a".ljust(8, b"\0")) + GOOD[:4] + b"\xff" * 4
 LIES = {
     "product overflows": matrix("v", (1 << 30, 1 << 30), doubles(1, 2)),
     "negative size": matrix("v", (-1, 2), doubles(1, 2)),
@@ -128,15 +121,8 @@ LIES = {
     "unknown class": matrix("v", (1, 2), doubles(1, 2), mx_class=99),
     "cell": matrix("v", (1, 1), GOOD, mx_class=1),
     "sparse": matrix("v", (1, 2), doubles(1, 2), mx_class=5),
-    "structure without names": matrix(
-        "v", (1, 1), element(5, struct.pack("<I", 0)) + element(1, b""), mx_class=2
-    ),
-    "member longer than its structure": matrix(
-        "v",
-        (1, 1),
-        element(5, struct.pack("<I", 8)) + element(1, b"a".ljust(8, b"\0")) + GOOD[:4] + b"\xff" * 4,
-        mx_class=2,
-    ),
+    "structure without names": matrix("v", (1, 1), element(5, bytes(4)) + element(1, b""), mx_class=2),
+    "member longer than its structure": matrix("v", (1, 1), LONGER, mx_class=2),
     "compressed rubbish": element(15, b"rubbish!"),
     "compressed end": element(15, zlib.compress(GOOD)[:20].ljust(24, b"\0")),
     "not an array": element(9, bytes(16)),
@@ -175,7 +161,7 @@ RECORDED = {
     "testdouble_7.4_GLNX86.mat": ["testdouble"],
     "testmatrix_7.4_GLNX86.mat": [f"testmatrix.c{i}" for i in range(5)],
     "teststruct_7.4_GLNX86.mat": [
-        f"teststruct.{n}" for n in ("doublefield", "complexfield.re", "complexfield.im")
+        f"teststruct.{n}" for n in ["doublefield", "complexfield.re", "complexfield.im"]
     ],
     "testsparse_7.4_GLNX86.mat": [],
     "teststring_7.4_GLNX86.mat": [],

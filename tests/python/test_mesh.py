@@ -36,10 +36,7 @@ def test_text():
     assert repr(m) == "Empty mesh"
 
 
-@pytest.mark.parametrize(
-    ("name", "spoil"),
-    [("xdata", delattr), ("zdata", delattr), *((name, setattr) for name in ("xdata", "ydata", "zdata"))],
-)
+@cases("name, spoil", ("xdata", delattr), ("zdata", delattr), *((f"{k}data", setattr) for k in "xyz"))
 def test_text_needs_arrays(name, spoil):
     m = mesh()
     spoil(m, name, *([[1]] if spoil is setattr else []))

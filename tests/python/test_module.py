@@ -55,6 +55,10 @@ assert kvalo.find("kept") is s
     assert done.returncode == 0, done.stderr
 
 
+TEXTS = "t,a\n0,x\n1,y\n2,x\n"
+LOAD = "import kvalo, sys, gc, os\nc = kvalo.Container(path=sys.argv[1])\nc.a.load()\n"
+
+
 def test_errors_are_logged_as_they_are_raised(tmp_path):
     code = "import kvalo\ntry: kvalo.Array(0)\nexcept ValueError: pass"
     assert run_script(code, KVALO_HOME=str(tmp_path), KVALO_LOG_LEVEL="0").returncode == 0
@@ -63,8 +67,8 @@ def test_errors_are_logged_as_they_are_raised(tmp_path):
 
 
 def test_loading_is_traced(tmp_path):
-    code = f"import kvalo\nc = kvalo.Container(path={write(tmp_path / 'f.csv')!r})\nc.a.load()"
-    assert run_script(code, KVALO_HOME=str(tmp_path), KVALO_LOG_LEVEL="0").returncode == 0
+    done = run_script(LOAD, write(tmp_path / "f.csv", TEXTS), KVALO_HOME=str(tmp_path), KVALO_LOG_LEVEL="0")
+    assert done.returncode == 0
     entries = [line.split(" ", 1)[1] for line in (tmp_path / "kvalo.log").read_text().splitlines()]
     traces = [e.split()[1] for e in entries if e.endswith("[enter]")]
     functions = "create_container_from_file create_reader_from_file insert_reader build_family tp_init_post"
@@ -73,21 +77,15 @@ def test_loading_is_traced(tmp_path):
     assert any(entry.startswith("0 load 'a' took ") for entry in entries)
 
 
-TEXTS = "t,a\n0,x\n1,y\n2,x\n"
-
-
 def test_a_process_ends_quietly_with_everything_loaded(tmp_path):
-    code = "import kvalo, sys, gc, os\nc = kvalo.Container(path=sys.argv[1])\nc.a.load()\n"
     path = write(tmp_path / "f.csv", TEXTS)
     for ending in ("", "os.fork() and os.wait()", "del sys.modules['kvalo'], kvalo, c; gc.collect()"):
-        done = run_script(code + ending, path)
+        done = run_script(LOAD + ending, path)
         assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
 
 
 def test_unwritable_homes_do_not_stop_the_work(tmp_path):
-    code = (
-        "import kvalo, sys\nc = kvalo.Container(path=sys.argv[1])\nc.a.load()\nprint(c.a[1][1], c.a.tag(1))"
-    )
+    code = LOAD + "print(c.a[1][1], c.a.tag(1))"
     done = run_script(code, write(tmp_path / "f.csv", TEXTS), KVALO_HOME="/dev/null/home")
     assert done.stdout == "1.0 y\n", done.stderr
 

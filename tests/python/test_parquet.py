@@ -159,29 +159,18 @@ def test_many_rows_in_many_groups(tmp_path):
 # What comes out, as pyarrow gives it: names, rows, the first values of some columns.
 TYPED = "bool tinyint smallint int bigint float double date_string string timestamp"
 ALL_TYPES = [f"{name}_col" for name in TYPED.split()]
+WIDTHS = [*(f"bitwidth{k}" for k in range(1, 65)), "int_value"]
 REAL = {
-    "alltypes_plain": (
-        ALL_TYPES,
-        8,
-        {"double_col": [0.0, 10.1, 0.0], "timestamp_col": [1235865600.0, 1235865660.0, 1238544000.0]},
-    ),
-    "alltypes_plain.snappy": (
-        ALL_TYPES,
-        2,
-        {"bigint_col": [0.0, 10.0], "timestamp_col": [1238544000.0, 1238544060.0]},
-    ),
+    "alltypes_plain": (ALL_TYPES, 8, {"double_col": [0.0, 10.1, 0.0], "bigint_col": [0.0, 10.0, 0.0]}),
+    "alltypes_plain.snappy": (ALL_TYPES, 2, {"timestamp_col": [1238544000.0, 1238544060.0]}),
     "datapage_v2.snappy": (["a", "c", "d"], 5, {"c": [2, 3, 4, 5, 2], "d": [1, 1, 1, 0, 1]}),
-    "delta_binary_packed": (
-        [f"bitwidth{k}" for k in range(1, 65)] + ["int_value"],
-        200,
-        {"bitwidth5": [0.0, -16.0, -15.0, -14.0, -23.0]},
-    ),
+    "delta_binary_packed": (WIDTHS, 200, {"bitwidth5": [0.0, -16.0, -15.0, -14.0, -23.0]}),
     "int64_decimal": (["value"], 24, {"value": [1.0, 2.0, 3.0, 4.0, 5.0]}),
     "int96_from_spark": (["a"], 5, {"a": [1704141296.123456, 1704070800.0, 253402225200.0]}),
 }
 
 
-@pytest.mark.parametrize("name", REAL)
+@cases("name", *REAL)
 def test_recorded_files(data_folder, name):
     offered, rows, expected = REAL[name]
     c = kvalo.Container(path=str(data_folder / "parquet" / f"{name}.parquet"))
@@ -192,10 +181,8 @@ def test_recorded_files(data_folder, name):
 
 
 def test_recorded_files_that_give_nothing(data_folder):
-    for name, reason in (
-        ("bad_PARQUET-1481", r"\S+ \(of an unknown type\)"),
-        ("list_columns", "int64_list, utf8_list"),
-    ):
+    reasons = {"bad_PARQUET-1481": r"\S+ \(of an unknown type\)", "list_columns": "int64_list, utf8_list"}
+    for name, reason in reasons.items():
         path = str(data_folder / "parquet" / f"{name}.parquet")
         reason = f"one number or text in each row: {reason}"
         refused(f"Parquet file '{path}' cannot be read: .*{reason}", path=path)
@@ -245,7 +232,7 @@ print(len(c.v), len({line.split()[-1] for line in opened() if "libarrow.so" in l
 """
 
 
-@pytest.mark.parametrize("order", ["kvalo", "kvalo pyarrow", "pyarrow kvalo"])
+@cases("order", "kvalo", "kvalo pyarrow", "pyarrow kvalo")
 def test_together_with_pyarrow(tmp_path, order):
     path = write(tmp_path / "both.parquet", {"t": [0, 1, 2], "v": [0.5, 1.5, 2.5]})
     done = run_script(TOGETHER, path, order, PYTHONPATH=str(BUILD))

@@ -10,8 +10,8 @@ import kvalo
 import numpy as np
 import pytest
 from common import cases, in_threads, refused, samples, write
-from conftest import run_script
-from plugin_tools import EXAMPLES, NASTY, ROOT, TEST_PLUGINS, calls, log_text, plugin_folder  # noqa: F401
+from conftest import ROOT, run_script
+from plugin_tools import EXAMPLES, NASTY, TEST_PLUGINS, calls, log_text, plugin_folder  # noqa: F401
 
 
 def opened(tmp_path, name="f.x", plugin=NASTY, **settings):
@@ -115,9 +115,8 @@ def test_impossible_settings(tmp_path, monkeypatch, count, text):
 @cases("name", "GetConfigCount", "Initialize", "GetParameterName", "GetErrorMessage", "GetInfoMessage")
 def test_missing_exports(tmp_path, name):
     path = write(tmp_path / ("refuse" if name == "GetErrorMessage" else "f.x"))
-    refused(
-        f": Could not load function '{name}'$", path=path, plugin=str(TEST_PLUGINS / f"without_{name}.so")
-    )
+    plugin = str(TEST_PLUGINS / f"without_{name}.so")
+    refused(f": Could not load function '{name}'$", path=path, plugin=plugin)
 
 
 def test_exports_that_are_missed_later(tmp_path):
@@ -160,16 +159,11 @@ def test_named_plug_ins(tmp_path, plugin_folder, capfd):  # noqa: F811
 
 
 def test_loads_from_many_threads(tmp_path):
-    wrong = []
-
     def work(container):
         for _ in range(50):
-            series = kvalo.TimeSeries(container.d.id64, 0.0, 1.0)
-            if samples(series)[1] != [30, 31, 32, 33]:
-                wrong.append(series)
+            assert samples(kvalo.TimeSeries(container.d.id64, 0.0, 1.0))[1] == [30, 31, 32, 33]
 
     in_threads(work, *(opened(tmp_path, f"{i}.x") for i in range(8)))
-    assert not wrong
 
 
 # ---- plug-ins in Python ----
@@ -306,9 +300,7 @@ def test_python_modules_stay_apart_and_follow_their_files(tmp_path):
 
 
 def test_a_python_plug_in_may_wrap_a_built_in_reader(tmp_path, plugin_folder):  # noqa: F811
-    (plugin_folder / "wrap.py").write_text(
-        GOOD
-        + """
+    extra = """
 def is_compatible(path): return path.endswith(".csv")
 def list_names(path): return ["doubled"]
 def load(path, name):
@@ -316,7 +308,7 @@ def load(path, name):
     series.load()
     return series.xdata, [2 * v for v in series.ydata]
 """
-    )
+    python_plugin(plugin_folder, extra, "wrap.py")
     assert samples(kvalo.Container(path=write(tmp_path / "f.csv")).doubled)[1] == [2, 4, 6]
 
 
@@ -331,10 +323,8 @@ def test_order_of_the_rules(tmp_path, plugin_folder):  # noqa: F811
     shutil.copy(NASTY, plugin_folder / "z.so")
     shutil.copy(TEST_PLUGINS / "throwing.so", plugin_folder / "throwing.so")
     for name in ("d", "c"):
-        offered = f"def list_names(path): return ['{name}']\n"
-        python_plugin(
-            plugin_folder, offered + "def is_compatible(path): return '.mine' in path", f"{name}.py"
-        )
+        extra = f"def list_names(path): return ['{name}']\ndef is_compatible(path): return '.mine' in path"
+        python_plugin(plugin_folder, extra, f"{name}.py")
 
     def names(file):
         return list(kvalo.Container(path=write(tmp_path / file)).__dict__)

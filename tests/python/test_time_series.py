@@ -87,7 +87,7 @@ def test_elements_are_assigned_in_place():
         s["x"] = 1
 
 
-@pytest.mark.parametrize("axis", [None, 3, "abc", kvalo.Array(), kvalo.Array([1])])
+@cases("axis", None, 3, "abc", kvalo.Array(), kvalo.Array([1]))
 def test_a_replaced_axis_never_leads_out_of_bounds(axis):
     s = series([3, 4, 5])
     s.xdata = axis

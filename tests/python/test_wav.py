@@ -33,6 +33,13 @@ def agrees_with_wave(path):
     return frames
 
 
+def wav(width, channels, rate, data):
+    block = channels * width
+    form = struct.pack("<IHHIIHH", 16, 1, channels, rate, rate * block % 2**32, block, 8 * width)
+    size, length = struct.pack("<I", 36 + len(data)), struct.pack("<I", len(data))
+    return b"RIFF" + size + b"WAVEfmt " + form + b"data" + length + data
+
+
 @settings(max_examples=40, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
 @given(
     width=st.sampled_from([1, 2, 4]),
@@ -43,12 +50,7 @@ def agrees_with_wave(path):
 )
 def test_any_pcm_file_reads_as_the_standard_library_reads_it(tmp_path, width, channels, rate, frames, seed):
     data = np.random.default_rng(seed).bytes(frames * channels * width)
-    byte_rate = rate * channels * width % 2**32
-    head = struct.pack(
-        "<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + len(data), b"WAVE", b"fmt ", 16, 1, channels, rate, byte_rate,
-        channels * width, 8 * width, b"data", len(data),
-    )  # fmt: skip
-    agrees_with_wave(write(tmp_path / "any.wav", head + data))
+    agrees_with_wave(write(tmp_path / "any.wav", wav(width, channels, rate, data)))
 
 
 def test_recorded_files(data_folder):
@@ -82,7 +84,6 @@ def test_files_in_another_layout_are_refused_with_the_reason_in_the_log(tmp_path
 
 
 def test_a_rate_of_zero_gives_indexes_and_says_so(tmp_path, capfd):
-    head = struct.pack("<4sI4s4sIHHIIHH", b"RIFF", 40, b"WAVE", b"fmt ", 16, 1, 1, 0, 0, 1, 8)
-    c = opened(tmp_path / "zero.wav", head + b"data" + struct.pack("<I", 4) + b"\1\2\3\4")
+    c = opened(tmp_path / "zero.wav", wav(1, 1, 0, b"\1\2\3\4"))
     assert channel(c, 0) == ([0, 1, 2, 3], [1, 2, 3, 4])
     assert "The source provided an invalid time vector" in capfd.readouterr().out

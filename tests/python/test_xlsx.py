@@ -76,10 +76,8 @@ def test_numbers_booleans_and_empty_cells(tmp_path):
 
 @cases("epoch", openpyxl.utils.datetime.WINDOWS_EPOCH, openpyxl.utils.datetime.MAC_EPOCH)
 def test_dates_are_seconds_since_1970(tmp_path, epoch):
-    moments = [
-        datetime.datetime(2024, 2, 29, 23, 59, 59, 250_000),
-        datetime.datetime(2024, 3, 1, 12, 0, 0, 1000),
-    ]
+    leap_day = datetime.datetime(2024, 2, 29, 23, 59, 59, 250_000)
+    moments = [leap_day, datetime.datetime(2024, 3, 1, 12, 0, 0, 1000)]
     rows = [["when", "value", "day", "span"]]
     for i, moment in enumerate(moments):
         rows.append([moment, i, moment.date(), datetime.timedelta(hours=30, seconds=i)])
