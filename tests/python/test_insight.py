@@ -1,6 +1,5 @@
 """kvalo.insight: what is printed, what is passed over, what is refused."""
 
-
 import kvalo
 import pytest
 from common import cases, opened, series, xs, ys

@@ -70,9 +70,9 @@ def test_loading_is_traced(tmp_path):
     done = run_script(LOAD, write(tmp_path / "f.csv", TEXTS), KVALO_HOME=str(tmp_path), KVALO_LOG_LEVEL="0")
     assert done.returncode == 0
     entries = [line.split(" ", 1)[1] for line in (tmp_path / "kvalo.log").read_text().splitlines()]
-    traces = [e.split()[1] for e in entries if e.endswith("[enter]")]
+    traces = [entry for entry in entries if entry.endswith("[enter]")]
     functions = "create_container_from_file create_reader_from_file insert_reader build_family tp_init_post"
-    assert traces[:5] == functions.split()
+    assert traces[:5] == [f"0 {name} [enter]" for name in functions.split()]
     assert "0 load [enter]" in entries
     assert any(entry.startswith("0 load 'a' took ") for entry in entries)
 
@@ -107,7 +107,7 @@ def online(tmp_path):
 
 def test_what_computes_refuses_while_a_connection_is_active(online):
     ts = series([1])
-    calls = [(name, getattr(ts, name)) for name in ["avg", "max", "min", "sum", "sort", "inspect", "get_fs"]]
+    calls = [(name, getattr(ts, name)) for name in ("avg", "max", "min", "sum", "sort", "inspect", "get_fs")]
     for name in ("time_bt", "index", "pattern", "slice", "axpb", "aypb"):
         calls.append((name, functools.partial(getattr(ts, name), 1, 2)))
     for name in ("time_eq", "time_gt", "time_lt", "time_ne"):
