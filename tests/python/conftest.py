@@ -53,3 +53,11 @@ def data_folder() -> Path:
     if not folder.is_dir():
         pytest.skip(f"recorded data is missing: {folder}")
     return folder
+
+
+@pytest.fixture(scope="session")
+def flight(tmp_path_factory) -> dict[str, Path]:
+    """The files of a synthetic flight."""
+    from sample_flight import write_flight
+
+    return write_flight(tmp_path_factory.mktemp("flight"), minutes=5, forms=("bin", "log", "csv"))

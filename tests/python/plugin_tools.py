@@ -6,8 +6,8 @@ import shutil
 from pathlib import Path
 
 import pytest
+from conftest import ROOT
 
-ROOT = Path(__file__).resolve().parent.parent.parent
 BUILD = Path(os.environ.get("KVALO_BUILD", ROOT / "build" / "release"))
 TEST_PLUGINS = BUILD / "tests" / "plugins"
 EXAMPLES = BUILD / "examples" / "plugins"

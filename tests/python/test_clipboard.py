@@ -3,10 +3,11 @@
 import os
 import shutil
 import subprocess
-import sys
 import time
 
 import pytest
+from common import cases
+from conftest import run_script
 
 SCRIPT = """
 import sys, kvalo
@@ -18,6 +19,7 @@ else:
     for series in c.__dict__.values(): series.load()
     print(c, c.get_path(), {n: (list(s.xdata), list(s.ydata)) for n, s in c.__dict__.items()})
 """
+XCLIP = ["xclip", "-selection", "clipboard"]
 INCOMPATIBLE = "Exception Clipboard data is not compatible with any built-in loaders"
 
 
@@ -45,26 +47,21 @@ def display():
 
 
 @pytest.fixture
-def clipboard(display):
+def clipboard(display, monkeypatch):
     """Gives a text to the clipboard and returns what a script makes of it."""
-    environment = {**os.environ, "DISPLAY": display}
-    environment.pop("WAYLAND_DISPLAY", None)
+    monkeypatch.setenv("DISPLAY", display)
+    monkeypatch.delenv("WAYLAND_DISPLAY", raising=False)
     owners = []
 
     def run(text: bytes | None, **more: str) -> str:
         if text is not None:
-            owner = subprocess.Popen(
-                ["xclip", "-quiet", "-selection", "clipboard"],
-                stdin=subprocess.PIPE,
-                stderr=subprocess.DEVNULL,
-                env=environment,
-            )
+            command = [*XCLIP, "-quiet"]
+            owner = subprocess.Popen(command, stdin=subprocess.PIPE, stderr=subprocess.DEVNULL)
             owners.append(owner)
             owner.stdin.write(text)
             owner.stdin.close()
-            wait_for_owner(environment, text)
-        script = [sys.executable, "-c", SCRIPT]
-        done = subprocess.run(script, env={**environment, **more}, capture_output=True, text=True, timeout=60)
+            wait_for_owner(text)
+        done = run_script(SCRIPT, **more)
         assert done.returncode == 0, done.stderr
         return done.stdout
 
@@ -75,21 +72,20 @@ def clipboard(display):
         owner.wait()
 
 
-def wait_for_owner(environment, text: bytes) -> None:
-    ask = ["xclip", "-selection", "clipboard", "-o"]
+def wait_for_owner(text: bytes) -> None:
     for _ in range(200):
-        if subprocess.run(ask, env=environment, capture_output=True).stdout == text:
+        if subprocess.run([*XCLIP, "-o"], capture_output=True).stdout == text:
             return
         time.sleep(0.05)
     pytest.fail("xclip did not take the clipboard over")
 
 
 def test_tab_comes_first(clipboard):
-    out = clipboard(b"time\ta,b\tc\n0\t1,5\t2\n1\t3,5\t4\n2\t5,5\t6\n")
-    assert out.startswith("2 variables [''] {'a_b': ([0.0, 1.0, 2.0], [1.0, 3.0, 5.0]), 'c': ")
+    out = clipboard(b"time\ta,b\tc\n0\t1,5\t2\n1\t3,5\t4\n")
+    assert out.startswith("2 variables [''] {'a_b': ([0.0, 1.0], [1.0, 3.0]), 'c': ")
 
 
-@pytest.mark.parametrize("delimiter", [",", ";", "|"])
+@cases("delimiter", ",", ";", "|")
 def test_other_delimiters_and_line_ends(clipboard, delimiter):
     text = "time,a\r\n0,1\r\n1,2\r\n".replace(",", delimiter)
     assert "{'a': ([0.0, 1.0], [1.0, 2.0])}" in clipboard(text.encode())
@@ -102,7 +98,7 @@ def test_a_long_text(clipboard):
     assert f"{rows - 1}.0])}}" in clipboard(text.encode())
 
 
-@pytest.mark.parametrize("text", [b"just words", b"a,b\n1\n2\n", b"\n"])
+@cases("text", b"just words", b"a,b\n1\n2\n", b"\n")
 def test_other_text_is_rejected(clipboard, text):
     assert clipboard(text).strip() == INCOMPATIBLE
 
@@ -130,6 +126,5 @@ def test_libclipboard_is_preferred(clipboard, tmp_path):
         'char *clipboard_text(void *it) { return strdup("t;a\\n0;7\\n1;8\\n"); }\n'
         "void clipboard_free(void *it) {}\n"
     )
-    command = ["cc", "-shared", "-fPIC", "-o", str(tmp_path / "libclipboard.so"), str(source)]
-    subprocess.run(command, check=True)
+    subprocess.run(["cc", "-shared", "-fPIC", "-o", tmp_path / "libclipboard.so", source], check=True)
     assert "[7.0, 8.0]" in clipboard(None, LD_LIBRARY_PATH=str(tmp_path))

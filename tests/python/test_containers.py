@@ -1,36 +1,23 @@
 """kvalo.Container, reader choice, the registry's functions, merging."""
 
+import contextlib
 import gc
 import os
 import re
-from pathlib import Path
 
 import kvalo
 import numpy as np
 import pytest
-
-
-def write(path: Path, text) -> str:
-    path.write_bytes(text if isinstance(text, bytes) else text.encode())
-    return str(path)
-
-
-def columns(path, **names):
-    """A file with a time column 0, 1, 2, ... and one column per keyword."""
-    rows = len(next(iter(names.values())))
-    lines = ["time," + ",".join(names)]
-    lines += [",".join([str(i), *(str(values[i]) for values in names.values())]) for i in range(rows)]
-    return write(path, "\n".join(lines) + "\n")
+from common import TABLE, cases, opened, refused, samples, write
 
 
 @pytest.fixture
 def small(tmp_path):
-    return columns(tmp_path / "small.csv", a=[1, 2, 3], b=[4, 5, 6])
+    return write(tmp_path / "small.csv", "time,a,b\n0,1,4\n1,2,5\n2,3,6\n")
 
 
 def values(series):
-    series.load()
-    return np.asarray(series.ydata).tolist()
+    return samples(series)[1]
 
 
 def test_a_container_maps_names_to_series(small):
@@ -49,143 +36,102 @@ def test_a_container_maps_names_to_series(small):
         c.id64 = 1
 
 
-@pytest.mark.parametrize(
-    ("title", "attribute"),
-    [
-        ("1st speed/avg", "_1st_speed_avg"),
-        ("2x", "_2x"),
-        ("a-b", "a_b"),
-        ("", "_"),
-        ('"q"', "q"),
-        ("%", "_"),
-        ("µ", "__"),
-        ("flags", "flags"),
-        ("xdata", "xdata"),
-    ],
+@cases(
+    "title, attribute",
+    ("1st speed/avg", "_1st_speed_avg"),
+    ("2x", "_2x"),
+    ("a-b", "a_b"),
+    ("", "_"),
+    ('"q"', "q"),
+    ("%", "_"),
+    ("µ", "__"),
+    ("flags", "flags"),
+    ("xdata", "xdata"),
 )
 def test_attribute_names(tmp_path, title, attribute):
-    c = kvalo.Container(path=write(tmp_path / "f.csv", f"time,{title}\n0,1\n1,2\n2,3\n"))
+    c = opened(tmp_path / "f.csv", f"time,{title}\n0,1\n1,2\n2,3\n")
     assert list(c.__dict__) == [attribute]
     assert c[title].get_main_name() == title
     assert c.flags == 9
 
 
 def test_names_with_one_attribute_both_stay_reachable(tmp_path):
-    c = kvalo.Container(
-        path=columns(tmp_path / "f.csv", **{"a-b": [1, 2, 3], "a_b": [4, 5, 6], "a+b": [7, 8, 9]})
-    )
+    c = opened(tmp_path / "f.csv", "time,a-b,a_b,a+b\n0,1,4,7\n1,2,5,8\n2,3,6,9\n")
     gc.collect()
     assert [values(c[name])[0] for name in ("a-b", "a_b", "a+b")] == [1.0, 4.0, 7.0]
     assert c.a_b is c["a+b"]
 
 
-@pytest.mark.parametrize(
-    ("arguments", "error", "text"),
-    [
-        ({}, Exception, "^Must provide path!$"),
-        (
-            {"path": "nowhere.csv"},
-            Exception,
-            "^Error while loading file 'nowhere.csv': File nowhere.csv not found$",
-        ),
-        ({"path": "nowhere.csv", "plugin": "p"}, Exception, "File nowhere.csv not found$"),
-        (
-            {"path": "nowhere.csv", "plugin": "p.so"},
-            Exception,
-            "^Error while loading file 'nowhere.csv' with plugin 'p.so': File nowhere.csv not found$",
-        ),
-        (
-            {"path": "nowhere", "tini": 5, "tend": 5},
-            ValueError,
-            "^Final time must be greater than initial time$",
-        ),
-        ({"path": "nowhere", "tini": float("nan")}, Exception, "File nowhere not found$"),
-        ({"realtime": True}, Exception, "^Must provide path!$"),
-        ({"realtime": True, "plugin": "none.so"}, Exception, "Plugin none.so not found$"),
-        ({"path": None}, TypeError, None),
-        ({"file": "x"}, TypeError, None),
-    ],
+LOADING, MISSING = "^Error while loading file 'no.csv'", "File no.csv not found$"
+
+
+@cases(
+    "arguments, error, text",
+    ({}, Exception, "^Must provide path!$"),
+    ({"path": "no.csv"}, Exception, f"{LOADING}: {MISSING}"),
+    ({"path": "no.csv", "plugin": "p"}, Exception, MISSING),
+    ({"path": "no.csv", "plugin": "p.so"}, Exception, f"{LOADING} with plugin 'p.so': {MISSING}"),
+    ({"path": "no.csv", "tini": 5, "tend": 5}, ValueError, "^Final time must be greater than initial time$"),
+    ({"path": "no.csv", "tini": float("nan")}, Exception, MISSING),
+    ({"realtime": True}, Exception, "^Must provide path!$"),
+    ({"path": None}, TypeError, None),
+    ({"file": "x"}, TypeError, None),
 )
 def test_refused_construction(arguments, error, text):
     with pytest.raises(error, match=text):
         kvalo.Container(**arguments)
 
 
-def test_plug_in_names(small, tmp_path):
-    for name, text in (
-        ("p.txt", "Extension not supported for plugin"),
-        ("none.so", "Plugin .*none.so not found"),
-    ):
-        if name == "p.txt":
-            write(tmp_path / name, "")
-        with pytest.raises(Exception, match=text):
-            kvalo.Container(path=small, plugin=str(tmp_path / name))
-
-
 HDF5_SIGNATURE = b"\x89HDF\r\n\x1a\n"
-
+NONE = "File is not compatible with any built-in loaders or plugins"
 # Each file would also satisfy a later rule; the error, or the reader, tells which rule came first.
 ORDER = [
-    ("archive before delimited", "x.zip", "t,a\n0,1\n1,2\n", "no zip archive"),
+    ("archive before delimited", "x.zip", TABLE, "no zip archive"),
     ("HDF5 before its extension", "x.mat", HDF5_SIGNATURE, "an HDF5 file"),
     ("HDF5 behind a user block", "x.dat", b"\0" * 512 + HDF5_SIGNATURE, "an HDF5 file"),
-    ("MAT before delimited", "x.mat", "t,a\n0,1\n1,2\n", "a MAT file"),
-    ("XLSX before delimited", "x.xlsx", "t,a\n0,1\n1,2\n", "no XLSX workbook"),
-    ("delimited before Parquet", "x.parquet", "t,a\n0,1\n1,2\n", None),
-    ("delimited before WAV", "x.wav", "t,a\n0,1\n1,2\n", None),
+    ("MAT before delimited", "x.mat", TABLE, "a MAT file"),
+    ("XLSX before delimited", "x.xlsx", TABLE, "no XLSX workbook"),
+    ("delimited before Parquet", "x.parquet", TABLE, None),
+    ("delimited before WAV", "x.wav", TABLE, None),
     ("delimited before text logs", "x.log", "FMT, a\n0, 1\n1, 2\n", None),
     ("Parquet by its first bytes", "noextension", b"PAR1\0\0\0\0", "Parquet file"),
     ("Parquet by its extension", "x.parquet", b"\xa3\x95\x80", "Parquet file"),
     ("binary log before WAV", "x.wav", b"\xa3\x95\x80", None),
     ("text log before WAV", "x.wav", "FMT, 128, 89, FMT\nx\n", None),
     ("WAV by extension and layout", "x.wav", b"RIFF\0\0\0\0WAVEfmt " + b"\1" * 20, None),
-    ("WAV that is none", "x.wav", b"RIFF", "File is not compatible with any built-in loaders or plugins"),
-    ("nothing fits", "x.bin", b"\0\1\2", "File is not compatible with any built-in loaders or plugins"),
-    ("empty file", "x.csv", b"", "File is not compatible with any built-in loaders or plugins"),
+    ("WAV that is none", "x.wav", b"RIFF", NONE),
+    ("nothing fits", "x.bin", b"\0\1\2", NONE),
+    ("empty file", "x.csv", b"", NONE),
 ]
 
 
-@pytest.mark.parametrize(
-    ("name", "content", "error"), [row[1:] for row in ORDER], ids=[row[0] for row in ORDER]
-)
-def test_reader_choice(tmp_path, name, content, error):
+@cases("rule, name, content, error", *ORDER)
+def test_reader_choice(tmp_path, rule, name, content, error):
     path = write(tmp_path / name, content)
     if error is None:
         kvalo.Container(path=path)
     else:
-        with pytest.raises(Exception, match=error):
-            kvalo.Container(path=path)
+        refused(error, path=path)
 
 
-@pytest.mark.parametrize("kind", ["folder", "link", "pipe"])
-def test_only_regular_files_are_read(tmp_path, small, kind):
-    path = tmp_path / kind
-    {"folder": path.mkdir, "link": lambda: path.symlink_to(small), "pipe": lambda: os.mkfifo(path)}[kind]()
-    with pytest.raises(Exception, match="File is not compatible"):
-        kvalo.Container(path=str(path))
+def test_only_regular_files_are_read(tmp_path, small):
+    (tmp_path / "link").symlink_to(small)
+    os.mkfifo(tmp_path / "pipe")
+    for path in (tmp_path, tmp_path / "link", tmp_path / "pipe"):
+        refused("File is not compatible", path=str(path))
 
 
-@pytest.mark.parametrize(
-    ("content", "delimiter"),
-    [
-        ("t\ta,b\n0\t1,2\n1\t2,3\n", "tab"),
-        ("t,a;b\n0,1\n1,2\n", ","),
-        ("t;a\n0;1\n1;2\n", ";"),
-        ("t|a\n0|1\n1|2\n", "|"),
-    ],
-)
-def test_delimiters_are_tried_in_order(tmp_path, content, delimiter):
-    assert len(kvalo.Container(path=write(tmp_path / "data.csv", content))) == 1
+@cases("content", "t\ta,b\n0\t1,2\n1\t2,3\n", "t,a;b\n0,1\n1,2\n", "t;a|b\n0;1\n1;2\n", "t|a\n0|1\n1|2\n")
+def test_delimiters_are_tried_in_order(tmp_path, content):
+    assert len(opened(tmp_path / "data.csv", content)) == 1
 
 
 def test_a_failed_load_leaves_nothing(tmp_path, small):
     keep = kvalo.Container(path=small)
     before = len(kvalo.list(".*"))
-    for content in (b"\xa3\x95", b"\0", b"t,a\n"):
-        try:
-            kvalo.Container(path=write(tmp_path / "bad.csv", content))
-        except Exception:
-            pass
+    for content in (b"\xa3\x95", b"\0", "t,a\n"):
+        with contextlib.suppress(Exception):
+            opened(tmp_path / "bad.csv", content)
         gc.collect()
     assert len(kvalo.list(".*")) == before
     del keep
@@ -211,21 +157,20 @@ def test_find_and_list(small):
     assert kvalo.find("^a$") is c.a
     assert [s.get_main_name() for s in kvalo.list("a|b")] == ["a", "b"]
     for call in (kvalo.find, kvalo.list):
-        with pytest.raises(Exception, match="No regular expression provided"):
-            call(3)
-        with pytest.raises(Exception, match="No regular expression provided"):
-            call(type("text", (str,), {})("a"))
-        with pytest.raises(Exception, match="Invalid regular expression: "):
-            call("(")
-        with pytest.raises(Exception, match=re.escape("No variable matched the regular expression x+y!")):
-            call("x+y!")
-        with pytest.raises(Exception, match="Invalid regular expression: "):
-            call("(" * 5000)
+        for expression, text in (
+            (3, "No regular expression provided"),
+            (type("text", (str,), {})("a"), "No regular expression provided"),
+            ("(", "Invalid regular expression: "),
+            ("(" * 5000, "Invalid regular expression: "),
+            ("x+y!", re.escape("No variable matched the regular expression x+y!")),
+        ):
+            with pytest.raises(Exception, match=text):
+                call(expression)
 
 
 def test_hostile_expressions_and_long_names_end(tmp_path):
     long_name = "a" * 90_000
-    c = kvalo.Container(path=write(tmp_path / "f.csv", f"t,{long_name}\n0,1\n1,2\n"))
+    c = opened(tmp_path / "f.csv", f"t,{long_name}\n0,1\n1,2\n")
     assert kvalo.find("a{10}a+") is c[long_name]
     for expression in ("(a+)+!", "(a|aa)*!", r"(a)\1!"):
         with pytest.raises(Exception, match="No variable matched"):
@@ -243,8 +188,7 @@ def test_nested_variables(data_folder):
     with pytest.raises(Exception, match="No variable matched"):
         kvalo.list("ATT.Rol")
     # Fields called alike in different messages are different series.
-    others = [s for s in kvalo.list("Roll") if s is not c.ATT.Roll]
-    assert all(s.get_full_name() != "ATT.Roll" for s in others)
+    assert [s for s in kvalo.list("Roll") if s.get_full_name() == "ATT.Roll"] == [c.ATT.Roll]
 
 
 def test_merge_joins_recordings_in_time(tmp_path):
@@ -265,14 +209,14 @@ def test_merge_joins_recordings_in_time(tmp_path):
 
 
 def test_merge_finds_a_container_by_few_names_and_find_by_ratio_by_half(tmp_path):
-    names = {f"v{i}": [1, 2, 3] for i in range(10)}
-    c = kvalo.Container(path=columns(tmp_path / "one.csv", v0=[1, 2, 3], other=[1, 2, 3]))
-    ten = columns(tmp_path / "ten.csv", **names)
+    c = opened(tmp_path / "one.csv", "time,v0,other\n0,1,1\n1,2,2\n")
+    titles = "time,v0,v1,v2,v3,v4,v5,v6,v7,v8,v9"
+    ten = write(tmp_path / "ten.csv", f"{titles}\n0{',1' * 10}\n1{',2' * 10}\n")
     assert kvalo.find_by_ratio(ten) is None
     assert kvalo.find_by_ratio(ten, 0.1) is c
     assert kvalo.find_by_ratio(path=ten, ratio=0) is c
     assert kvalo.find_by_ratio("nowhere.csv") is None
-    alone = columns(tmp_path / "alone.csv", none_of_these=[1, 2, 3])
+    alone = write(tmp_path / "alone.csv", "time,none_of_these\n0,1\n1,2\n")
     with pytest.raises(Exception, match="There's no container compatible with '.*alone.csv'"):
         kvalo.merge(alone)
     kvalo.merge(path=ten)
@@ -289,15 +233,12 @@ def test_dropping_a_container_drops_its_variables(small):
 
 
 def test_an_invalid_time_vector_becomes_indexes_with_two_warnings(tmp_path, capfd):
-    c = kvalo.Container(path=write(tmp_path / "f.csv", "t,a\n0,1\n2,2\n1,3\n3,4\n"))
-    c.a.load()
-    assert np.asarray(c.a.xdata).tolist() == [0.0, 1.0, 2.0, 3.0]
+    c = opened(tmp_path / "f.csv", "t,a\n0,1\n2,2\n1,3\n3,4\n")
+    assert samples(c.a)[0] == [0.0, 1.0, 2.0, 3.0]
     printed = capfd.readouterr().out
     assert "The source provided an invalid time vector\n" in printed
-    assert (
-        f"A strictly increasing vector of indexes will be used instead for file '{tmp_path / 'f.csv'}'\n"
-        in printed
-    )
+    told = "A strictly increasing vector of indexes will be used instead for file"
+    assert f"{told} '{tmp_path / 'f.csv'}'\n" in printed
 
 
 def table_file(folder, kind, rows=5000):
@@ -308,9 +249,8 @@ def table_file(folder, kind, rows=5000):
         case "csv":
             path.write_text("t,a,b\n" + "".join(f"{x},{y},{-y}\n" for x, y in zip(t, a, strict=True)))
         case "parquet":
-            parquet = pytest.importorskip("pyarrow.parquet")
-            table = {"time": t, "a": a, "b": -a}
-            parquet.write_table(pytest.importorskip("pyarrow").table(table), path)
+            table = pytest.importorskip("pyarrow").table({"time": t, "a": a, "b": -a})
+            pytest.importorskip("pyarrow.parquet").write_table(table, path)
         case "h5":
             with pytest.importorskip("h5py").File(path, "w") as file:
                 file["time"], file["a"], file["b"] = t, a, -a
@@ -319,7 +259,13 @@ def table_file(folder, kind, rows=5000):
     return str(path)
 
 
-@pytest.mark.parametrize("kind", ["csv", "parquet", "h5", "mat"])
+def take_out_and_write(series):
+    taken = series.xdata
+    series.xdata = kvalo.Array([1.0])
+    taken[0] = -5.0
+
+
+@cases("kind", "csv", "parquet", "h5", "mat")
 def test_variables_of_a_table_have_time_stamps_of_their_own(tmp_path, kind):
     t = np.arange(5000) / 8
     ways = {
@@ -329,9 +275,7 @@ def test_variables_of_a_table_have_time_stamps_of_their_own(tmp_path, kind):
         "in place": lambda s: s.xdata.__isub__(5.0),
         "gain": lambda s: s.axpb(1, -5),
         "Array of an Array": lambda s: kvalo.Array(s.xdata).__setitem__(0, -5.0),
-        "Array taken out": lambda s: (s.xdata, setattr(s, "xdata", kvalo.Array([1.0])))[0].__setitem__(
-            0, -5.0
-        ),
+        "Array taken out": take_out_and_write,
     }
     for way, write_to in ways.items():
         c = kvalo.Container(path=table_file(tmp_path, kind))
@@ -343,8 +287,7 @@ def test_variables_of_a_table_have_time_stamps_of_their_own(tmp_path, kind):
         by_id.load()
         result = a + 1
         write_to(a)
-        assert by_id.xdata[0] == -5.0, way  # one variable, shown by all of them
-        assert copy.xdata[0] == -5.0, way
+        assert by_id.xdata[0] == copy.xdata[0] == -5.0, way  # one variable, shown by all of them
         for other in (b, result):
             assert np.array_equal(np.asarray(other.xdata), t), way
         again = kvalo.Container(path=c.get_path()[0])

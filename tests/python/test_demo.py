@@ -3,9 +3,10 @@
 import csv
 import subprocess
 import sys
-from pathlib import Path
 
-EXAMPLE = Path(__file__).resolve().parent.parent.parent / "examples" / "first_flight.py"
+from conftest import ROOT
+
+EXAMPLE = ROOT / "examples" / "first_flight.py"
 
 
 def test_first_flight(tmp_path):

@@ -2,13 +2,15 @@
 
 import math
 import os
+import re
 import stat
 
 import kvalo
 import pytest
+from common import cases, opened, series
 from conftest import run_script
 
-RAMP = kvalo.TimeSeries([0, 1, 2], [10, 20, 30])
+RAMP = series([10, 20, 30])
 
 
 def export(path, step, tini, tend, source, delimiter=","):
@@ -29,9 +31,7 @@ def reference(columns, delimiter, step, tini, tend, decimals):
     return "\n".join(lines) + "\n"
 
 
-@pytest.mark.parametrize(
-    ("step", "decimals"), [(0.25, 2), (0.1, 2), (0.01, 3), (0.5, 2), (2.5, 0), (1, 0), (0.001, 4)]
-)
+@cases("step, decimals", (0.25, 2), (0.1, 2), (0.01, 3), (0.5, 2), (2.5, 0), (1, 0), (0.001, 4))
 def test_rows_and_decimals(tmp_path, step, decimals):
     columns = [([0, 1, 2], [10, 20, 30], "ramp"), ([0.5, 0.75], [-1 / 3, 2e-7], "short")]
     source = [(kvalo.TimeSeries(x, y), name) for x, y, name in columns]
@@ -40,14 +40,12 @@ def test_rows_and_decimals(tmp_path, step, decimals):
 
 
 def test_values_that_are_no_numbers(tmp_path):
-    s = kvalo.TimeSeries([0, 1, 2], [math.nan, math.inf, -math.inf])
-    assert export(tmp_path / "o", 1, 0, 2, [(s, "v")]) == "Time,v\n0,nan\n1,inf\n2,-inf\n"
+    source = [(series([math.nan, math.inf, -math.inf]), "v")]
+    assert export(tmp_path / "o", 1, 0, 2, source) == "Time,v\n0,nan\n1,inf\n2,-inf\n"
 
 
 def test_a_container_exports_all_its_variables(tmp_path):
-    path = tmp_path / "in.csv"
-    path.write_text("t,a,é\n0,1,4\n1,2,5\n2,3,6\n")
-    c = kvalo.Container(path=str(path))
+    c = opened(tmp_path / "in.csv", "t,a,é\n0,1,4\n1,2,5\n2,3,6\n")
     text = export(tmp_path / "out.csv", 1, 0, 2, c, "→")
     assert text == "Time→a→é\n0→1.000000→4.000000\n1→2.000000→5.000000\n2→3.000000→6.000000\n"
 
@@ -55,9 +53,7 @@ def test_a_container_exports_all_its_variables(tmp_path):
 def test_children_follow_their_series_under_their_full_names(tmp_path, data_folder):
     c = kvalo.Container(path=str(data_folder / "flight" / "copter.bin"))
     text = export(tmp_path / "out.csv", 1, 300, 302, [(c.ATT, "attitude"), (RAMP, "ramp")])
-    titles = text.splitlines()[0].split(",")
-    assert titles[:3] == ["Time", "attitude", "ATT.DesRoll"]
-    assert titles[-1] == "ramp"
+    assert re.match("Time,attitude,ATT.DesRoll,.*,ramp\n", text)
 
 
 def test_series_without_samples_are_left_out(tmp_path):
@@ -65,22 +61,20 @@ def test_series_without_samples_are_left_out(tmp_path):
     assert export(tmp_path / "o", 1, 0, 1, source).startswith("Time,ramp\n")
 
 
-@pytest.mark.parametrize(
-    ("step", "tini", "tend", "source", "error", "text"),
-    [
-        (0, 0, 1, [(RAMP, "r")], ValueError, r"^Step \(0\) must be greater than zero$"),
-        (-0.5, 0, 1, [(RAMP, "r")], ValueError, r"^Step \(-0.5\) must be greater than zero$"),
-        (1, 5, 5, [(RAMP, "r")], ValueError, r"^Start time \(5\) must be less than end time \(5\)$"),
-        (math.nan, 0, 1, [(RAMP, "r")], ValueError, "finite"),
-        (1, 0, math.inf, [(RAMP, "r")], ValueError, "finite"),
-        (1e-9, 1e15, 2e15, [(RAMP, "r")], ValueError, "large enough"),
-        (1, 0, 1, [], ValueError, "^No kvalo.TimeSeries was selected$"),
-        (1, 0, 1, [(kvalo.TimeSeries(), "n")], ValueError, "^No kvalo.TimeSeries has valid values$"),
-        (1, 0, 1, "text", ValueError, "^Invalid source object$"),
-        (1, 0, 1, [(RAMP, 3)], TypeError, "^Object is not unicode$"),
-        (1, 0, 1, [(3, "r")], TypeError, "^Argument must be a kvalo.TimeSeries object$"),
-        (1, 0, 1, [RAMP], TypeError, "tuples"),
-    ],
+@cases(
+    "step, tini, tend, source, error, text",
+    (0, 0, 1, [(RAMP, "r")], ValueError, r"^Step \(0\) must be greater than zero$"),
+    (-0.5, 0, 1, [(RAMP, "r")], ValueError, r"^Step \(-0.5\) must be greater than zero$"),
+    (1, 5, 5, [(RAMP, "r")], ValueError, r"^Start time \(5\) must be less than end time \(5\)$"),
+    (math.nan, 0, 1, [(RAMP, "r")], ValueError, "finite"),
+    (1, 0, math.inf, [(RAMP, "r")], ValueError, "finite"),
+    (1e-9, 1e15, 2e15, [(RAMP, "r")], ValueError, "large enough"),
+    (1, 0, 1, [], ValueError, "^No kvalo.TimeSeries was selected$"),
+    (1, 0, 1, [(kvalo.TimeSeries(), "n")], ValueError, "^No kvalo.TimeSeries has valid values$"),
+    (1, 0, 1, "text", ValueError, "^Invalid source object$"),
+    (1, 0, 1, [(RAMP, 3)], TypeError, "^Object is not unicode$"),
+    (1, 0, 1, [(3, "r")], TypeError, "^Argument must be a kvalo.TimeSeries object$"),
+    (1, 0, 1, [RAMP], TypeError, "tuples"),
 )
 def test_refusals_leave_the_file_alone(tmp_path, step, tini, tend, source, error, text):
     path = tmp_path / "kept.csv"

@@ -6,12 +6,9 @@ from fractions import Fraction
 import kvalo
 import numpy as np
 import pytest
+from common import cases, series
 from hypothesis import given, settings
 from hypothesis import strategies as st
-
-
-def series_of(x, y):
-    return kvalo.TimeSeries(np.asarray(x).tolist(), np.asarray(y).tolist())
 
 
 def exact_fit(x, y, order):
@@ -32,12 +29,12 @@ def exact_fit(x, y, order):
     return [float(rows[i][n] / rows[i][i]) for i in range(n)]
 
 
-@pytest.mark.parametrize("start", [0.0, -3e4, 1.7e9])
-@pytest.mark.parametrize("order", [1, 2, 3, 5, 9])
+@cases("start", 0.0, -3e4, 1.7e9)
+@cases("order", 1, 2, 3, 5, 9)
 def test_coefficients_against_exact_fractions(start, order):
     t = start + np.arange(60) / 8
     y = np.cos(t - start) * 100 + 5 + np.random.default_rng(order).normal(size=60)
-    s = kvalo.TimeSeries(t.tolist(), y.tolist())
+    s = series(y, t)
     expected = exact_fit(t.tolist(), y.tolist(), order)
     if order == 1:
         r, a, b = kvalo.fit_linear(s)
@@ -49,26 +46,26 @@ def test_coefficients_against_exact_fractions(start, order):
     assert r == pytest.approx(np.corrcoef(fitted, y)[0, 1], abs=1e-9)
 
 
-@pytest.mark.parametrize("n", [2, 255, 256, 257, 65536, 65537, 200001])
+@cases("n", 2, 255, 256, 257, 65536, 65537, 200001)
 def test_lengths_around_the_borders_of_blocks(n):
     random = np.random.default_rng(n)
     x, y = np.sort(random.uniform(-4, 9, n)), random.normal(1e6, 3, n)
-    r, a, b = kvalo.fit_linear(series_of(x, y))
+    r, a, b = kvalo.fit_linear(series(y, x))
     expected = np.polyfit(x - x.mean(), y - y.mean(), 1)[0]
     assert a == pytest.approx(expected, rel=1e-9)
     assert b == pytest.approx(y.mean() - expected * x.mean(), rel=1e-12)
     assert r == pytest.approx(abs(np.corrcoef(x, y)[0, 1]), abs=1e-9)
 
 
-@pytest.mark.parametrize(("a", "b"), [(2.5, -0.3), (1e-200, 4.0), (7.0, 0.125)])
+@cases("a, b", (2.5, -0.3), (1e-200, 4.0), (7.0, 0.125))
 def test_exponential(a, b):
     x = np.arange(50) / 10
-    r, found_a, found_b = kvalo.fit_exp(series_of(x, a * np.exp(b * x)))
+    r, found_a, found_b = kvalo.fit_exp(series(a * np.exp(b * x), x))
     assert (found_a, found_b) == (pytest.approx(a, rel=1e-9), pytest.approx(b, rel=1e-9))
     assert r == pytest.approx(math.copysign(1, b))
     noisy = np.exp(np.random.default_rng(7).normal(size=50))
     line = np.polyfit(x, np.log(noisy), 1)
-    r, found_a, found_b = kvalo.fit_exp(series_of(x, noisy))
+    r, found_a, found_b = kvalo.fit_exp(series(noisy, x))
     np.testing.assert_allclose([found_b, math.log(found_a)], line, rtol=1e-9)
     assert r == pytest.approx(np.corrcoef(x, np.log(noisy))[0, 1])
 
@@ -100,56 +97,28 @@ def test_equal_values_have_no_correlation():
     assert coefficients == [0.1, 0, 0]
 
 
-def test_formulas_are_printed(capsys):
-    kvalo.fit_linear(kvalo.TimeSeries([0, 1, 2], [1.5, 3.5, 5.5]))
-    kvalo.fit_exp(kvalo.TimeSeries([0, 1], [2, 2 * math.exp(0.25)]))
-    kvalo.fit_polynomial(kvalo.TimeSeries([1, 2, 3, 4], [6, 17, 34, 57]), 2)
-    assert capsys.readouterr().out.splitlines() == [
-        "Y = 2 * X + 1.5, r = 1",
-        "Y = 2 * exp(0.25 * X), r = 1",
-        "Y = 1 + 2 * X^1 + 3 * X^2, r = 1",
-    ]
+BAD = "^Order must be greater than 1 and less than 10$"
+NOT_SERIES = "^Argument must be a kvalo.TimeSeries object$"
 
 
-@pytest.mark.parametrize(
-    ("call", "error", "text"),
-    [
-        (lambda s: kvalo.fit_linear(), ValueError, r"^Function 'fit_linear' takes 1 arguments \(0 given\)$"),
-        (lambda s: kvalo.fit_exp(s, s), ValueError, r"^Function 'fit_exp' takes 1 arguments \(2 given\)$"),
-        (lambda s: kvalo.fit_polynomial(s), ValueError, r"'fit_polynomial' takes 2 arguments \(1 given\)$"),
-        (lambda s: kvalo.fit_linear(3), TypeError, "^Argument must be a kvalo.TimeSeries object$"),
-        (lambda s: kvalo.fit_polynomial(3, 99), TypeError, "^Argument must be a kvalo.TimeSeries object$"),
-        (lambda s: kvalo.fit_polynomial(s, 2.0), TypeError, "integer"),
-        (
-            lambda s: kvalo.fit_polynomial(s, 3),
-            ValueError,
-            "too few different time stamps|Not enough samples",
-        ),
-        (lambda s: kvalo.fit_linear(kvalo.TimeSeries([], [])), ValueError, "^Not enough samples"),
-        (lambda s: kvalo.fit_linear(kvalo.TimeSeries([1], [1])), ValueError, "^Not enough samples"),
-        (lambda s: kvalo.fit_linear(kvalo.TimeSeries([1, 1], [1, 2])), ValueError, "time stamps are equal"),
-        (lambda s: kvalo.fit_exp(kvalo.TimeSeries([0, 1], [1, 0])), ValueError, "sample 1 is 0.*greater"),
-        (lambda s: kvalo.fit_exp(kvalo.TimeSeries([0, 1], [-1, 2])), ValueError, "sample 0 is -1"),
-        (
-            lambda s: kvalo.fit_linear(kvalo.TimeSeries([0, 1], [1, math.nan])),
-            ValueError,
-            "value of sample 1",
-        ),
-        (
-            lambda s: kvalo.fit_linear(kvalo.TimeSeries([0, math.inf], [1, 2])),
-            ValueError,
-            "stamp of sample 1",
-        ),
-        *[
-            (
-                lambda s, n=n: kvalo.fit_polynomial(s, n),
-                ValueError,
-                "^Order must be greater than 1 and less than 10$",
-            )
-            for n in (-1, 0, 1, 10, 2**64, -(2**70))
-        ],
-    ],
+@cases(
+    "call, error, text",
+    (lambda s: kvalo.fit_linear(), ValueError, r"^Function 'fit_linear' takes 1 arguments \(0 given\)$"),
+    (lambda s: kvalo.fit_exp(s, s), ValueError, r"^Function 'fit_exp' takes 1 arguments \(2 given\)$"),
+    (lambda s: kvalo.fit_polynomial(s), ValueError, r"'fit_polynomial' takes 2 arguments \(1 given\)$"),
+    (lambda s: kvalo.fit_linear(3), TypeError, NOT_SERIES),
+    (lambda s: kvalo.fit_polynomial(3, 99), TypeError, NOT_SERIES),
+    (lambda s: kvalo.fit_polynomial(s, 2.0), TypeError, "integer"),
+    (lambda s: kvalo.fit_polynomial(s, 3), ValueError, "too few different time stamps|Not enough samples"),
+    (lambda s: kvalo.fit_linear(series([], [])), ValueError, "^Not enough samples"),
+    (lambda s: kvalo.fit_linear(series([1], [1])), ValueError, "^Not enough samples"),
+    (lambda s: kvalo.fit_linear(series([1, 2], [1, 1])), ValueError, "time stamps are equal"),
+    (lambda s: kvalo.fit_exp(series([1, 0])), ValueError, "sample 1 is 0.*greater"),
+    (lambda s: kvalo.fit_exp(series([-1, 2])), ValueError, "sample 0 is -1"),
+    (lambda s: kvalo.fit_linear(series([1, math.nan])), ValueError, "value of sample 1"),
+    (lambda s: kvalo.fit_linear(series([1, 2], [0, math.inf])), ValueError, "stamp of sample 1"),
+    *[(lambda s, n=n: kvalo.fit_polynomial(s, n), ValueError, BAD) for n in (-1, 0, 1, 10, 2**64, -(2**70))],
 )
 def test_refusals(call, error, text):
     with pytest.raises(error, match=text):
-        call(kvalo.TimeSeries([0, 1, 1, 2], [1, 2, 3, 4]))
+        call(series([1, 2, 3, 4], [0, 1, 1, 2]))

@@ -1,18 +1,11 @@
 """kvalo.insight: what is printed, what is passed over, what is refused."""
 
-import os
-
 import kvalo
 import pytest
+from common import cases, opened, series, xs, ys
+from plugin_tools import log_text
 
 EVENTS = (9, 29, 49)
-
-
-def write(path, columns, n=60):
-    lines = [",".join(["t", *columns])]
-    lines += [",".join(str(v) for v in (i, *(signal(i) for signal in columns.values()))) for i in range(n)]
-    path.write_text("\n".join(lines) + "\n")
-    return kvalo.Container(path=str(path))
 
 
 @pytest.fixture
@@ -25,7 +18,9 @@ def pool(tmp_path):
         "constant": lambda i: 7,
         "once": lambda i: 9 if i == 8 else 0,
     }
-    return write(tmp_path / "flight.csv", columns)
+    lines = [",".join(["t", *columns])]
+    lines += [",".join(str(v) for v in (i, *(signal(i) for signal in columns.values()))) for i in range(60)]
+    return opened(tmp_path / "flight.csv", "\n".join([*lines, ""]))
 
 
 FINDINGS = [
@@ -42,15 +37,13 @@ def test_findings_in_order(pool, capfd):
     assert capfd.readouterr().out.splitlines() == [FINDINGS[0], FINDINGS[2]]
     kvalo.insight(pool.event, pool, 1)
     assert capfd.readouterr().out == ""
-    log = os.path.join(os.environ["KVALO_HOME"], "kvalo.log")
-    with open(log, encoding="utf-8") as lines:
-        assert any(f" 2 {FINDINGS[2]}\n" in line for line in lines)
+    assert f" 2 {FINDINGS[2]}\n" in log_text()
 
 
 def test_the_event_is_known_by_its_record(pool, capfd):
     """Copies and by-id objects of the event are the event; a series with equal samples is not."""
     pool.event.load()
-    equal = kvalo.TimeSeries(pool.event.xdata.to_list(), pool.event.ydata.to_list())
+    equal = series(ys(pool.event), xs(pool.event))
     for same in (kvalo.TimeSeries(pool.event), kvalo.TimeSeries(pool.event.id64, 0.0, 99.0)):
         kvalo.insight(same, pool)
         assert capfd.readouterr().out.splitlines() == FINDINGS
@@ -69,17 +62,15 @@ def test_what_cannot_be_loaded_is_passed_over_in_silence(pool, capfd):
     assert capfd.readouterr().out == ""
 
 
-@pytest.mark.parametrize(
-    ("arguments", "error", "text"),
-    [
-        (lambda pool: (1, 2), TypeError, "^'Event' must be a kvalo.TimeSeries object$"),
-        (lambda pool: (pool, pool), TypeError, "^'Event' must be a kvalo.TimeSeries object$"),
-        (lambda pool: (pool.event, pool.event), TypeError, "^'Pool' must be a kvalo.Container object$"),
-        (lambda pool: (pool.once, pool), Exception, "^There must be at least two rising edge moments in the"),
-        (lambda pool: (pool.constant, pool), Exception, "two rising edge moments"),
-        (lambda pool: (kvalo.TimeSeries(), pool), Exception, "is empty"),
-        (lambda pool: (pool.event,), TypeError, None),
-    ],
+@cases(
+    "arguments, error, text",
+    (lambda pool: (1, 2), TypeError, "^'Event' must be a kvalo.TimeSeries object$"),
+    (lambda pool: (pool, pool), TypeError, "^'Event' must be a kvalo.TimeSeries object$"),
+    (lambda pool: (pool.event, pool.event), TypeError, "^'Pool' must be a kvalo.Container object$"),
+    (lambda pool: (pool.once, pool), Exception, "^There must be at least two rising edge moments in the"),
+    (lambda pool: (pool.constant, pool), Exception, "two rising edge moments"),
+    (lambda pool: (kvalo.TimeSeries(), pool), Exception, "is empty"),
+    (lambda pool: (pool.event,), TypeError, None),
 )
 def test_refusals(pool, arguments, error, text):
     with pytest.raises(error, match=text) as raised:

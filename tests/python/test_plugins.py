@@ -4,27 +4,20 @@ import gc
 import json
 import shutil
 import struct
-import threading
+import sys
 
 import kvalo
 import numpy as np
 import pytest
-from conftest import run_script
-from plugin_tools import EXAMPLES, NASTY, ROOT, TEST_PLUGINS, calls, log_text, plugin_folder  # noqa: F401
-
-TABLE = "t,a\n0,1\n1,2\n2,3\n"
-
-
-def source(tmp_path, name="f.x", text=TABLE):
-    path = tmp_path / name
-    path.write_text(text)
-    return str(path)
+from common import cases, in_threads, refused, samples, write
+from conftest import ROOT, run_script
+from plugin_tools import EXAMPLES, NASTY, TEST_PLUGINS, calls, log_text, plugin_folder  # noqa: F401
 
 
 def opened(tmp_path, name="f.x", plugin=NASTY, **settings):
     for key, value in settings.items():
         kvalo.set_config(value, key)
-    return kvalo.Container(path=source(tmp_path, name), plugin=str(plugin))
+    return kvalo.Container(path=write(tmp_path / name), plugin=str(plugin))
 
 
 # ---- native plug-ins ----
@@ -35,9 +28,7 @@ def test_variables_and_samples(tmp_path):
     assert (len(c), list(c.__dict__)) == (5, ["a", "d", "fails"])
     assert c.a.b.get_full_name() == "a.b"
     for series, first in ((c.a.b, 50), (c["c"], 20), (c.d, 30)):
-        series.load()
-        assert list(series.xdata) == [0, 1, 2, 3]
-        assert list(series.ydata) == [first, first + 1, first + 2, first + 3]
+        assert samples(series) == ([0, 1, 2, 3], [first, first + 1, first + 2, first + 3])
     with pytest.raises(Exception, match="^'a' is not a valid parameter name for this file$"):
         c.a.load()
     with pytest.raises(Exception, match="^the long reason$"):
@@ -60,18 +51,16 @@ def test_begin_and_end_once_for_all_readers_of_a_path(tmp_path):
         assert calls() == ended
 
 
-@pytest.mark.parametrize(
-    ("word", "text"),
-    [
-        ("refuse", "^Error while loading file '.*' with plugin '.*': the long reason$"),
-        ("refuse_short_error", ": Error 7 during Initialize plugin call$"),
-        ("refuse_null_error", ": Error 7 during Initialize plugin call$"),
-        ("flood", "reports 4000000000 parameters; 1000000 are possible"),
-        ("null_name", "gives no name for parameter 2"),
-        ("empty_name", "a variable without a name"),
-        ("endless_name", "a variable name of more than 4096 bytes: 'xxx"),
-        ("deep_name", "more than 64 levels"),
-    ],
+@cases(
+    "word, text",
+    ("refuse", "^Error while loading file '.*' with plugin '.*': the long reason$"),
+    ("refuse_short_error", ": Error 7 during Initialize plugin call$"),
+    ("refuse_null_error", ": Error 7 during Initialize plugin call$"),
+    ("flood", "reports 4000000000 parameters; 1000000 are possible"),
+    ("null_name", "gives no name for parameter 2"),
+    ("empty_name", "a variable without a name"),
+    ("endless_name", "a variable name of more than 4096 bytes: 'xxx"),
+    ("deep_name", "more than 64 levels"),
 )
 def test_refused_while_scanning(tmp_path, word, text):
     calls()
@@ -81,35 +70,25 @@ def test_refused_while_scanning(tmp_path, word, text):
     assert calls() == [f"Initialize {word}", f"Terminate {word}"]
 
 
-@pytest.mark.parametrize(
-    ("word", "text"),
-    [
-        ("null_x", "reports 4 samples of 'd' but gives none"),
-        ("null_y", "reports 4 samples of 'd' but gives none"),
-        ("many", "reports 134217728 samples of 'd', which are not in memory"),
-        ("tera", "reports 1099511627776 samples of 'd', which are not in memory"),
-        ("countless", "reports 18446744073709551615 samples of 'd', which are not in memory"),
-        ("no_samples", "^X-Axis data is empty$"),
-    ],
+@cases(
+    "word, text",
+    ("null_x", "reports 4 samples of 'd' but gives none"),
+    ("null_y", "reports 4 samples of 'd' but gives none"),
+    ("many", "reports 134217728 samples of 'd', which are not in memory"),
+    ("tera", "reports 1099511627776 samples of 'd', which are not in memory"),
+    ("countless", "reports 18446744073709551615 samples of 'd', which are not in memory"),
+    ("no_samples", "^X-Axis data is empty$"),
+    ("short_error", "^Error 7 during Load plugin call$"),
 )
 def test_refused_while_loading(tmp_path, word, text):
     c = opened(tmp_path, word)
     with pytest.raises(Exception, match=text):
-        c.d.load()
-    with pytest.raises(Exception, match="the long reason"):
-        c.fails.load()
+        c["fails" if word == "short_error" else "d"].load()
 
 
-def test_short_errors_of_load_name_the_call(tmp_path):
-    with pytest.raises(Exception, match="^Error 7 during Load plugin call$"):
-        opened(tmp_path, "short_error").fails.load()
-
-
-@pytest.mark.parametrize(("word", "name"), [("odd_name", "café"), ("line_name", "line")])
+@cases("word, name", ("odd_name", "café"), ("line_name", "line"))
 def test_odd_names_can_be_loaded(tmp_path, word, name):
-    series = opened(tmp_path, word)[name]
-    series.load()
-    assert series.ydata[0] == 30
+    assert samples(opened(tmp_path, word)[name])[1][0] == 30
 
 
 def test_messages_of_three_characters_are_shown(tmp_path, capfd):
@@ -126,23 +105,18 @@ def test_settings_are_texts(tmp_path, capfd):
     assert capfd.readouterr().out == "settings:hello:5:\n"
 
 
-@pytest.mark.parametrize(
-    ("count", "text"), [("4000000000", "asks for 4000000000 settings"), ("3", "no key for")]
-)
+@cases("count, text", ("4000000000", "asks for 4000000000 settings"), ("3", "no key for"))
 def test_impossible_settings(tmp_path, monkeypatch, count, text):
     monkeypatch.setenv("NASTY_SETTINGS", count)
     with pytest.raises(Exception, match=text):
         opened(tmp_path)
 
 
-@pytest.mark.parametrize(
-    "name", ["GetConfigCount", "Initialize", "GetParameterName", "GetErrorMessage", "GetInfoMessage"]
-)
+@cases("name", "GetConfigCount", "Initialize", "GetParameterName", "GetErrorMessage", "GetInfoMessage")
 def test_missing_exports(tmp_path, name):
-    with pytest.raises(Exception, match=f": Could not load function '{name}'$"):
-        opened(
-            tmp_path, "refuse" if name == "GetErrorMessage" else "f.x", TEST_PLUGINS / f"without_{name}.so"
-        )
+    path = write(tmp_path / ("refuse" if name == "GetErrorMessage" else "f.x"))
+    plugin = str(TEST_PLUGINS / f"without_{name}.so")
+    refused(f": Could not load function '{name}'$", path=path, plugin=plugin)
 
 
 def test_exports_that_are_missed_later(tmp_path):
@@ -169,11 +143,8 @@ def test_named_plug_ins(tmp_path, plugin_folder, capfd):  # noqa: F811
         ("empty.py", "Plugin does not implement 'init'"),
         ("none.so", f"Plugin {tmp_path}/none.so not found"),
     ):
-        plugin = tmp_path / name
-        with pytest.raises(
-            Exception, match=f"^Error while loading file '.*' with plugin '{plugin}': {text}$"
-        ):
-            opened(tmp_path, plugin=plugin)
+        text = f"^Error while loading file '.*' with plugin '{tmp_path / name}': {text}$"
+        refused(text, path=write(tmp_path / "f.x"), plugin=str(tmp_path / name))
     shown = capfd.readouterr().out
     assert f"Plug-in '{tmp_path}/p.so' cannot be loaded: " in shown
     assert "SyntaxError" in shown
@@ -188,22 +159,11 @@ def test_named_plug_ins(tmp_path, plugin_folder, capfd):  # noqa: F811
 
 
 def test_loads_from_many_threads(tmp_path):
-    containers = [opened(tmp_path, f"{i}.x") for i in range(8)]
-    wrong = []
-
     def work(container):
         for _ in range(50):
-            series = kvalo.TimeSeries(container.d.id64, 0.0, 1.0)
-            series.load()
-            if list(series.ydata) != [30, 31, 32, 33]:
-                wrong.append(series)
+            assert samples(kvalo.TimeSeries(container.d.id64, 0.0, 1.0))[1] == [30, 31, 32, 33]
 
-    threads = [threading.Thread(target=work, args=(c,)) for c in containers]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    assert not wrong
+    in_threads(work, *(opened(tmp_path, f"{i}.x") for i in range(8)))
 
 
 # ---- plug-ins in Python ----
@@ -220,14 +180,7 @@ def terminate(path): log.append(("terminate", path))
 
 
 def python_plugin(tmp_path, extra="", name="p.py"):
-    (tmp_path / name).write_text(GOOD + extra)
-    return str(tmp_path / name)
-
-
-def module_of(plugin):
-    import sys
-
-    return next(m for m in sys.modules.values() if getattr(m, "__file__", None) == plugin)
+    return write(tmp_path / name, GOOD + extra)
 
 
 def test_python_plug_in(tmp_path):
@@ -235,11 +188,10 @@ def test_python_plug_in(tmp_path):
     plugin = python_plugin(tmp_path)
     c, second = (opened(tmp_path, plugin=plugin) for _ in range(2))
     path = str(tmp_path / "f.x")
-    log = module_of(plugin).log
+    log = next(m for m in sys.modules.values() if getattr(m, "__file__", None) == plugin).log
     assert list(c.__dict__) == ["a", "d"]
     assert log == [("init", path, ["hello", "empty"])]
-    c.a.c.load()
-    assert list(c["a.c"].ydata) == [5, 6, 3]
+    assert samples(c.a.c) == ([0, 1, 2], [5, 6, 3])
     del c
     gc.collect()
     second.d.load()
@@ -258,23 +210,20 @@ BAD_SCANS = [
         "def config_keys(): return [1]",
         "API function 'config_keys' must return a list of str; item 0 is a 'int'",
     ),
-    ("def init(path, values): return 'ok'", "API function 'init' must return an integer"),
     ("def init(path, values): return None", "API function 'init' must return an integer"),
     ("def init(path, values): return -3", "API function 'init' returned error code -3"),
     ("def init(path, values): return 10**30", f"API function 'init' returned error code {10**30}"),
     ("def init(path, values): raise ValueError('my own words')", "ValueError: my own words"),
     ("def list_names(path): return 'ab'", "API function 'list_names' must return a list"),
-    ("def list_names(path): raise KeyError('x')", "API function 'list_names' has returned null"),
     ("def list_names(path): return ['']", "The source has a variable without a name"),
     (r"def list_names(path): return ['\udc80']", "UnicodeEncodeError: .*"),
 ]
 
 
-@pytest.mark.parametrize(("extra", "text"), BAD_SCANS)
+@cases("extra, text", *BAD_SCANS)
 def test_python_scans_that_fail(tmp_path, extra, text):
-    plugin = python_plugin(tmp_path, extra)
-    with pytest.raises(Exception, match=f"^Error while loading file '.*' with plugin '.*': {text}$"):
-        opened(tmp_path, plugin=plugin)
+    text = f"^Error while loading file '.*' with plugin '.*': {text}$"
+    refused(text, path=write(tmp_path / "f.x"), plugin=python_plugin(tmp_path, extra))
 
 
 def test_null_results_report_the_plug_ins_own_error(tmp_path, capfd):
@@ -288,19 +237,17 @@ EMPTY = r"Both lists must not be empty \(x-axis has {} elements, y-axis has {} e
 UNLIKE = r"Lists sizes do not match \(x-axis has {} elements, y-axis has {} elements\)"
 
 
-@pytest.mark.parametrize(
-    ("result", "text"),
-    [
-        ("([], [])", EMPTY.format(0, 0)),
-        ("([1], [])", EMPTY.format(1, 0)),
-        ("([0, 1, 2], [5, 6])", UNLIKE.format(3, 2)),
-        ("([0, 1], [5, 'six'])", "The y-axis has an element that is not a number: TypeError: .*"),
-        ("([0, 10**400], [5, 6])", "The x-axis has an element that is not a number: OverflowError: .*"),
-        ("None", "API function 'load' must return a tuple of two lists"),
-        ("([1], 5)", "API function 'load' must return two lists; the y-axis is a 'int'"),
-        ("1 / 0", "ZeroDivisionError: division by zero"),
-        ("kvalo.find('^d$').load() or ([], [])", "Exception: '.*' is being read already: .*"),
-    ],
+@cases(
+    "result, text",
+    ("([], [])", EMPTY.format(0, 0)),
+    ("([1], [])", EMPTY.format(1, 0)),
+    ("([0, 1, 2], [5, 6])", UNLIKE.format(3, 2)),
+    ("([0, 1], [5, 'six'])", "The y-axis has an element that is not a number: TypeError: .*"),
+    ("([0, 10**400], [5, 6])", "The x-axis has an element that is not a number: OverflowError: .*"),
+    ("None", "API function 'load' must return a tuple of two lists"),
+    ("([1], 5)", "API function 'load' must return two lists; the y-axis is a 'int'"),
+    ("1 / 0", "ZeroDivisionError: division by zero"),
+    ("kvalo.find('^d$').load() or ([], [])", "Exception: '.*' is being read already: .*"),
 )
 def test_python_loads_that_fail(tmp_path, result, text):
     c = opened(tmp_path, plugin=python_plugin(tmp_path, f"def load(path, name): return {result}"))
@@ -310,20 +257,19 @@ def test_python_loads_that_fail(tmp_path, result, text):
         opened(tmp_path, "g.x", python_plugin(tmp_path, "del load", "q.py")).d.load()
 
 
-@pytest.mark.parametrize("kind", ["numpy.arange(3.0)", "(0, 1, 2)", "kvalo.Array([0, 1, 2])", "range(3)",
-                                  "numpy.arange(6.0)[::2] / 2", "numpy.arange(3)"])  # fmt: skip
+ARANGES = ("numpy.arange(3.0)", "numpy.arange(3)", "numpy.arange(6.0)[::2] / 2")
+
+
+@cases("kind", *ARANGES, "(0, 1, 2)", "range(3)", "kvalo.Array([0, 1, 2])")
 def test_python_loads_from_other_sequences(tmp_path, kind):
     extra = f"import numpy\ndef load(path, name): return {kind}, [1, 2, 3]"
-    c = opened(tmp_path, plugin=python_plugin(tmp_path, extra))
-    c.d.load()
-    assert list(c.d.xdata) == [0, 1, 2]
+    assert samples(opened(tmp_path, plugin=python_plugin(tmp_path, extra)).d) == ([0, 1, 2], [1, 2, 3])
 
 
 def test_python_plug_ins_get_their_own_names(tmp_path):
     c = opened(tmp_path, plugin=python_plugin(tmp_path, "def list_names(path): return ['end.', '.x', 'd']"))
     for name, length in (("end", 4), ("x", 2), ("d", 1)):
-        c[name].load()
-        assert c[name].ydata[2] == length
+        assert samples(c[name])[1][2] == length
 
 
 def test_ctrl_c_in_a_python_plug_in_ends_the_script(tmp_path):
@@ -341,8 +287,6 @@ def test_missing_terminate_is_logged(tmp_path):
 
 
 def test_python_modules_stay_apart_and_follow_their_files(tmp_path):
-    import sys
-
     before = list(sys.path)
     (tmp_path / "helper_of_p.py").write_text("value = 7")
     plugin = python_plugin(tmp_path, "import helper_of_p, json\nassert json.dumps", "json.py")
@@ -356,9 +300,7 @@ def test_python_modules_stay_apart_and_follow_their_files(tmp_path):
 
 
 def test_a_python_plug_in_may_wrap_a_built_in_reader(tmp_path, plugin_folder):  # noqa: F811
-    (plugin_folder / "wrap.py").write_text(
-        GOOD
-        + """
+    extra = """
 def is_compatible(path): return path.endswith(".csv")
 def list_names(path): return ["doubled"]
 def load(path, name):
@@ -366,10 +308,8 @@ def load(path, name):
     series.load()
     return series.xdata, [2 * v for v in series.ydata]
 """
-    )
-    c = kvalo.Container(path=source(tmp_path, "f.csv"))
-    c.doubled.load()
-    assert list(c.doubled.ydata) == [2, 4, 6]
+    python_plugin(plugin_folder, extra, "wrap.py")
+    assert samples(kvalo.Container(path=write(tmp_path / "f.csv")).doubled)[1] == [2, 4, 6]
 
 
 # ---- which plug-in serves ----
@@ -378,18 +318,16 @@ def load(path, name):
 def test_order_of_the_rules(tmp_path, plugin_folder):  # noqa: F811
     (plugin_folder / "broken.so").write_text("no library")
     (plugin_folder / "broken.py").write_text("1 / 0")
-    (plugin_folder / "a_silent.py").write_text(GOOD)
-    (plugin_folder / "b_failing.py").write_text(GOOD + "def is_compatible(path): 1 / 0")
+    python_plugin(plugin_folder, name="a_silent.py")
+    python_plugin(plugin_folder, "def is_compatible(path): 1 / 0", "b_failing.py")
     shutil.copy(NASTY, plugin_folder / "z.so")
     shutil.copy(TEST_PLUGINS / "throwing.so", plugin_folder / "throwing.so")
     for name in ("d", "c"):
-        compatible = (
-            f"def list_names(path): return ['{name}']\ndef is_compatible(path): return '.mine' in path"
-        )
-        (plugin_folder / f"{name}.py").write_text(GOOD + compatible)
+        extra = f"def list_names(path): return ['{name}']\ndef is_compatible(path): return '.mine' in path"
+        python_plugin(plugin_folder, extra, f"{name}.py")
 
     def names(file):
-        return list(kvalo.Container(path=source(tmp_path, file)).__dict__)
+        return list(kvalo.Container(path=write(tmp_path / file)).__dict__)
 
     assert names("f.csv") == ["a"]
     assert names("f.mine.zip") == ["c"]
@@ -415,44 +353,31 @@ def tracks(channels, rate=10.0):
 def test_example_of_a_native_plug_in(tmp_path, plugin_folder):  # noqa: F811
     shutil.copy(EXAMPLES / "tracks.so", plugin_folder)
     whole = tracks({"motor.speed": [1, 2, 3], "motor.load": [4, 5, 6]})
-    (tmp_path / "f.trk").write_bytes(whole)
-    c = kvalo.Container(path=str(tmp_path / "f.trk"))
-    c.motor["load"].load()
-    assert list(c.motor["load"].xdata) == [0, 0.1, 0.2]
-    assert list(c.motor["load"].ydata) == [4, 5, 6]
+    c = kvalo.Container(path=write(tmp_path / "f.trk", whole))
+    assert samples(c.motor["load"]) == ([0, 0.1, 0.2], [4, 5, 6])
     for cut in (0, 3, 19, 50, len(whole) - 1):
-        (tmp_path / "cut.trk").write_bytes(whole[:cut])
-        with pytest.raises(Exception, match="no track file|shorter than its header says"):
-            kvalo.Container(path=str(tmp_path / "cut.trk"))
+        path = write(tmp_path / "cut.trk", whole[:cut])
+        refused("no track file|shorter than its header says", path=path)
 
 
 def test_example_of_a_python_plug_in(tmp_path):
     lines = '{"t": 0, "engine": {"rpm": 900}, "speed": 0}\n{"t": 0.5, "engine": {"rpm": 950, "temp": 20.5}}\n'
-    plugin = ROOT / "examples" / "plugins" / "jsonlines.py"
-    c = kvalo.Container(path=source(tmp_path, "f.jsonl", lines), plugin=str(plugin))
-    c.engine.rpm.load()
-    assert list(c.engine.rpm.xdata) == [0, 0.5]
-    assert list(c.engine.rpm.ydata) == [900, 950]
+    plugin = str(ROOT / "examples" / "plugins" / "jsonlines.py")
+    c = kvalo.Container(path=write(tmp_path / "f.jsonl", lines), plugin=plugin)
+    assert samples(c.engine.rpm) == ([0, 0.5], [900, 950])
     with pytest.raises(Exception, match="engine is a group"):
         c.engine.load()
-    with pytest.raises(Exception, match=": ValueError: line 1 of .* cannot be used"):
-        kvalo.Container(path=source(tmp_path, "g.jsonl", "{}"), plugin=str(plugin))
+    path = write(tmp_path / "g.jsonl", "{}")
+    refused(": ValueError: line 1 of .* cannot be used", path=path, plugin=plugin)
 
 
 # ---- the end of the process ----
 
-ENDS = {
-    "names": "c = kvalo.Container(path=sys.argv[1], plugin=sys.argv[2])",
-    "kept in a cycle": "c = kvalo.Container(path=sys.argv[1], plugin=sys.argv[2]); keep = [c]; keep.append(keep)",
-    "kept elsewhere": "sys.keep = kvalo.Container(path=sys.argv[1], plugin=sys.argv[2])",
-    "leaving early": "c = kvalo.Container(path=sys.argv[1], plugin=sys.argv[2]); sys.exit(0)",
-}
 
-
-@pytest.mark.parametrize("code", ENDS.values(), ids=ENDS)
-def test_plug_ins_end_with_the_process(tmp_path, code):
-    path = source(tmp_path)
+@cases("end", "", "keep = [c]; keep.append(keep)", "sys.keep = c", "sys.exit(0)")
+def test_plug_ins_end_with_the_process(tmp_path, end):
+    code = f"import sys, kvalo\nc = kvalo.Container(path=sys.argv[1], plugin=sys.argv[2])\n{end}"
     python = python_plugin(tmp_path, "def terminate(path): print('Terminate')")
     for plugin in (str(NASTY), python):
-        done = run_script(f"import sys, kvalo; {code}", path, plugin, NASTY_PRINTS="1")
+        done = run_script(code, write(tmp_path / "f.x"), plugin, NASTY_PRINTS="1")
         assert (done.returncode, done.stdout.count("Terminate")) == (0, 1), done.stderr

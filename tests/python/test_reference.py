@@ -50,14 +50,10 @@ def test_every_function_has_a_section():
 
 @pytest.mark.parametrize(("type_name", "page"), PAGE_OF_TYPE.items())
 def test_every_method_has_a_section(type_name, page):
-    methods = {
-        name
-        for name in public(dir(getattr(kvalo, type_name)))
-        if callable(getattr(getattr(kvalo, type_name), name))
-    }
+    of_type = getattr(kvalo, type_name)
+    methods = {name for name in public(dir(of_type)) if callable(getattr(of_type, name))}
     assert methods <= headings(page)
-    members = public(dir(getattr(kvalo, type_name))) - methods
-    assert all(f"`{name}`" in PAGES[page] for name in members)
+    assert all(f"`{name}`" in PAGES[page] for name in public(dir(of_type)) - methods)
 
 
 def test_links_lead_somewhere():
@@ -69,10 +65,8 @@ def test_links_lead_somewhere():
             target = (REFERENCE / page).resolve() if page else REFERENCE / name
             assert target.is_file(), f"{name}: {page}"
             if heading and target.name in PAGES:
-                slugs = [
-                    re.sub(r"[^\w -]", "", h).lower().replace(" ", "-")
-                    for h in re.findall(r"^#+ (.*)$", PAGES[target.name], re.MULTILINE)
-                ]
+                titles = re.findall(r"^#+ (.*)$", PAGES[target.name], re.MULTILINE)
+                slugs = [re.sub(r"[^\w -]", "", title).lower().replace(" ", "-") for title in titles]
                 assert heading in slugs, f"{name}: {page}#{heading}"
 
 

@@ -6,21 +6,19 @@ import kvalo
 import numpy as np
 import pytest
 import scipy.fft
+from common import cases, series
 from hypothesis import given
 from hypothesis import strategies as st
 
 INF, NAN = math.inf, math.nan
-
-
-def series_of(x, y):
-    return kvalo.TimeSeries(np.asarray(x, float).tolist(), np.asarray(y, float).tolist())
+NO_HEATMAP = "^It was not possible to compute the heatmap with selected range$"
 
 
 # Odd, even, prime, twice a prime, and lengths on both sides of those done on several threads.
-@pytest.mark.parametrize("n", [3, 4, 5, 6, 7, 16, 997, 1024, 2018, 3027, 10007, 32768, 40014, 65537, 131075])
+@cases("n", 3, 4, 5, 6, 7, 16, 997, 1024, 2018, 3027, 10007, 32768, 40014, 65537, 131075)
 def test_spectrum_against_scipy(n):
     y = np.random.default_rng(n).normal(3, 2, n)
-    frequencies, values = map(np.array, kvalo.fftdata(series_of(1.7e9 + np.arange(n) / 128, y)))
+    frequencies, values = map(np.array, kvalo.fftdata(series(y, 1.7e9 + np.arange(n) / 128)))
     peer = 2 * np.abs(scipy.fft.rfft(y)) / n
     peer[0] /= 2
     if n % 2 == 0:
@@ -31,7 +29,7 @@ def test_spectrum_against_scipy(n):
 
 def test_a_sine_shows_its_amplitude_within_the_selected_times():
     t = np.arange(400) / 100
-    s = series_of(t, np.where(t < 1, 50, 5 + 3 * np.sin(2 * np.pi * 10 * t)))
+    s = series(np.where(t < 1, 50, 5 + 3 * np.sin(2 * np.pi * 10 * t)), t)
     frequencies, values = kvalo.fftdata(s, ini=1, end=1.995)
     assert len(values) == len(frequencies) == 51
     assert all(type(v) is float for v in frequencies + values)
@@ -41,15 +39,15 @@ def test_a_sine_shows_its_amplitude_within_the_selected_times():
     assert max(v for k, v in enumerate(values) if k not in (0, 10)) < 1e-12
 
 
-@pytest.mark.parametrize("scale", [1e300, 1e-300, 5e-324])
+@cases("scale", 1e300, 1e-300, 5e-324)
 def test_spectrum_at_the_ends_of_the_range_of_a_double(scale):
-    values = kvalo.fftdata(series_of(range(4), [scale, scale, scale, scale]))[1]
+    values = kvalo.fftdata(series([scale, scale, scale, scale]))[1]
     assert values == (scale, 0, 0)
 
 
 def test_a_pause_does_not_change_the_sampling_period():
     t = np.concatenate([np.arange(100) / 10, 500 + np.arange(100) / 10])
-    assert kvalo.fftdata(series_of(t, t))[0][-1] == pytest.approx(5)
+    assert kvalo.fftdata(series(t, t))[0][-1] == pytest.approx(5)
 
 
 samples = st.lists(st.floats(-1e9, 1e9) | st.sampled_from([0.0, 0.1, 0.3, 1.0, NAN]), min_size=3)
@@ -58,7 +56,7 @@ samples = st.lists(st.floats(-1e9, 1e9) | st.sampled_from([0.0, 0.1, 0.3, 1.0, N
 @given(samples.filter(lambda v: not all(map(math.isnan, v))), st.integers(3, 40))
 def test_histogram_against_numpy(values, bins):
     clean = np.array([v for v in values if v == v])
-    s = series_of(range(len(values)), values)
+    s = series(values)
     try:
         counts, edges = np.histogram(clean, bins)
     except ValueError:
@@ -74,13 +72,18 @@ def test_histogram_against_numpy(values, bins):
 def test_long_histogram_and_samples_at_the_edges():
     y = np.random.default_rng(5).integers(0, 701, 300_001) / 7
     for bins in (7, 70, 700, 701):
-        found = [count for _, count in kvalo.histdata(series_of(range(len(y)), y), nbins=bins)]
+        found = [count for _, count in kvalo.histdata(series(y), nbins=bins)]
         assert found == np.histogram(y, bins)[0].tolist()
 
 
-@pytest.mark.parametrize(("nbins", "bins"), [(0, 3), (1, 3), (2, 3), (3, 3), (8, 8), (100_000, 100_000)])
+def test_stamps_that_stand_still_have_no_spectrum():
+    with pytest.raises(ValueError, match="do not ascend"):
+        kvalo.fftdata(series([1, 2, 3, 4], [1, 1, 1, 1]))
+
+
+@cases("nbins, bins", (0, 3), (1, 3), (2, 3), (3, 3), (8, 8), (100_000, 100_000))
 def test_number_of_bins(nbins, bins):
-    assert len(kvalo.histdata(series_of(range(4), [0, 1, 2, 3]), nbins=nbins)) == bins
+    assert len(kvalo.histdata(series([0, 1, 2, 3]), nbins=nbins)) == bins
 
 
 def hold_pairs(tx, x, ty, y):
@@ -99,11 +102,9 @@ def test_heatmap_against_numpy(tx, ty, data):
     x = data.draw(st.lists(cells, min_size=len(tx), max_size=len(tx)))
     y = data.draw(st.lists(cells, min_size=len(ty), max_size=len(ty)))
     pairs = hold_pairs(tx, x, ty, y)
-    sx, sy = series_of(tx, x), series_of(ty, y)
+    sx, sy = series(x, tx), series(y, ty)
     if not pairs:
-        with pytest.raises(
-            ValueError, match="^It was not possible to compute the heatmap with selected range$"
-        ):
+        with pytest.raises(ValueError, match=NO_HEATMAP):
             kvalo.heatmapdata(sx, sy)
         return
     peer, columns, rows = np.histogram2d(*zip(*pairs, strict=True), bins=(4, 6))
@@ -121,12 +122,12 @@ def test_heatmap_shape_and_seams_between_threads():
     x, y = random.normal(size=n), random.normal(size=len(ty))
     at = np.searchsorted(ty, tx, side="right") - 1
     peer = np.histogram2d(x[at >= 0], y[at[at >= 0]], (3, 1000))[0]
-    matrix, columns, rows = kvalo.heatmapdata(series_of(tx, x), series_of(ty, y), cols=1, rows=5000)
+    matrix, columns, rows = kvalo.heatmapdata(series(x, tx), series(y, ty), cols=1, rows=5000)
     assert (len(matrix), len(matrix[0]), len(columns), len(rows)) == (1000, 3, 3, 1000)
     assert np.array_equal(np.array(matrix).T, peer)
 
 
-THREE = series_of([0, 1, 2], [1, 2, 4])
+THREE = series([1, 2, 4], [0, 1, 2])
 CALLS = {
     "FFT": kvalo.fftdata,
     "histogram": kvalo.histdata,
@@ -134,7 +135,7 @@ CALLS = {
 }
 
 
-@pytest.mark.parametrize("chart", CALLS)
+@cases("chart", *CALLS)
 def test_ranges(chart):
     call = CALLS[chart]
     call(THREE)
@@ -144,8 +145,8 @@ def test_ranges(chart):
         (THREE, 0, 1.5),
         (THREE, 5, 9),
         (THREE, -9, -5),
-        (series_of([], []), 0, 1),
-        (series_of([2, 1, 0], [1, 2, 3]), 1.5, 1.75),
+        (series([], []), 0, 1),
+        (series([1, 2, 3], [2, 1, 0]), 1.5, 1.75),
     ]:
         with pytest.raises(ValueError, match=few):
             call(s, ini=ini, end=end)
@@ -156,26 +157,19 @@ def test_ranges(chart):
         call(3)
 
 
-@pytest.mark.parametrize(
-    ("call", "values", "text"),
-    [
-        (kvalo.fftdata, [1, NAN, 2], "not finite"),
-        (kvalo.fftdata, [1, INF, 2], "not finite"),
-        (kvalo.histdata, [NAN] * 3, "NaN"),
-        (kvalo.histdata, [1, -INF, 2], "infinite"),
-        (kvalo.histdata, [-1.7e308, 0, 1.7e308], "too far apart"),
-        (kvalo.histdata, [0, 0, 5e-324], "no room"),
-        (lambda s: kvalo.histdata(s, nbins=-1), [1, 2, 3], "must not be negative"),
-        (lambda s: kvalo.histdata(s, nbins=2**31 - 1), [1, 2, 3], "between 1 and 1000000"),
-        (CALLS["heatmap"], [NAN] * 3, "^It was not possible to compute the heatmap with selected range$"),
-        (CALLS["heatmap"], [1, INF, 2], "infinite"),
-    ],
+@cases(
+    "call, values, text",
+    (kvalo.fftdata, [1, NAN, 2], "not finite"),
+    (kvalo.fftdata, [1, INF, 2], "not finite"),
+    (kvalo.histdata, [NAN] * 3, "NaN"),
+    (kvalo.histdata, [1, -INF, 2], "infinite"),
+    (kvalo.histdata, [-1.7e308, 0, 1.7e308], "too far apart"),
+    (kvalo.histdata, [0, 0, 5e-324], "no room"),
+    (lambda s: kvalo.histdata(s, nbins=-1), [1, 2, 3], "must not be negative"),
+    (lambda s: kvalo.histdata(s, nbins=2**31 - 1), [1, 2, 3], "between 1 and 1000000"),
+    (CALLS["heatmap"], [NAN] * 3, NO_HEATMAP),
+    (CALLS["heatmap"], [1, INF, 2], "infinite"),
 )
 def test_values_that_cannot_be_used(call, values, text):
     with pytest.raises(ValueError, match=text):
-        call(series_of(range(3), values))
-
-
-def test_stamps_that_stand_still_have_no_spectrum():
-    with pytest.raises(ValueError, match="do not ascend"):
-        kvalo.fftdata(series_of([1, 1, 1, 1], [1, 2, 3, 4]))
+        call(series(values))

@@ -5,7 +5,8 @@ import re
 import kvalo
 import numpy as np
 import pytest
-import sample_flight
+from common import opened, write
+from common import samples as loaded
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 
@@ -47,38 +48,28 @@ def read_plainly(path):
     return variables
 
 
-def groups(container):
-    """Message name -> field name -> series."""
-    found = {}
-    for name, series in vars(container).items():
-        members = {k: v for k, v in vars(series).items() if isinstance(v, kvalo.TimeSeries)}
-        if members:
-            found[name] = members
-    return found
+def fields(container):
+    """Full name -> series of every field."""
+    return {
+        f"{message}.{name}": field
+        for message, series in vars(container).items()
+        for name, field in vars(series).items()
+        if isinstance(field, kvalo.TimeSeries)
+    }
 
 
 def samples(series):
     try:
-        series.load()
+        return loaded(series)
     except Exception as error:
         if "empty" not in str(error):
             raise
         return [], []
-    return np.asarray(series.xdata), np.asarray(series.ydata)
-
-
-@pytest.fixture(scope="module")
-def flight(tmp_path_factory):
-    return sample_flight.write_flight(tmp_path_factory.mktemp("flight"), minutes=5, forms=("bin", "log"))
 
 
 def test_a_flight_reads_as_its_words_say(flight):
     expected = read_plainly(flight["log"])
-    found = {
-        f"{group}.{field}": series
-        for group, members in groups(kvalo.Container(path=str(flight["log"]))).items()
-        for field, series in members.items()
-    }
+    found = fields(kvalo.Container(path=str(flight["log"])))
     assert set(found) == set(expected)
     for name, series in found.items():
         x, y = samples(series)
@@ -87,14 +78,14 @@ def test_a_flight_reads_as_its_words_say(flight):
 
 
 def test_text_and_binary_log_of_one_flight_agree(flight):
-    text, binary = (groups(kvalo.Container(path=str(flight[form]))) for form in ("log", "bin"))
-    assert {k: set(v) for k, v in text.items()} == {k: set(v) for k, v in binary.items()}
+    text, binary = (fields(kvalo.Container(path=str(flight[form]))) for form in ("log", "bin"))
+    assert set(text) == set(binary)
     compared = 0
-    for name in ("ATT", "RATE", "CTUN", "BARO", "BAT", "GPS"):
-        for field in text[name]:
-            (tx, ty), (bx, by) = samples(text[name][field]), samples(binary[name][field])
-            assert np.array_equal(tx, bx), (name, field)
-            assert np.allclose(ty, by, rtol=1e-6, atol=0), (name, field)
+    for name in text:
+        if name.split(".")[0] in ("ATT", "RATE", "CTUN", "BARO", "BAT", "GPS"):
+            (tx, ty), (bx, by) = samples(text[name]), samples(binary[name])
+            assert tx == bx, name
+            assert np.allclose(ty, by, rtol=1e-6, atol=0), name
             compared += len(tx)
     assert compared > 100_000
 
@@ -108,34 +99,29 @@ ROWS = st.lists(
 @settings(max_examples=60, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
 @given(rows=ROWS, end=st.sampled_from(["\n", "\r\n"]))
 def test_any_lines_read_as_their_words_say(tmp_path, rows, end):
-    path = tmp_path / "any.log"
     head = ["FMT, 1, 9, A, QBd, TimeUS,b,d", "FMT, 2, 9, AB, BQ, v,Time", "FMT, 3, 9, B, BIB, v,TimeMS,w"]
-    path.write_bytes("".join(line + end for line in [*head, *(", ".join([m, *w]) for m, w in rows)]).encode())
+    lines = [*head, *(", ".join([message, *words]) for message, words in rows)]
+    found = fields(opened(tmp_path / "any.log", end.join([*lines, ""])))
     plain = tmp_path / "plain.log"
-    plain.write_bytes(path.read_bytes().replace(b"\r", b""))
-    container = groups(kvalo.Container(path=str(path)))
+    write(plain, "\n".join([*lines, ""]))
     for name, (x, y) in read_plainly(plain).items():
-        got = samples(container[name.split(".")[0]][name.split(".")[1]])
+        got = samples(found[name])
         assert np.array_equal(got[0], x, equal_nan=True), name
         assert np.array_equal(got[1], y, equal_nan=True), name
 
 
 def test_a_log_being_recorded_grows_between_loads(tmp_path):
     path = tmp_path / "growing.log"
-    path.write_text("FMT, 1, 9, ATT, QB, TimeUS,Roll\nATT, 0, 1\nATT, 1000000, 2\nATT, 20")
-    series = kvalo.Container(path=str(path)).ATT.Roll
-    assert samples(series)[1].tolist() == [1, 2]
+    series = opened(path, "FMT, 1, 9, ATT, QB, TimeUS,Roll\nATT, 0, 1\nATT, 1000000, 2\nATT, 20").ATT.Roll
+    assert samples(series) == ([0, 1], [1, 2])
     with path.open("a") as file:
         file.write("00000, 3\n")
-    series = kvalo.Container(path=str(path)).ATT.Roll
-    assert samples(series)[0].tolist() == [0, 1, 2]
-    assert samples(series)[1].tolist() == [1, 2, 3]
+    assert samples(kvalo.Container(path=str(path)).ATT.Roll) == ([0, 1, 2], [1, 2, 3])
 
 
 def test_the_head_decides_and_the_group_itself_holds_nothing(tmp_path):
-    path = tmp_path / "head.log"
-    path.write_text("FMT, 1, 9, ATT, QB, TimeUS,Roll\nATT, 0, 1\nFMT, 2, 9, NEW, QB, TimeUS,a\nNEW, 1, 2\n")
-    container = kvalo.Container(path=str(path))
-    assert set(groups(container)) == {"ATT"}
+    text = "FMT, 1, 9, ATT, QB, TimeUS,Roll\nATT, 0, 1\nFMT, 2, 9, NEW, QB, TimeUS,a\nNEW, 1, 2\n"
+    container = opened(tmp_path / "head.log", text)
+    assert set(fields(container)) == {"ATT.Roll"}
     with pytest.raises(Exception, match="'ATT' has no samples of its own"):
         container.ATT.load()

@@ -5,6 +5,7 @@ import math
 
 import kvalo
 import pytest
+from common import cases
 from hypothesis import given
 from hypothesis import strategies as st
 
@@ -34,7 +35,7 @@ def series(*y):
     return kvalo.TimeSeries([0.5 * i for i in range(len(y))], list(y))
 
 
-@pytest.mark.parametrize(("kind", "a", "b"), PAIRS)
+@cases("kind, a, b", *PAIRS)
 def test_every_pair_is_what_physics_says(kind, a, b):
     inputs = [-40.0, 0.0, 36.0, 1234.5]
     converted = kvalo.convert(series(*inputs), a, b)
@@ -44,22 +45,20 @@ def test_every_pair_is_what_physics_says(kind, a, b):
     assert converted.xdata.to_list() == [0.0, 0.5, 1.0, 1.5]
 
 
-@pytest.mark.parametrize(
-    ("a", "b", "x", "result"),
-    [
-        ("c", "f", 100.0, 212.0),
-        ("fahrenheit", "kelvin", 32.0, 273.15),
-        ("foot", "km", 1000.0, 1000.0 * 0.0003047999902464003),  # agreed constants, not the exact ones
-        ("lb", "kg", 3.0, 3.0 * 0.4535923699997481),
-        ("kelvin", "f", 0.1, (0.1 - 273.15) * 1.8 + 32),
-        ("knots", "M/S", 7.0, 7.0 * 0.5144456333854638),
-    ],
+@cases(
+    "a, b, x, result",
+    ("c", "f", 100.0, 212.0),
+    ("fahrenheit", "kelvin", 32.0, 273.15),
+    ("foot", "km", 1000.0, 1000.0 * 0.0003047999902464003),  # agreed constants, not the exact ones
+    ("lb", "kg", 3.0, 3.0 * 0.4535923699997481),
+    ("kelvin", "f", 0.1, (0.1 - 273.15) * 1.8 + 32),
+    ("knots", "M/S", 7.0, 7.0 * 0.5144456333854638),
 )
 def test_constants_and_order_of_operations(a, b, x, result):
     assert kvalo.convert(series(x), a, b)[0][1] == result
 
 
-@pytest.mark.parametrize("aliases", ALIASES)
+@cases("aliases", *ALIASES)
 def test_aliases_name_one_unit(aliases):
     first, *others = aliases.split()
     for alias in (first, *(other.replace("_", " ").upper() for other in others)):
@@ -73,25 +72,16 @@ def test_kinds_do_not_mix():
             kvalo.convert(series(1), a, b)
 
 
-def test_the_result_has_a_name():
-    speed = series(36.0)
-    result = kvalo.convert(speed, "KM/H", "m/s")
-    assert result.get_script() == f"kvalo.convert({speed.get_script()}, KM/H, m/s)"
-    assert result[0][1] == pytest.approx(10)
-
-
-@pytest.mark.parametrize(
-    ("arguments", "error", "text"),
-    [
-        ((1, "yard", "furlong"), ValueError, "^Unknown unit 'yard'$"),  # units before the series
-        ((1, "m", "Yard"), ValueError, "^Unknown unit 'Yard'$"),
-        ((1, " m", "km"), ValueError, "^Unknown unit ' m'$"),
-        ((1, "", "km"), ValueError, "^Unknown unit ''$"),
-        ((1, "m", "km"), TypeError, "^Argument must be a kvalo.TimeSeries object$"),
-        ((1, "m"), TypeError, None),
-        ((1, "m", 3), TypeError, None),
-        ((1, "m\0", "km"), ValueError, "null character"),
-    ],
+@cases(
+    "arguments, error, text",
+    ((1, "yard", "furlong"), ValueError, "^Unknown unit 'yard'$"),  # units before the series
+    ((1, "m", "Yard"), ValueError, "^Unknown unit 'Yard'$"),
+    ((1, " m", "km"), ValueError, "^Unknown unit ' m'$"),
+    ((1, "", "km"), ValueError, "^Unknown unit ''$"),
+    ((1, "m", "km"), TypeError, "^Argument must be a kvalo.TimeSeries object$"),
+    ((1, "m"), TypeError, None),
+    ((1, "m", 3), TypeError, None),
+    ((1, "m\0", "km"), ValueError, "null character"),
 )
 def test_refusals(arguments, error, text):
     with pytest.raises(error, match=text):

@@ -8,6 +8,7 @@ from pathlib import Path
 import kvalo
 import numpy as np
 import pytest
+from common import opened, refused, samples, write
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 
@@ -15,9 +16,7 @@ TYPES = {1: np.uint8, 2: np.int16, 4: np.int32}
 
 
 def channel(container, k):
-    series = container[f"channel{k + 1}"]
-    series.load()
-    return np.asarray(series.xdata), np.asarray(series.ydata)
+    return samples(container[f"channel{k + 1}"])
 
 
 def agrees_with_wave(path):
@@ -34,6 +33,13 @@ def agrees_with_wave(path):
     return frames
 
 
+def wav(width, channels, rate, data):
+    block = channels * width
+    form = struct.pack("<IHHIIHH", 16, 1, channels, rate, rate * block % 2**32, block, 8 * width)
+    size, length = struct.pack("<I", 36 + len(data)), struct.pack("<I", len(data))
+    return b"RIFF" + size + b"WAVEfmt " + form + b"data" + length + data
+
+
 @settings(max_examples=40, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
 @given(
     width=st.sampled_from([1, 2, 4]),
@@ -43,16 +49,8 @@ def agrees_with_wave(path):
     seed=st.integers(0, 2**32 - 1),
 )
 def test_any_pcm_file_reads_as_the_standard_library_reads_it(tmp_path, width, channels, rate, frames, seed):
-    path = tmp_path / "any.wav"
-    path.unlink(missing_ok=True)
     data = np.random.default_rng(seed).bytes(frames * channels * width)
-    byte_rate = rate * channels * width % 2**32
-    head = struct.pack(
-        "<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + len(data), b"WAVE", b"fmt ", 16, 1, channels, rate, byte_rate,
-        channels * width, 8 * width, b"data", len(data),
-    )  # fmt: skip
-    path.write_bytes(head + data)
-    agrees_with_wave(path)
+    agrees_with_wave(write(tmp_path / "any.wav", wav(width, channels, rate, data)))
 
 
 def test_recorded_files(data_folder):
@@ -75,27 +73,17 @@ def test_files_in_another_layout_are_refused_with_the_reason_in_the_log(tmp_path
     whole = (data_folder / "wav" / "stereo_8bit.wav").read_bytes()
     path = tmp_path / "other.wav"
     for content in (b"RF64" + whole[4:], whole[:12] + b"JUNK\4\0\0\0abcd" + whole[12:], whole[:35], b""):
-        path.write_bytes(content)
         logged = len(log.read_text()) if log.exists() else 0
-        with pytest.raises(Exception, match="File is not compatible with any built-in loaders or plugins"):
-            kvalo.Container(path=str(path))
+        refused("File is not compatible with any built-in loaders or plugins", path=write(path, content))
         assert "other.wav' cannot be read as WAV: " in log.read_text()[logged:]
-    path.write_bytes(whole[:34] + b"\0\0" + whole[36:])
-    with pytest.raises(Exception, match="Error while loading file .*: Invalid 'bitsPerSample' value"):
-        kvalo.Container(path=str(path))
+    text = "Error while loading file .*: Invalid 'bitsPerSample' value"
+    refused(text, path=write(path, whole[:34] + b"\0\0" + whole[36:]))
     # The extension counts, in any case.
-    path.write_bytes(whole)
-    path.rename(tmp_path / "other.WAV")
-    assert len(kvalo.Container(path=str(tmp_path / "other.WAV"))) == 2
-    (tmp_path / "other.WAV").rename(tmp_path / "other.snd")
-    with pytest.raises(Exception, match="File is not compatible"):
-        kvalo.Container(path=str(tmp_path / "other.snd"))
+    assert len(kvalo.Container(path=write(tmp_path / "other.WAV", whole))) == 2
+    refused("File is not compatible", path=write(tmp_path / "other.snd", whole))
 
 
 def test_a_rate_of_zero_gives_indexes_and_says_so(tmp_path, capfd):
-    path = tmp_path / "zero.wav"
-    head = struct.pack("<4sI4s4sIHHIIHH", b"RIFF", 40, b"WAVE", b"fmt ", 16, 1, 1, 0, 0, 1, 8)
-    path.write_bytes(head + b"data" + struct.pack("<I", 4) + b"\1\2\3\4")
-    x, y = channel(kvalo.Container(path=str(path)), 0)
-    assert (x.tolist(), y.tolist()) == ([0, 1, 2, 3], [1, 2, 3, 4])
+    c = opened(tmp_path / "zero.wav", wav(1, 1, 0, b"\1\2\3\4"))
+    assert channel(c, 0) == ([0, 1, 2, 3], [1, 2, 3, 4])
     assert "The source provided an invalid time vector" in capfd.readouterr().out
