@@ -7,7 +7,7 @@ import kvalo
 import numpy as np
 import pytest
 from common import cases, opened, series, xs, ys
-from hypothesis import given, settings
+from hypothesis import given
 from hypothesis import strategies as st
 from scipy import signal
 
@@ -152,7 +152,6 @@ def test_worked_results(result, expected):
     assert same(ys(result()), expected)
 
 
-@settings(deadline=None)
 @given(st.lists(st.tuples(numbers, st.floats(0.01, 1)), min_size=1, max_size=60))
 def test_calculus_and_filters_agree_with_numpy_and_scipy(samples):
     y, steps = np.array(samples).T
@@ -175,7 +174,6 @@ def test_calculus_and_filters_agree_with_numpy_and_scipy(samples):
         np.testing.assert_allclose(ys(ours), theirs, rtol=1e-9, atol=1e-6)
 
 
-@settings(deadline=None)
 @given(st.lists(odd_numbers, max_size=40), st.sampled_from(["eq", "ne", "lt", "le", "gt", "ge"]), odd_numbers)
 def test_drop_keeps_samples_with_their_stamps(values, name, limit):
     compare = getattr(operator, name)
@@ -185,7 +183,6 @@ def test_drop_keeps_samples_with_their_stamps(values, name, limit):
     assert same(ys(result), [v for _, v in kept])
 
 
-@settings(deadline=None)
 @given(st.lists(st.tuples(odd_numbers, odd_numbers), max_size=40), odd_numbers)
 def test_stale_is_the_walk_back_on_any_stamps(samples, pers):
     t, y = [s[0] for s in samples], [s[1] for s in samples]

@@ -7,7 +7,7 @@ import kvalo
 import numpy as np
 import pytest
 from common import cases, series, xs, ys
-from hypothesis import given, settings
+from hypothesis import given
 from hypothesis import strategies as st
 
 NAMES = {"+": "add", "-": "sub", "*": "mul", "/": "truediv", "%": "mod", "math.pow": "pow"}
@@ -140,7 +140,6 @@ def test_two_time_bases():
 times = st.lists(st.one_of(st.integers(0, 40).map(float), st.floats(0, 40)), min_size=1, max_size=60)
 
 
-@settings(deadline=None)
 @given(times, times, st.sampled_from(sorted(BINARY)))
 def test_held_values_on_any_two_time_bases(ax, bx, symbol):
     a = (sorted(ax), [float(i % 5) for i in range(len(ax))])
@@ -293,7 +292,6 @@ def test_angular_distance():
         kvalo.angular_distance(a, 3.0)
 
 
-@settings(deadline=None)
 @given(st.floats(-1e6, 1e6), st.floats(-1e6, 1e6))
 def test_angular_distance_is_the_shorter_way_round(p, q):
     for kind, turn in (("deg", 360.0), ("rad", 2 * math.pi)):

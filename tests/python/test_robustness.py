@@ -116,7 +116,7 @@ def try_to_load(path):
         return error
 
 
-@settings(max_examples=60, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
+@settings(max_examples=60, suppress_health_check=[HealthCheck.function_scoped_fixture])
 @given(
     content=st.binary(max_size=3000), extension=st.sampled_from([".csv", ".bin", ".wav", ".zip", ".mat", ""])
 )
@@ -233,7 +233,7 @@ number = st.one_of(
 )
 
 
-@settings(max_examples=80, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
+@settings(max_examples=80, suppress_health_check=[HealthCheck.function_scoped_fixture])
 @given(
     rows=st.lists(st.tuples(number, st.one_of(st.none(), number), number), min_size=4, max_size=60),
     delimiter=st.sampled_from("\t,;|"),

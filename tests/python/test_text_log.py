@@ -96,7 +96,7 @@ ROWS = st.lists(
 )
 
 
-@settings(max_examples=60, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
+@settings(max_examples=60, suppress_health_check=[HealthCheck.function_scoped_fixture])
 @given(rows=ROWS, end=st.sampled_from(["\n", "\r\n"]))
 def test_any_lines_read_as_their_words_say(tmp_path, rows, end):
     head = ["FMT, 1, 9, A, QBd, TimeUS,b,d", "FMT, 2, 9, AB, BQ, v,Time", "FMT, 3, 9, B, BIB, v,TimeMS,w"]

@@ -40,7 +40,7 @@ def wav(width, channels, rate, data):
     return b"RIFF" + size + b"WAVEfmt " + form + b"data" + length + data
 
 
-@settings(max_examples=40, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
+@settings(max_examples=40, suppress_health_check=[HealthCheck.function_scoped_fixture])
 @given(
     width=st.sampled_from([1, 2, 4]),
     channels=st.integers(1, 5),
