@@ -153,17 +153,20 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t, un
   return size;
 }
 
+// The sanitizers look for these by name, also from a library of their own.
+#define KVALO_SANITIZER_HOOK extern "C" __attribute__((visibility("default")))
+
 // Less memory makes forking faster.
-extern "C" const char* __asan_default_options() {
+KVALO_SANITIZER_HOOK const char* __asan_default_options() {
   return "quarantine_size_mb=1:thread_local_quarantine_size_kb=64:malloc_context_size=8";
 }
 
 // The library forgets memory of its own, in sound files too. What the reader forgets to close is counted
 // below.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libhdf5"; }
-extern "C" const char* __lsan_default_options() { return "print_suppressions=0"; }
+KVALO_SANITIZER_HOOK const char* __lsan_default_suppressions() { return "leak:libhdf5"; }
+KVALO_SANITIZER_HOOK const char* __lsan_default_options() { return "print_suppressions=0"; }
 // That forgetting would have leaks looked for after most inputs, which takes as long as the input.
-extern "C" int __lsan_is_turned_off() {
+KVALO_SANITIZER_HOOK int __lsan_is_turned_off() {
   static unsigned asked = 0;
   return asked++ % 64 != 0 ? 1 : 0;
 }
