@@ -170,6 +170,8 @@ class Pairs {
     const double* const held = std::upper_bound(begin, end, x.x[first_]) - 1;
     const size_t count = size();
     if (held < begin || static_cast<size_t>(end - held) < count) return;
+    const double* const after = held + count;
+    if (after != end && !(*after > after[-1])) return;  // the last stamp again, with another value
     if (is_same_time({x.x + first_, count}, {held, count})) same_ = y.y + (held - y.x);
   }
 

@@ -114,6 +114,13 @@ def test_heatmap_against_numpy(tx, ty, data):
         np.testing.assert_allclose([*map(float, labels)], (edges[1:] + edges[:-1]) / 2, rtol=1e-5, atol=1e-12)
 
 
+def test_heatmap_takes_the_last_value_of_a_stamp():
+    matrix = kvalo.heatmapdata(
+        series([1, 2, 3], [0, 1, 2]), series([5, 6, 7, 9], [0, 1, 2, 2]), cols=3, rows=4
+    )[0]
+    assert np.array_equal(np.array(matrix).T, np.histogram2d([1, 2, 3], [5, 6, 9], (3, 4))[0])
+
+
 def test_heatmap_shape_and_seams_between_threads():
     random = np.random.default_rng(11)
     n = 200_000
