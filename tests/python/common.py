@@ -25,6 +25,31 @@ def opened(path: Path, content=TABLE) -> kvalo.Container:
     return kvalo.Container(path=write(path, content))
 
 
+def table_file(folder, kind, rows=5000):
+    """Two variables a and b = -a over the times i / 8."""
+    t, a = np.arange(rows) / 8, np.arange(rows) % 100.0
+    path = folder / f"table.{kind}"
+    frame = {"time": t, "a": a, "b": -a}
+    match kind:
+        case "csv":
+            path.write_text("t,a,b\n" + "".join(f"{x},{y},{-y}\n" for x, y in zip(t, a, strict=True)))
+        case "parquet":
+            pytest.importorskip("pyarrow.parquet").write_table(
+                pytest.importorskip("pyarrow").table(frame), path
+            )
+        case "h5":
+            with pytest.importorskip("h5py").File(path, "w") as file:
+                file.update(frame)
+        case "mat":
+            pytest.importorskip("scipy.io").savemat(path, frame)
+        case "xlsx":
+            book = pytest.importorskip("openpyxl").Workbook()
+            for row in (list(frame), *zip(*frame.values(), strict=True)):
+                book.active.append(row)
+            book.save(path)
+    return str(path)
+
+
 def refused(match: str, **arguments):
     """A container with these arguments must fail with this message."""
     with pytest.raises(Exception, match=match):

@@ -1,14 +1,16 @@
 """Archives: which of their files is opened, under which name, and what is refused."""
 
 import io
+import operator
 import os
 import tarfile
+import wave
 import zipfile
 from pathlib import Path
 
 import kvalo
 import pytest
-from common import cases, in_threads, refused, samples, write
+from common import cases, in_threads, refused, samples, table_file, write
 
 TABLE = "time,a,b\n0,1,2\n1,3,4\n2,5,6\n"
 
@@ -54,6 +56,27 @@ def test_is_read_and_reported_by_its_own_path(tmp_path, cache, pack, name):
     assert other.get_path() == [str(copy)]
     assert container.get_path() == [str(path)]
     assert len(list(cache.iterdir())) == 1, "the same content is unpacked once"
+
+
+@cases("kind", "csv", "parquet", "h5", "mat", "xlsx")
+def test_tables_of_every_format(tmp_path, kind):
+    table = Path(table_file(tmp_path, kind, rows=300))
+    archive = zipped(tmp_path / "table.zip", {table.name: table.read_bytes()})
+    assert values(archive) == values(table) == [i % 100 for i in range(300)]
+
+
+@cases("kind, name", ("bin", "ATT.Roll"), ("log", "ATT.Roll"), ("wav", "channel1"))
+def test_logs_of_every_format(tmp_path, flight, kind, name):
+    if kind == "wav":
+        flight = {"wav": tmp_path / "sound.wav"}
+        with wave.open(str(flight["wav"]), "wb") as file:
+            file.setparams((2, 2, 8000, 0, "NONE", ""))
+            file.writeframes(bytes(range(200)) * 4)
+    file = flight[kind]
+    archive = tarred(tmp_path / "log.tar.gz", {file.name: file.read_bytes()})
+    packed, plain = (operator.attrgetter(name)(kvalo.Container(path=str(path))) for path in (archive, file))
+    assert samples(packed) == samples(plain)
+    assert len(packed) >= 200
 
 
 OTHER = "time,other\n0,0\n1,0\n"

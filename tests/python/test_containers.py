@@ -8,7 +8,7 @@ import re
 import kvalo
 import numpy as np
 import pytest
-from common import TABLE, cases, opened, refused, samples, write
+from common import TABLE, cases, opened, refused, samples, table_file, write
 
 
 @pytest.fixture
@@ -239,24 +239,6 @@ def test_an_invalid_time_vector_becomes_indexes_with_two_warnings(tmp_path, capf
     assert "The source provided an invalid time vector\n" in printed
     told = "A strictly increasing vector of indexes will be used instead for file"
     assert f"{told} '{tmp_path / 'f.csv'}'\n" in printed
-
-
-def table_file(folder, kind, rows=5000):
-    """Two variables a and b = -a over the times i / 8."""
-    t, a = np.arange(rows) / 8, np.arange(rows) % 100.0
-    path = folder / f"table.{kind}"
-    match kind:
-        case "csv":
-            path.write_text("t,a,b\n" + "".join(f"{x},{y},{-y}\n" for x, y in zip(t, a, strict=True)))
-        case "parquet":
-            table = pytest.importorskip("pyarrow").table({"time": t, "a": a, "b": -a})
-            pytest.importorskip("pyarrow.parquet").write_table(table, path)
-        case "h5":
-            with pytest.importorskip("h5py").File(path, "w") as file:
-                file["time"], file["a"], file["b"] = t, a, -a
-        case "mat":
-            pytest.importorskip("scipy.io").savemat(path, {"time": t, "a": a, "b": -a})
-    return str(path)
 
 
 def take_out_and_write(series):
