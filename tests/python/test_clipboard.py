@@ -33,7 +33,8 @@ def display():
         pytest.skip(f"no clipboard to test with: {', '.join(missing)} missing (packages xvfb, xclip)")
     read, write = os.pipe()
     server = subprocess.Popen(
-        ["Xvfb", "-displayfd", str(write), "-screen", "0", "64x64x24"],
+        # Without a reset when the last program goes, which would turn away one that comes just then.
+        ["Xvfb", "-displayfd", str(write), "-noreset", "-screen", "0", "64x64x24"],
         pass_fds=[write],
         stdout=subprocess.DEVNULL,
         stderr=subprocess.DEVNULL,
