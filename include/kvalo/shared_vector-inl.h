@@ -11,7 +11,7 @@ namespace mirn3 {
 
 inline void shared_vector<double>::adopt(uint64_t n, double* buffer, mem::Content content) {
   using Origin = mem::BufferDeleter::Origin;
-  mem::BufferDeleter deleter{.n = n, .origin = buffer == nullptr ? Origin::pool : Origin::heap};
+  mem::BufferDeleter deleter{.n = n, .room = n, .origin = buffer == nullptr ? Origin::pool : Origin::heap};
   try {
     if (n >= (uint64_t{1} << 61)) throw std::bad_alloc();
     mem::reserve(n * sizeof(double));
@@ -30,6 +30,14 @@ inline void shared_vector<double>::adopt(uint64_t n, double* buffer, mem::Conten
   // If making the reference count fails, the deleter runs: buffer and charge are given back.
   owner_ = std::shared_ptr<double>(buffer, deleter);
   data_ = buffer;
+  capacity_ = n;
+}
+
+inline void shared_vector<double>::trim(uint64_t n) noexcept {
+  auto* kept = deleter();
+  if (kept == nullptr || n >= capacity_) return;
+  kept->n -= capacity_ - n;
+  mem::release((capacity_ - n) * sizeof(double));
   capacity_ = n;
 }
 

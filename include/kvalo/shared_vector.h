@@ -41,6 +41,7 @@ struct MIRN3_API BufferDeleter {
   enum class Origin : uint8_t { pool, heap };
 
   size_t n = 0;                  // elements charged
+  size_t room = 0;               // elements the buffer was made for
   Origin origin = Origin::pool;  // allocate_samples, or malloc by whoever handed it over
   bool modified = false;         // samples differ from what the source would give again
   bool watched = false;          // handed out writable; `seen` tells whether it was written
@@ -89,6 +90,10 @@ class shared_vector<double> {
     reserve(n);
     size_ = n;
   }
+
+  // Lowers the capacity of a vector that nobody shares to n, at least the size, and gives the charge of the
+  // rest back. The rest stays with the buffer; what was never written of it takes no memory.
+  void trim(uint64_t n) noexcept;
 
   // Takes over a malloc'ed buffer of n doubles without copying.
   void assign_move(uint64_t n, double* buffer) {

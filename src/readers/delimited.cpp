@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 
 #include "readers/delimited_rows.h"
 #include "readers/delimited_scan.h"
+#include "readers/delimited_walk.h"
 #include "readers/number_text.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
@@ -43,20 +45,37 @@ struct Column {
   uint64_t missing = 0;
 };
 
-// Columns read ahead at the second load in order, and at the following times. It grows, so that two
-// columns in a row cost little and many columns cost few walks over the file.
+// Columns that one walk reads when loads come in order, and the walks after it. It grows, so that few columns
+// in a row cost little and many columns cost few walks over the file.
 constexpr std::array<size_t, 3> columns_ahead = {4, 16, 32};
+
+// Room that a series gets beyond the lines of its file.
+constexpr uint64_t spare_rows = 100;
 
 // Of the budget that is left, the share that may be filled with columns nobody has asked for.
 constexpr uint64_t share_ahead = 4;
+
+// A text of fewer pieces is in the caches anyway when its rows have been found.
+constexpr size_t least_pieces_at_once = 3;
+
+// Columns that a walk is filling.
+struct Filling {
+  uint64_t first;
+  std::vector<Column> columns;
+  Samples time;
+  bool with_time;
+  NumberWalk walk;
+};
 
 }  // namespace
 
 // What loads learned about the file and pass on to later ones. Used by one load at a time.
 struct ReaderDelimited::Learned {
-  Learned(const std::filesystem::path& path, const ReaderDelimited& reader);
+  // Finds the rows and, where `column` holds numbers, reads it at the same time.
+  Learned(const std::filesystem::path& path, const ReaderDelimited& reader, uint64_t column);
 
-  // Notes that a column is asked for; true when it follows the one asked for last.
+  // Notes that a column is asked for; true when it follows the one asked for last, or is the first of all and
+  // so may be the first of many.
   bool is_in_order(uint64_t column);
 
   ValueType type_at(uint64_t column) const noexcept {
@@ -73,8 +92,6 @@ struct ReaderDelimited::Learned {
   int32_t time_type;
   uint64_t last_title;  // the last column that has a title
 
-  DelimitedRows rows;
-
   std::vector<ValueType> types;  // by column, as far as the first row goes
 
   bool has_time = false;
@@ -85,13 +102,21 @@ struct ReaderDelimited::Learned {
   uint64_t left_before = 0;
 
   std::unordered_map<uint64_t, Column> ready;  // read ahead
-  uint64_t last_column = 0;                    // asked for last
+  uint64_t last_column = 0;                    // asked for last; at first the time, which comes before all
   size_t ahead = 0;                            // times read ahead in the present order of loads
 
   Charge charge;
 
+  DelimitedRows rows;  // comes last: making it fills some of the others
+
  private:
-  size_t columns_from(uint64_t column);
+  Learned(const std::filesystem::path& path, const ReaderDelimited& reader, uint64_t column,
+          std::optional<Filling> filling);
+  DelimitedRows::Visit read_while_found(std::string_view text, size_t pieces, uint64_t column,
+                                        std::optional<Filling>& filling);
+  size_t columns_from(uint64_t column, uint64_t count);
+  Filling begin(uint64_t column, size_t columns, uint64_t capacity, uint64_t room, size_t pieces);
+  bool finish(Filling filling, uint64_t capacity);
   void finish_time(uint64_t unread);
 };
 
@@ -99,9 +124,8 @@ namespace {
 
 using Rows = DelimitedRows;
 
-std::vector<ValueType> detect_types(const Rows& rows, char delimiter) {
+std::vector<ValueType> detect_types(std::string_view row, char delimiter) {
   std::vector<ValueType> types;
-  const std::string_view row = rows.first_row();
   const char* p = row.data();
   const char* end = p + row.size();
   while (!row.empty()) {
@@ -212,77 +236,59 @@ void read_times(const Rows& rows, char delimiter, int32_t type, bool only_unread
   });
 }
 
-// Which fields one walk over the file reads, and where they go.
-struct Walk {
-  uint64_t first = 0;            // the first column; the others follow it
-  std::vector<double*> outputs;  // of the columns, by row
-  double* time = nullptr;        // of the time column; null: it is not wanted
-};
-
-// Reads the fields of every row, and the time where wanted. Returns how many values of each column are
-// missing and, last, how many times are unread.
-std::vector<uint64_t> read_number_fields(const Rows& rows, char delimiter, const Walk& walk,
-                                         uint32_t* left_at, uint64_t& left_before) {
-  uint64_t from_column = std::exchange(left_before, 0);
-  bool goes_on = from_column != 0 && from_column <= walk.first;
-  if (walk.time != nullptr) {
-    goes_on = true;
-    from_column = 1;
-  }
-  const size_t fields = walk.outputs.size();
-  std::vector<std::array<uint64_t, scan::most_fields>> odd(rows.pieces());
-  rows.for_each_piece([&](size_t piece) {
-    const uint64_t row = rows.first_row_of(piece);
-    scan::NumberPass pass{.span = rows.span(piece), .delimiter = delimiter, .to = left_at + row};
-    if (walk.time != nullptr) {
-      double* time = walk.time + row;
-      pass.time_first = true;
-      pass.out = &time;
-      pass.odd = &odd[piece][fields];
-      scan::read_numbers(scan::best_level(), pass);
-    }
-    std::array<double*, scan::most_fields> out{};
-    for (size_t k = 0; k < fields; ++k) out[k] = walk.outputs[k] + row;
-    pass.column = walk.first;
-    pass.fields = fields;
-    pass.time_first = false;
-    pass.from = goes_on ? left_at + row : nullptr;
-    pass.from_column = from_column;
-    pass.out = out.data();
-    pass.odd = odd[piece].data();
-    scan::read_numbers(scan::best_level(), pass);
-  });
-  left_before = walk.first + fields;
-
-  std::vector<uint64_t> totals(fields + 1);
-  for (const auto& counts : odd) {
-    for (size_t k = 0; k < totals.size(); ++k) totals[k] += counts[k];
-  }
-  return totals;
+// How many rows a text has at most, judging by its beginning; 0 when that does not tell.
+uint64_t likely_rows(std::string_view text) {
+  constexpr size_t judged_by = size_t{1} << 16;
+  const std::string_view beginning = text.substr(0, judged_by);
+  const auto rows = static_cast<uint64_t>(std::count(beginning.begin(), beginning.end(), '\n'));
+  return rows * (text.size() / beginning.size() + 1) * 9 / 8;
 }
 
 }  // namespace
 
-ReaderDelimited::Learned::Learned(const std::filesystem::path& path, const ReaderDelimited& reader)
+ReaderDelimited::Learned::Learned(const std::filesystem::path& path, const ReaderDelimited& reader,
+                                  uint64_t column)
+    : Learned(path, reader, column, std::optional<Filling>()) {}
+
+ReaderDelimited::Learned::Learned(const std::filesystem::path& path, const ReaderDelimited& reader,
+                                  uint64_t column, std::optional<Filling> filling)
     : delimiter(reader.delimiter),
       time_type(reader.time_type),
       last_title(reader.variables().size()),
-      rows(path, reader.delimiter, reader.header_lines),
-      types(detect_types(rows, delimiter)) {}
+      rows(path, delimiter, reader.header_lines, DelimitedRows::usual_piece_bytes,
+           [&](std::string_view text, size_t pieces) {
+             return read_while_found(text, pieces, column, filling);
+           }) {
+  if (filling) finish(std::move(*filling), rows.line_count() + spare_rows);
+}
+
+// Begins to read a column, with those behind it if it is the first.
+DelimitedRows::Visit ReaderDelimited::Learned::read_while_found(std::string_view text, size_t pieces,
+                                                                uint64_t column,
+                                                                std::optional<Filling>& filling) {
+  types = detect_types(text.substr(0, text.find('\n')), delimiter);
+  const uint64_t room = likely_rows(text);
+  if (pieces < least_pieces_at_once || room == 0 || type_at(column) != ValueType::number) return {};
+  const size_t columns = column == 1 ? columns_from(column, room) : 1;
+  filling.emplace(begin(column, columns, 0, room, pieces));
+  return [&walk = filling->walk](size_t piece, const scan::RowSpan& span, uint64_t first_row) {
+    walk.read(piece, span, first_row);
+  };
+}
 
 bool ReaderDelimited::Learned::is_in_order(uint64_t column) {
-  const bool in_order = last_column != 0 && column == last_column + 1;
+  const bool in_order = column == last_column + 1;
   if (!in_order && column != last_column) ahead = 0;
   last_column = column;
   return in_order;
 }
 
 // How many columns, from this one on, the walk that reads it should read.
-size_t ReaderDelimited::Learned::columns_from(uint64_t column) {
+size_t ReaderDelimited::Learned::columns_from(uint64_t column, uint64_t count) {
   const uint64_t left = mirn3::mem::free_budget();
   const size_t wished = columns_ahead[std::min(ahead++, columns_ahead.size() - 1)];
   const size_t most =
-      std::min({wished, static_cast<size_t>(left / share_ahead / sizeof(double) / rows.rows()),
+      std::min({wished, static_cast<size_t>(left / share_ahead / sizeof(double) / count),
                 static_cast<size_t>(last_title + 1 - column)});
   size_t columns = 1;
   while (columns < most && type_at(column + columns) == ValueType::number &&
@@ -306,37 +312,74 @@ void ReaderDelimited::Learned::read_time_column(uint64_t capacity) {
   finish_time(0);
 }
 
-Column ReaderDelimited::Learned::numbers(uint64_t column, bool in_order, uint64_t capacity) {
-  if (const auto found = ready.find(column); found != ready.end()) {
-    Column values = std::move(found->second);
-    ready.erase(found);
-    return values;
-  }
-  const uint64_t count = rows.rows();
-  const size_t columns = in_order ? columns_from(column) : 1;
-  if (left_at == nullptr) {
-    charge.add(count * sizeof(uint32_t));
-    left_at = std::make_unique_for_overwrite<uint32_t[]>(count);
-  }
-  Walk walk{.first = column, .outputs = {}};
-  // A time column of plain numbers comes out of the same walk.
+// Makes room for columns of `room` rows, and for the time where it comes out of the same walk, which it does
+// when it is plain numbers.
+Filling ReaderDelimited::Learned::begin(uint64_t column, size_t columns, uint64_t capacity, uint64_t room,
+                                        size_t pieces) {
+  if (left_at == nullptr) left_at = std::make_unique_for_overwrite<uint32_t[]>(room);
+  WalkPlan plan{.delimiter = delimiter,
+                .first = column,
+                .outputs = {},
+                .room = room,
+                .left_at = left_at.get(),
+                .left_before = left_before};
+  const auto make = [&] {
+    Samples samples;
+    samples.reserve(std::max(capacity, room));
+    return samples;
+  };
   const bool with_time = !has_time && time_type == mirn3::utc::seconds;
+  Samples stamps;
   if (with_time) {
-    time = make_samples(capacity, count);
-    walk.time = time.data();
+    stamps = make();
+    plan.time = stamps.data();
   }
   std::vector<Column> made(columns);
   for (Column& one : made) {
-    one.values = make_samples(capacity, count);
-    walk.outputs.push_back(one.values.data());
+    one.values = make();
+    plan.outputs.push_back(one.values.data());
   }
-  const std::vector<uint64_t> odd = read_number_fields(rows, delimiter, walk, left_at.get(), left_before);
-  if (with_time) finish_time(odd.back());
-  for (size_t k = 0; k < columns; ++k) {
-    made[k].missing = odd[k];
-    if (k != 0) ready[column + k] = std::move(made[k]);
+  return {column, std::move(made), std::move(stamps), with_time, NumberWalk(std::move(plan), pieces)};
+}
+
+// Reads what is left to read, and keeps all of it. False when the rows turned out to be too many.
+bool ReaderDelimited::Learned::finish(Filling filling, uint64_t capacity) {
+  const uint64_t count = rows.rows();
+  const bool is_first = left_before == 0;
+  if (!filling.walk.finish(rows)) {
+    left_at.reset();
+    return false;
   }
-  return std::move(made[0]);
+  if (is_first) charge.add(count * sizeof(uint32_t));
+  left_before = filling.walk.left_before();
+  const auto end = [&](Samples& samples) {
+    samples.resize(count);
+    samples.trim(std::max(capacity, count));
+  };
+  const std::vector<uint64_t> odd = filling.walk.odd();
+  if (filling.with_time) {
+    end(filling.time);
+    time = std::move(filling.time);
+    finish_time(odd.back());
+  }
+  for (size_t k = 0; k < filling.columns.size(); ++k) {
+    end(filling.columns[k].values);
+    filling.columns[k].missing = odd[k];
+    ready[filling.first + k] = std::move(filling.columns[k]);
+  }
+  return true;
+}
+
+Column ReaderDelimited::Learned::numbers(uint64_t column, bool in_order, uint64_t capacity) {
+  if (ready.count(column) == 0) {
+    const uint64_t count = rows.rows();
+    const size_t columns = in_order ? columns_from(column, count) : 1;
+    finish(begin(column, columns, capacity, count, rows.pieces()), capacity);
+  }
+  const auto found = ready.find(column);
+  Column values = std::move(found->second);
+  ready.erase(found);
+  return values;
 }
 
 ReaderDelimited::ReaderDelimited(std::filesystem::path source, char field_delimiter)
@@ -366,14 +409,14 @@ void ReaderDelimited::scan() {
   if (!header.warning.empty()) warn(header.warning);
 }
 
-std::shared_ptr<ReaderDelimited::Learned> ReaderDelimited::learn() {
+std::shared_ptr<ReaderDelimited::Learned> ReaderDelimited::learn(uint64_t column) {
   const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
   {
     const std::lock_guard lock(learned_guard_);
     if (learned_ != nullptr && learned_->rows.stamp() == stamp) return learned_;
   }
   forget();
-  auto fresh = std::make_shared<Learned>(path_, *this);
+  auto fresh = std::make_shared<Learned>(path_, *this, column);
   const std::lock_guard lock(learned_guard_);
   learned_ = fresh;
   return fresh;
@@ -389,9 +432,9 @@ void ReaderDelimited::load(rto_t& request) {
   const auto entry = index_.find(std::string(request.name));
   if (entry == index_.end()) return refuse_name(request);
   const uint64_t column = entry->second;
-  const std::shared_ptr<Learned> learned = learn();
+  const std::shared_ptr<Learned> learned = learn(column);
   const Rows& rows = learned->rows;
-  row_capacity = rows.line_count() + 100;
+  row_capacity = rows.line_count() + spare_rows;
   const uint64_t count = rows.rows();
   if (count == 0) return;
 

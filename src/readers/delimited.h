@@ -34,8 +34,8 @@ class ReaderDelimited : public Reader {
  private:
   struct Learned;
 
-  // What is known of the file as it is now; learned anew when it has changed.
-  std::shared_ptr<Learned> learn();
+  // What is known of the file as it is now; learned anew, for a load of this column, when it has changed.
+  std::shared_ptr<Learned> learn(uint64_t column);
 
   std::mutex learned_guard_;  // never held while memory is charged
   std::shared_ptr<Learned> learned_;

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cstring>
 #include <limits>
+#include <mutex>
+#include <utility>
 
 #include "runtime/mem.h"
 #include "runtime/par.h"
@@ -100,44 +102,119 @@ bool LineWalk::next(std::string_view& line) {
 }
 
 DelimitedRows::DelimitedRows(const std::filesystem::path& path, char delimiter, uint64_t header_lines,
-                             size_t piece_bytes)
+                             size_t piece_bytes, const Prepare& prepare)
     : stamp_(mirn3::sys::file_stamp(path)), mapping_(path) {
   LineWalk walk(text());
   std::string_view line;
   uint64_t skipped = 0;
   while (skipped < header_lines && walk.next(line)) ++skipped;
   line_count_ = skipped;
-  if (walk.position() < text().size()) find_rows(walk.position(), delimiter, piece_bytes);
+  if (walk.position() < text().size()) find_rows(walk.position(), delimiter, piece_bytes, prepare);
 
   size_t bytes = 0;
   for (const Piece& piece : pieces_) bytes += piece.starts.capacity() * sizeof(uint32_t);
   charge_.add(bytes);
 }
 
-void DelimitedRows::find_rows(size_t first, char delimiter, size_t piece_bytes) {
-  const std::string_view all = text();
-  pieces_.resize((all.size() - first + piece_bytes - 1) / piece_bytes);
+// The search for the rows of all pieces, on all cores. The pieces are taken in order, so that the number of a
+// piece's first row is known soon after its rows are found, and the visit finds them in the caches.
+class DelimitedRows::Search {
+ public:
+  Search(std::string_view text, size_t piece_bytes, std::vector<Piece>& pieces, Visit visit)
+      : text_(text),
+        piece_bytes_(piece_bytes),
+        pieces_(pieces),
+        visit_(std::move(visit)),
+        is_found_(pieces.size()) {}
 
-  std::atomic<size_t> stopped_at{std::numeric_limits<size_t>::max()};
-  for_each_piece([&](size_t number) {
-    if (stopped_at.load(std::memory_order_relaxed) < number) return;
+  void run() {
+    mirn3::par::run(std::min(mirn3::par::workers(), pieces_.size()), [&](size_t) { work(); });
+  }
+
+  // The first piece with an empty line; the pieces behind it are not all searched. Without one: all pieces.
+  size_t stopped_at() const { return std::min(stopped_at_.load(), pieces_.size()); }
+
+ private:
+  void work() {
+    std::vector<size_t> found;  // and not visited yet
+    for (size_t number; (number = next_.fetch_add(1)) < pieces_.size();) {
+      if (stopped_at_.load(std::memory_order_relaxed) < number) return;
+      find(number);
+      if (visit_ == nullptr) continue;
+      found.push_back(number);
+      const size_t known = note(number);
+      while (!found.empty() && found.front() < known) {
+        visit(found.front());
+        found.erase(found.begin());
+      }
+    }
+  }
+
+  void find(size_t number) {
     Piece& piece = pieces_[number];
-    piece.base = first + number * piece_bytes;
-    const char* begin = all.data() + piece.base;
-    const char* end = begin + std::min(piece_bytes, all.size() - piece.base);
+    const char* begin = text_.data() + piece.base;
+    const char* end = begin + std::min(piece_bytes_, text_.size() - piece.base);
     piece.search = {.at = begin, .at_line_start = number == 0 || begin[-1] == '\n'};
     if (number == 0) piece.starts.push_back(0);
     find_starts(piece.search, begin, end, piece.starts);
     piece.starts.shrink_to_fit();
-    if (piece.search.empty_line != nullptr) {
-      size_t before = stopped_at.load(std::memory_order_relaxed);
-      while (number < before && !stopped_at.compare_exchange_weak(before, number)) {
-      }
+    if (piece.search.empty_line == nullptr) return;
+    size_t before = stopped_at_.load(std::memory_order_relaxed);
+    while (number < before && !stopped_at_.compare_exchange_weak(before, number)) {
     }
-  });
+  }
 
-  if (stopped_at.load() < pieces_.size()) {
-    const Piece& piece = pieces_[stopped_at.load()];
+  // Numbers the rows as far as all pieces before them are found; returns how many pieces that are.
+  size_t note(size_t number) {
+    const std::lock_guard lock(guard_);
+    is_found_[number] = true;
+    for (; known_ < pieces_.size() && is_found_[known_]; ++known_) {
+      pieces_[known_].first_row = rows_;
+      rows_ += pieces_[known_].starts.size();
+    }
+    return known_;
+  }
+
+  void visit(size_t number) {
+    const Piece& piece = pieces_[number];
+    if (piece.starts.empty()) return;
+    const char* last = text_.data() + piece.base + piece.starts.back();
+    const char* end = text_.data() + text_.size();
+    const void* feed = last != end ? std::memchr(last, '\n', static_cast<size_t>(end - last)) : nullptr;
+    visit_(number,
+           {.base = text_.data() + piece.base,
+            .starts = piece.starts.data(),
+            .rows = piece.starts.size(),
+            .last_end = feed != nullptr ? static_cast<const char*>(feed) : end,
+            .readable = end},
+           piece.first_row);
+  }
+
+  const std::string_view text_;
+  const size_t piece_bytes_;
+  std::vector<Piece>& pieces_;
+  const Visit visit_;
+  std::atomic<size_t> next_{0};
+  std::atomic<size_t> stopped_at_{std::numeric_limits<size_t>::max()};
+
+  std::mutex guard_;
+  std::vector<bool> is_found_;
+  size_t known_ = 0;
+  uint64_t rows_ = 0;
+};
+
+void DelimitedRows::find_rows(size_t first, char delimiter, size_t piece_bytes, const Prepare& prepare) {
+  const std::string_view all = text();
+  pieces_.resize((all.size() - first + piece_bytes - 1) / piece_bytes);
+  for (size_t number = 0; number < pieces_.size(); ++number) {
+    pieces_[number].base = first + number * piece_bytes;
+  }
+  Search search(all, piece_bytes, pieces_,
+                prepare != nullptr ? prepare(all.substr(first), pieces_.size()) : nullptr);
+  search.run();
+
+  if (search.stopped_at() < pieces_.size()) {
+    const Piece& piece = pieces_[search.stopped_at()];
     drop_rows_from(static_cast<size_t>(piece.search.empty_line - all.data()));
     line_count_ = mirn3::sys::line_count(mapping_.bytes());
   } else {

@@ -50,6 +50,14 @@ class LineWalk {
 
 class DelimitedRows {
  public:
+  // Reads the rows of a piece, of which `first_row` is the number of the first, while they are in the caches.
+  // Called on any thread, for different pieces at once. Rows at the end of the text may turn out to be none
+  // later, and pieces may be left out, so the caller compares what was read with what there is at last.
+  using Visit = std::function<void(size_t piece, const scan::RowSpan& rows, uint64_t first_row)>;
+
+  // Makes the visit, if one is wanted, for the text of all rows, which will be cut into so many pieces.
+  using Prepare = std::function<Visit(std::string_view text, size_t pieces)>;
+
   // Maps the file and finds the rows behind the first `header_lines` lines, up to the first line of
   // fewer than two characters (line end included). Throws mirn3::exc::error_t.
   //
@@ -59,7 +67,7 @@ class DelimitedRows {
   //
   // `piece_bytes` is the size of the pieces the file is cut into, below 4 GiB.
   DelimitedRows(const std::filesystem::path& path, char delimiter, uint64_t header_lines,
-                size_t piece_bytes = usual_piece_bytes);
+                size_t piece_bytes = usual_piece_bytes, const Prepare& prepare = {});
 
   // Large enough that a piece outweighs what handing it out costs, small enough to share out evenly.
   static constexpr size_t usual_piece_bytes = size_t{1} << 20;
@@ -93,7 +101,9 @@ class DelimitedRows {
     scan::LineSearch search{nullptr};
   };
 
-  void find_rows(size_t first, char delimiter, size_t piece_bytes);
+  class Search;
+
+  void find_rows(size_t first, char delimiter, size_t piece_bytes, const Prepare& prepare);
   void cut_at_short_line();
   void drop_rows_from(size_t offset);
 

@@ -126,11 +126,15 @@ const char* pass_fields(Level level, const char* p, const char* row_end, const c
 }
 
 void read_numbers(Level level, const NumberPass& pass) noexcept {
-  size_t done = 0;
 #if defined(__x86_64__)
-  if (level == Level::avx2) done = read_rows_avx2(pass);
+  if (level == Level::avx2) {
+    const Done done = read_rows_avx2(pass);
+    read_rows_plain(level, pass, 0, done.first);
+    read_rows_plain(level, pass, done.last, pass.span.rows);
+    return;
+  }
 #endif
-  read_rows_plain(level, pass, done, pass.span.rows);
+  read_rows_plain(level, pass, 0, pass.span.rows);
 }
 
 }  // namespace mirn2::rd::scan

@@ -82,6 +82,7 @@ struct NumberPass {
   uint32_t* to = nullptr;        // where each row is left, behind the last field read; may be `from`
   double* const* out = nullptr;  // `fields` outputs of `span.rows` values
   uint64_t* odd = nullptr;       // `fields` counts: values that came out missing or unread are added
+  bool past_caches = false;      // the outputs are more than the caches hold: none is kept there
 };
 
 void read_numbers(Level level, const NumberPass& pass) noexcept;

@@ -12,8 +12,14 @@ size_t find_line_starts_avx2(LineSearch& search, const char* end, const char* ba
 const char* pass_fields_avx2(const char* p, const char* row_end, const char* readable, char delimiter,
                              uint64_t n) noexcept;
 
-// Reads as many of the first rows of the pass as this level can, and returns how many it read.
-size_t read_rows_avx2(const NumberPass& pass) noexcept;
+// Rows of a pass: from `first` until before `last`.
+struct Done {
+  size_t first = 0;
+  size_t last = 0;
+};
+
+// Reads as many rows of the pass as this level can, and returns which. They are all but a few at the ends.
+Done read_rows_avx2(const NumberPass& pass) noexcept;
 
 }  // namespace mirn2::rd::scan
 #endif

@@ -243,7 +243,7 @@ uint64_t digest(const double* samples, size_t n) noexcept {
 
 void BufferDeleter::operator()(double* buffer) const noexcept {
   if (origin == Origin::pool) {
-    free_samples(buffer, n);
+    free_samples(buffer, room);
   } else {
     std::free(buffer);
   }
