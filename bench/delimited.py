@@ -110,7 +110,7 @@ def benchmark() -> list[Row]:
             "pyarrow": lambda: pacsv.read_csv(PATH),
             "polars": lambda: pl.read_csv(PATH),
         },
-        rounds=5,
+        rounds=9,
     )
     faster = min("pyarrow", "polars", key=lambda name: everything[name].best)
     stored = 16 * ROWS * len(COLUMNS)

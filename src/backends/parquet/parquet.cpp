@@ -139,7 +139,6 @@ struct ReaderParquet::Learned {
   Learned(const std::filesystem::path& path, const mirn3::sys::FileStamp& state) : stamp(state), bytes(path) {
     const auto content = bytes.bytes();
     if (is_encrypted(content)) throw error_t("it is encrypted; decrypt it first");
-    parquet::ReaderProperties properties(&pool);
     properties.set_page_checksum_verification(true);
     const auto buffer = std::make_shared<arrow::Buffer>(content.data(), static_cast<int64_t>(content.size()));
     file = parquet::ParquetFileReader::Open(std::make_shared<arrow::io::BufferReader>(buffer), properties);
@@ -147,13 +146,17 @@ struct ReaderParquet::Learned {
     rows = groups.empty() ? 0 : groups.back().first + groups.back().count;
   }
 
+  // The pages of a column in a row group, without the library's own unpacking of Snappy.
+  PackedPages pages(int leaf, int group) const;
+
   // Decodes a column's rows of one row group to out[0..]. Returns whether some are missing.
   bool read(int leaf, const Meaning& meaning, size_t group, double* out, const TextNumber& number) const;
 
   mirn3::sys::FileStamp stamp;
   mirn3::sys::Mapping bytes;
   arrow::ProxyMemoryPool own{arrow::default_memory_pool()};
-  arrow::CappedMemoryPool pool{&own, most_working_memory};
+  mutable arrow::CappedMemoryPool pool{&own, most_working_memory};
+  parquet::ReaderProperties properties{&pool};
   std::unique_ptr<parquet::ParquetFileReader> file;
   std::vector<Rows> groups;
   size_t rows = 0;
@@ -168,10 +171,35 @@ bool ReaderParquet::Learned::read(int leaf, const Meaning& meaning, size_t group
   if (row_group->metadata()->ColumnChunk(leaf)->crypto_metadata() != nullptr) {
     throw error_t("the column is encrypted; decrypt it first");
   }
-  const auto reader = meaning.stored == Stored::text
-                          ? row_group->ColumnWithExposeEncoding(leaf, parquet::ExposedEncoding::DICTIONARY)
-                          : row_group->Column(leaf);
-  return read_chunk(*reader, meaning, groups[group].count, out, number);
+  const auto reader = [&] {
+    return meaning.stored == Stored::text
+               ? row_group->ColumnWithExposeEncoding(leaf, parquet::ExposedEncoding::DICTIONARY)
+               : row_group->Column(leaf);
+  };
+  const Chunk chunk{.column = *file->metadata()->schema()->Column(leaf),
+                    .pool = pool,
+                    .reader = reader,
+                    .pages = [&] { return pages(leaf, ordinal); }};
+  return read_chunk(chunk, meaning, groups[group].count, out, number);
+}
+
+PackedPages ReaderParquet::Learned::pages(int leaf, int group) const {
+  const auto ranges = file->GetReadRanges({group}, {leaf});
+  if (!ranges.ok() || ranges->size() != 1) return {};
+  const auto [start, size] = ranges->front();
+  const auto content = bytes.bytes();
+  if (start < 0 || size < 0 || static_cast<uint64_t>(start) > content.size() ||
+      static_cast<uint64_t>(size) > content.size() - static_cast<uint64_t>(start)) {
+    return {};
+  }
+  const auto metadata = file->metadata()->RowGroup(group)->ColumnChunk(leaf);
+  const bool is_snappy = metadata->compression() == parquet::Compression::SNAPPY;
+  const auto packed = std::make_shared<arrow::Buffer>(content.data() + start, size);
+  return {parquet::PageReader::Open(std::make_shared<arrow::io::BufferReader>(packed),
+                                    metadata->num_values(),
+                                    is_snappy ? parquet::Compression::UNCOMPRESSED : metadata->compression(),
+                                    properties, *file->metadata()->schema()->Column(leaf)),
+          is_snappy};
 }
 
 // The times that belong to a column: kept from an earlier load, or filled one row group at a time and on any

@@ -138,12 +138,41 @@ void require_complete(const Target& target) {
       fmt::format("a column ends after {} of {} rows of its row group", target.done, target.rows));
 }
 
-// convert(values, count, out) turns a batch into doubles.
+// The fast way, for values that lie in the pages as they are in memory. False: the other way has to be taken.
 template <typename DType, typename Convert>
-bool read_as(parquet::ColumnReader& untyped, Target target, const Convert& convert) {
+bool read_pages_as(const Chunk& chunk, const Target& target, const Convert& convert) {
   using T = typename DType::c_type;
   constexpr bool direct = std::is_same_v<T, double>;
-  auto& reader = static_cast<parquet::TypedColumnReader<DType>&>(untyped);
+  PackedPages packed = chunk.pages();
+  if (packed.reader == nullptr) return false;
+  DensePages pages(std::move(packed), chunk.column, chunk.pool);
+  double* out = target.out;
+  std::vector<T> batch;
+  const auto room = [&](size_t count) {
+    if constexpr (direct) {
+      return std::pair(out, static_cast<size_t>(out - target.out) * sizeof(T));
+    } else {
+      constexpr size_t before = 16;  // values; room for levels
+      if (batch.size() < before + count) batch.resize(before + count);
+      return std::pair(batch.data() + before, before * sizeof(T));
+    }
+  };
+  return read_dense<DType>(pages, target.rows, room, [&](const T* values, size_t count) {
+    if constexpr (!direct) convert(values, count, out);
+    out += count;
+  });
+}
+
+// convert(values, count, out) turns a batch into doubles.
+template <typename DType, typename Convert>
+bool read_as(const Chunk& chunk, Target target, const Convert& convert) {
+  using T = typename DType::c_type;
+  constexpr bool direct = std::is_same_v<T, double>;
+  if constexpr (std::is_arithmetic_v<T> && !std::is_same_v<T, bool>) {
+    if (read_pages_as<DType>(chunk, target, convert)) return false;
+  }
+  const auto untyped = chunk.reader();
+  auto& reader = static_cast<parquet::TypedColumnReader<DType>&>(*untyped);
   const int16_t present = reader.descr()->max_definition_level();
   std::vector<int16_t> levels(present > 0 ? std::min(batch_rows, target.rows) : 0);
   const auto batch = std::make_unique_for_overwrite<T[]>(direct ? 0 : std::min(batch_rows, target.rows));
@@ -163,27 +192,27 @@ bool read_as(parquet::ColumnReader& untyped, Target target, const Convert& conve
 
 // convert(value) turns one value into a double.
 template <typename DType, typename Convert>
-bool read_each(parquet::ColumnReader& reader, const Target& target, const Convert& convert) {
+bool read_each(const Chunk& chunk, const Target& target, const Convert& convert) {
   using T = typename DType::c_type;
-  return read_as<DType>(reader, target, [&](const T* values, size_t count, double* out) {
+  return read_as<DType>(chunk, target, [&](const T* values, size_t count, double* out) {
     for (size_t i = 0; i < count; ++i) out[i] = convert(values[i]);
   });
 }
 
 template <typename DType, typename Unsigned>
-bool read_unsigned(parquet::ColumnReader& reader, const Target& target) {
-  return read_each<DType>(reader, target,
+bool read_unsigned(const Chunk& chunk, const Target& target) {
+  return read_each<DType>(chunk, target,
                           [](auto value) { return static_cast<double>(static_cast<Unsigned>(value)); });
 }
 
 template <typename DType>
-bool read_integers(parquet::ColumnReader& reader, const Target& target, const Meaning& meaning) {
+bool read_integers(const Chunk& chunk, const Target& target, const Meaning& meaning) {
   if (meaning.ticks != 1) {
-    return read_each<DType>(reader, target,
+    return read_each<DType>(chunk, target,
                             [&](auto value) { return seconds_of(int64_t{value}, meaning.ticks); });
   }
   const auto factor = static_cast<double>(meaning.seconds);
-  return read_each<DType>(reader, target, [=](auto value) { return static_cast<double>(value) * factor; });
+  return read_each<DType>(chunk, target, [=](auto value) { return static_cast<double>(value) * factor; });
 }
 
 double text_of(const parquet::ByteArray& bytes, const TextNumber& text_number) {
@@ -284,52 +313,53 @@ Meaning meaning_of(const parquet::ColumnDescriptor& column, int64_t duration_tic
   }
 }
 
-bool read_chunk(parquet::ColumnReader& reader, const Meaning& meaning, size_t rows, double* out,
+bool read_chunk(const Chunk& chunk, const Meaning& meaning, size_t rows, double* out,
                 const TextNumber& text_number) {
   const Target target{.out = out, .rows = rows};
   const auto number = [](auto value) { return static_cast<double>(value); };
   switch (meaning.stored) {
     case Stored::boolean:
-      return read_each<parquet::BooleanType>(reader, target, number);
+      return read_each<parquet::BooleanType>(chunk, target, number);
     case Stored::integer32:
-      return read_integers<parquet::Int32Type>(reader, target, meaning);
+      return read_integers<parquet::Int32Type>(chunk, target, meaning);
     case Stored::unsigned32:
-      return read_unsigned<parquet::Int32Type, uint32_t>(reader, target);
+      return read_unsigned<parquet::Int32Type, uint32_t>(chunk, target);
     case Stored::integer64:
-      return read_integers<parquet::Int64Type>(reader, target, meaning);
+      return read_integers<parquet::Int64Type>(chunk, target, meaning);
     case Stored::unsigned64:
-      return read_unsigned<parquet::Int64Type, uint64_t>(reader, target);
+      return read_unsigned<parquet::Int64Type, uint64_t>(chunk, target);
     case Stored::real16:
-      return read_each<parquet::FLBAType>(reader, target, [](const parquet::FLBA& value) {
+      return read_each<parquet::FLBAType>(chunk, target, [](const parquet::FLBA& value) {
         return arrow::util::Float16::FromLittleEndian(value.ptr).ToDouble();
       });
     case Stored::real32:
-      return read_each<parquet::FloatType>(reader, target, number);
+      return read_each<parquet::FloatType>(chunk, target, number);
     case Stored::real64:
-      return read_each<parquet::DoubleType>(reader, target, number);
+      return read_each<parquet::DoubleType>(chunk, target, number);
     case Stored::decimal32:
       return read_each<parquet::Int32Type>(
-          reader, target, [&](int32_t value) { return decimal_of(int64_t{value}, meaning.scale); });
+          chunk, target, [&](int32_t value) { return decimal_of(int64_t{value}, meaning.scale); });
     case Stored::decimal64:
-      return read_each<parquet::Int64Type>(reader, target,
+      return read_each<parquet::Int64Type>(chunk, target,
                                            [&](int64_t value) { return decimal_of(value, meaning.scale); });
     case Stored::decimal_bytes:
-      return read_each<parquet::ByteArrayType>(reader, target, [&](const parquet::ByteArray& value) {
+      return read_each<parquet::ByteArrayType>(chunk, target, [&](const parquet::ByteArray& value) {
         return decimal_of(value.ptr, static_cast<int32_t>(std::min(value.len, 1u << 20)), meaning.scale);
       });
     case Stored::decimal_fixed:
-      return read_each<parquet::FLBAType>(reader, target, [&](const parquet::FLBA& value) {
+      return read_each<parquet::FLBAType>(chunk, target, [&](const parquet::FLBA& value) {
         return decimal_of(value.ptr, meaning.byte_width, meaning.scale);
       });
     case Stored::julian:
-      return read_each<parquet::Int96Type>(reader, target,
+      return read_each<parquet::Int96Type>(chunk, target,
                                            [](const parquet::Int96& value) { return seconds_of(value); });
     case Stored::text:
-      if (reader.GetExposedEncoding() == parquet::ExposedEncoding::DICTIONARY) {
-        return read_dictionary(reader, target, text_number);
+      if (const auto reader = chunk.reader();
+          reader->GetExposedEncoding() == parquet::ExposedEncoding::DICTIONARY) {
+        return read_dictionary(*reader, target, text_number);
       }
       return read_each<parquet::ByteArrayType>(
-          reader, target, [&](const parquet::ByteArray& value) { return text_of(value, text_number); });
+          chunk, target, [&](const parquet::ByteArray& value) { return text_of(value, text_number); });
     case Stored::nothing_offered:
       break;
   }

@@ -8,7 +8,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string_view>
+
+#include "backends/parquet/dense.h"
 
 namespace mirn2::rd {
 
@@ -55,12 +58,20 @@ constexpr uint64_t missing_bits = 0x7ff8'6d69'7373'696eULL;
 inline const double missing = std::bit_cast<double>(missing_bits);
 inline bool is_missing(double value) noexcept { return std::bit_cast<uint64_t>(value) == missing_bits; }
 
+// Where a column chunk's values come from. Every call begins at the first of them.
+struct Chunk {
+  const parquet::ColumnDescriptor& column;
+  arrow::MemoryPool& pool;
+  std::function<std::shared_ptr<parquet::ColumnReader>()> reader;
+  std::function<PackedPages()> pages;  // without a reader where they cannot be had
+};
+
 // Gives the number of a text.
 using TextNumber = std::function<double(std::string_view)>;
 
-// Fills out[0..rows) from one column chunk. Returns whether rows without a value were seen. Throws
+// Fills out[0..rows) from a column chunk. Returns whether rows without a value were seen. Throws
 // mirn3::exc::error_t when the chunk holds fewer rows, and what the Parquet library throws.
-bool read_chunk(parquet::ColumnReader& reader, const Meaning& meaning, size_t rows, double* out,
+bool read_chunk(const Chunk& chunk, const Meaning& meaning, size_t rows, double* out,
                 const TextNumber& text_number);
 
 }  // namespace mirn2::rd
