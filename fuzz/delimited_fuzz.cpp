@@ -66,7 +66,8 @@ std::vector<std::vector<double>> read_all(scan::Level level, const mirn2::rd::De
                                  .from_column = first,
                                  .to = left.data(),
                                  .out = out.data(),
-                                 .odd = odd.data() + first});
+                                 .odd = odd.data() + first,
+                                 .past_caches = first % 2 != 0});
     }
   }
   columns.emplace_back(odd.begin(), odd.end());

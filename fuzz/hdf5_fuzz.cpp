@@ -11,18 +11,14 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <random>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "backends/hdf5/reader_hdf5.h"
+#include "load_all.h"
 #include "own_home.h"
-#include "runtime/exc.h"
 #include "runtime/mem.h"
 
 // Exported by the library, declared in none of its public headers.
@@ -41,11 +37,6 @@ constexpr long machine_bytes = 128 << 20;
 std::string path;
 int file = -1;
 
-[[noreturn]] void complain(const std::string& what) {
-  std::fprintf(stderr, "hdf5_fuzz: %s\n", what.c_str());
-  std::abort();
-}
-
 // The end of a forked process is no finding: nothing is printed about it, no input kept, and one that runs
 // in circles ends soon.
 void in_child() {
@@ -53,23 +44,6 @@ void in_child() {
   setitimer(ITIMER_PROF, &most_work, nullptr);
   close(STDERR_FILENO);
   if (__sanitizer_set_death_callback != nullptr) __sanitizer_set_death_callback(nullptr);
-}
-
-void gather(const std::vector<mirn2::rd::VariableNode>& nodes, std::vector<std::string>& names) {
-  for (const auto& node : nodes) {
-    if (node.children.empty()) names.push_back(node.full_name);
-    gather(node.children, names);
-  }
-}
-
-void load(mirn2::rd::Reader& reader, const std::string& name) {
-  try {
-    mirn2::rd::rto_t request{.tag_key = "fuzz", .name = name, .x = {}, .y = {}};
-    reader.load(request);
-    if (request.x.size() != request.y.size()) complain(name + ": x and y differ in length");
-  } catch (const mirn3::exc::error_t&) {
-  } catch (const std::bad_alloc&) {
-  }
 }
 
 // A piece of the file that ends in a checksum of its bytes.
@@ -180,30 +154,14 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   return 0;
 }
 
-namespace {
-
-void read_all() {
-  mirn2::rd::ReaderHDF5 reader(path);
-  try {
-    reader.scan();
-  } catch (const mirn3::exc::error_t&) {
-    return;
-  }
-  std::vector<std::string> names;
-  gather(reader.variables(), names);
-  if (names.size() > most_variables) names.resize(most_variables);
-  for (const std::string& name : names) load(reader, name);
-  reader.forget();
-  for (const std::string& name : names) load(reader, name);
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size > most_bytes) return 0;
   if (ftruncate(file, 0) != 0 || pwrite(file, data, size, 0) != static_cast<ssize_t>(size))
     complain("the file cannot be written");
-  read_all();
+  {
+    mirn2::rd::ReaderHDF5 reader(path);
+    load_all(reader, most_variables);
+  }
   if (H5Fget_obj_count(static_cast<hid_t>(H5F_OBJ_ALL), H5F_OBJ_ALL) != 0)
     complain("something was left open");
   return 0;

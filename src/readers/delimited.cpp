@@ -287,9 +287,8 @@ bool ReaderDelimited::Learned::is_in_order(uint64_t column) {
 size_t ReaderDelimited::Learned::columns_from(uint64_t column, uint64_t count) {
   const uint64_t left = mirn3::mem::free_budget();
   const size_t wished = columns_ahead[std::min(ahead++, columns_ahead.size() - 1)];
-  const size_t most =
-      std::min({wished, static_cast<size_t>(left / share_ahead / sizeof(double) / count),
-                static_cast<size_t>(last_title + 1 - column)});
+  const size_t most = std::min({wished, static_cast<size_t>(left / share_ahead / sizeof(double) / count),
+                                static_cast<size_t>(last_title + 1 - column)});
   size_t columns = 1;
   while (columns < most && type_at(column + columns) == ValueType::number &&
          ready.count(column + columns) == 0) {

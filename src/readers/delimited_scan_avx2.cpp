@@ -173,8 +173,8 @@ constexpr size_t block_rows = 16;
 // than the row.
 constexpr ptrdiff_t reach = (most_fields + 2) * 17;
 
-// The fields of a block, taken apart: 16 digits each, in the low halves of the bytes, and what to divide their
-// number by.
+// The fields of a block, taken apart: 16 digits each, in the low halves of the bytes, and what to divide
+// their number by.
 struct Block {
   alignas(64) uint8_t digits[most_fields][block_rows][16] = {};
   alignas(64) double divisors[most_fields][block_rows] = {};
@@ -307,8 +307,7 @@ KVALO_AVX2 Done read_rows_avx2(const NumberPass& pass) noexcept {
 #pragma GCC unroll 4
         for (size_t lane = 0; lane < lanes; ++lane) {
           const size_t row = group + lane;
-          const Taken taken =
-              take_plain_number(p[lane], forms, block.digits[k][row], block.divisors[k][row]);
+          const Taken taken = take_plain_number(p[lane], forms, block.digits[k][row], block.divisors[k][row]);
           if (taken.after == delimiter) [[likely]] {
             p[lane] += taken.length + 1;
           } else {

@@ -22,8 +22,7 @@ void NumberWalk::read(size_t piece, const scan::RowSpan& rows, uint64_t first_ro
 
   uint64_t from_column = plan_.left_before;
   bool goes_on = from_column != 0 && from_column <= plan_.first;
-  scan::NumberPass pass{
-      .span = rows, .delimiter = plan_.delimiter, .to = plan_.left_at + first_row};
+  scan::NumberPass pass{.span = rows, .delimiter = plan_.delimiter, .to = plan_.left_at + first_row};
   pass.past_caches = plan_.room * (fields + 1) * sizeof(double) >= more_than_caches;
   if (plan_.time != nullptr) {
     double* time = plan_.time + first_row;

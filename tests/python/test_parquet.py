@@ -156,6 +156,55 @@ def test_many_rows_in_many_groups(tmp_path):
     assert [c.s.tag(n) for n in samples(c.s)[1][:100]] == text[:100].tolist()
 
 
+@cases("version", "1.0", "2.0")
+@cases("compression", "snappy", "none", "zstd")
+def test_columns_without_gaps(tmp_path, version, compression):
+    # Small pages, with and without a dictionary before them; a gap on the last page only.
+    rows = 5000
+    rng = np.random.default_rng(6)
+    ramp = np.arange(rows) * 0.01
+    table = {
+        "time": ramp + rng.uniform(0, 0.005, rows),
+        "ramp": ramp,
+        "constant": np.full(rows, 3.25),
+        "few": rng.integers(0, 5, rows) * 0.5,
+        "noise": rng.normal(size=rows),
+        "single": rng.normal(size=rows).astype("f4"),
+        "short": rng.integers(-9, 9, rows).astype("i4"),
+        "long": np.arange(rows) * 1000 + 1_700_000_000_000,
+        "late_gap": pa.array(rng.normal(size=rows), mask=np.arange(rows) == rows - 3),
+    }
+    for k, required in enumerate((False, True)):
+        schema = pa.schema(
+            [
+                pa.field(name, pa.array(v).type, nullable=not required or name == "late_gap")
+                for name, v in table.items()
+            ]
+        )
+        path = tmp_path / f"{k}.parquet"
+        pq.write_table(
+            pa.table(table, schema=schema),
+            path,
+            compression=compression,
+            data_page_version=version,
+            data_page_size=700,
+            dictionary_pagesize_limit=900,
+            use_dictionary=["few", "noise", "long", "short"],
+            row_group_size=2100,
+            write_page_checksum=True,
+        )
+        c = kvalo.Container(path=str(path))
+        for name, values in table.items():
+            if name == "time":
+                continue
+            c[name].load()
+            x, y = np.asarray(c[name].xdata), np.asarray(c[name].ydata)
+            wanted = np.asarray(values, "f8") if name != "late_gap" else values.to_numpy(False)
+            kept = ~np.isnan(wanted)
+            assert np.array_equal(x, table["time"][kept]), name
+            assert np.array_equal(y, wanted[kept]), name
+
+
 # What comes out, as pyarrow gives it: names, rows, the first values of some columns.
 TYPED = "bool tinyint smallint int bigint float double date_string string timestamp"
 ALL_TYPES = [f"{name}_col" for name in TYPED.split()]

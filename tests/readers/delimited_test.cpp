@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <map>
+#include <mutex>
 #include <numeric>
 #include <random>
 
@@ -244,6 +246,30 @@ TEST_F(Delimited, NoOrderOfLoadsChangesAColumn) {
   }
 }
 
+// The first load reads rows while the others are still being found.
+TEST_F(Delimited, RowsMayTurnOutToBeNoneOrMoreThanTheBeginningPromises) {
+  const auto file = [](const std::string& first_values, const char* end) {
+    std::string text = "t,a,b,c\n";
+    for (int row = 0; text.size() < 3 * DelimitedRows::usual_piece_bytes; ++row) {
+      text += std::to_string(row) +
+              (text.size() < 100'000 ? first_values : ",1." + std::to_string(row % 7) + ",,-2\n");
+    }
+    return text + end;
+  };
+  const std::string contents[] = {file(",1,2,3\n", ""), file(",1,2,3\n", "5,6"),
+                                  file(",1,2,3\n", "\n5,6,7,8\n"),
+                                  file(",1." + std::string(300, '0') + ",,3\n", "9,9,9,9\n")};
+  for (const std::string& content : contents) {
+    const uint64_t used = mirn3::mem::memory_used;
+    {
+      const auto reader = open(content);
+      expect_reference(content, *reader, {0, 1, 2});
+      expect_reference(content, *open(content), {2, 0});
+    }
+    EXPECT_EQ(mirn3::mem::memory_used, used);
+  }
+}
+
 TEST_F(Delimited, ReadsAheadOnlyIntoWhatTheBudgetHasLeft) {
   const std::string content = large_file(13, false);
   const auto reader = open(content);
@@ -267,7 +293,14 @@ TEST_F(Delimited, ReadsAheadOnlyIntoWhatTheBudgetHasLeft) {
 TEST_F(Delimited, PiecesOfAnySizeGiveTheSameRows) {
   const std::string content = "t,a\n0,1\n\r\n22,333\n4,5\0,6\n7777777777,8\n9,1\n1\0\n2,3\n"s;
   for (size_t piece_bytes = 1; piece_bytes < 70; ++piece_bytes) {
-    const DelimitedRows rows(make("any.csv", content), ',', 1, piece_bytes);
+    std::mutex guard;
+    std::map<uint64_t, std::string> visited;  // by row
+    const auto visit = [&](size_t, const scan::RowSpan& span, uint64_t first) {
+      const std::lock_guard lock(guard);
+      for (size_t row = 0; row < span.rows; ++row) visited[first + row] = {span.start(row), span.end(row)};
+    };
+    const DelimitedRows rows(make("any.csv", content), ',', 1, piece_bytes,
+                             [&](std::string_view, size_t) { return visit; });
     ASSERT_EQ(rows.rows(), 6u) << piece_bytes;
     EXPECT_EQ(rows.line_count(), 9u);
     std::vector<std::string> ends;
@@ -276,6 +309,12 @@ TEST_F(Delimited, PiecesOfAnySizeGiveTheSameRows) {
       for (size_t row = 0; row < span.rows; ++row) ends.emplace_back(span.start(row), span.end(row));
     }
     EXPECT_THAT(ends, ElementsAre("0,1", "\r", "22,333", "4,5\0,6"s, "7777777777,8", "9,1"));
+    EXPECT_FALSE(visited.empty());
+    for (const auto& [row, text] : visited) {
+      if (row < ends.size()) {
+        EXPECT_EQ(text, ends[row]) << piece_bytes;
+      }
+    }
   }
 }
 

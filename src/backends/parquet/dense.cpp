@@ -68,8 +68,8 @@ std::optional<Bytes> DensePages::values(const parquet::DictionaryPage& page, siz
   return unpacked(bytes_of(page), most);
 }
 
-// Unpacks a page so that its values come to lie in their place, given that its levels take as much as those of
-// the page before. The levels then lie over what comes before the values, which is put back.
+// Unpacks a page so that its values come to lie in their place, given that its levels take as much as those
+// of the page before. The levels then lie over what comes before the values, which is put back.
 bool DensePages::unpack_in_place(const parquet::DataPageV1& page, Place place, size_t wanted) {
   constexpr size_t most_levels = 64;
   const bool has_levels = column_.max_definition_level() != 0;

@@ -25,8 +25,8 @@ struct PackedPages {
   bool is_snappy = false;
 };
 
-// Where the values of a page should go. What lies `before` them, in bytes, may be written in the meantime, but is
-// put back.
+// Where the values of a page should go. What lies `before` them, in bytes, may be written in the meantime,
+// but is put back.
 struct Place {
   uint8_t* values = nullptr;
   size_t before = 0;
@@ -66,8 +66,8 @@ class DensePages {
 };
 
 // Calls take(values, count) with the values of a chunk's `rows` rows, page by page; room(count) says where to
-// put the next ones (a Place of T). False, with some of them taken or none, when the chunk is not of this kind. Throws what
-// the Parquet library throws.
+// put the next ones (a Place of T). False, with some of them taken or none, when the chunk is not of this
+// kind. Throws what the Parquet library throws.
 template <typename DType, typename Room, typename Take>
 bool read_dense(DensePages& pages, size_t rows, const Room& room, const Take& take) {
   using T = typename DType::c_type;

@@ -176,10 +176,10 @@ bool ReaderParquet::Learned::read(int leaf, const Meaning& meaning, size_t group
                ? row_group->ColumnWithExposeEncoding(leaf, parquet::ExposedEncoding::DICTIONARY)
                : row_group->Column(leaf);
   };
-  const Chunk chunk{.column = *file->metadata()->schema()->Column(leaf),
-                    .pool = pool,
-                    .reader = reader,
-                    .pages = [&] { return pages(leaf, ordinal); }};
+  const Chunk chunk{
+      .column = *file->metadata()->schema()->Column(leaf), .pool = pool, .reader = reader, .pages = [&] {
+        return pages(leaf, ordinal);
+      }};
   return read_chunk(chunk, meaning, groups[group].count, out, number);
 }
 
@@ -195,8 +195,7 @@ PackedPages ReaderParquet::Learned::pages(int leaf, int group) const {
   const auto metadata = file->metadata()->RowGroup(group)->ColumnChunk(leaf);
   const bool is_snappy = metadata->compression() == parquet::Compression::SNAPPY;
   const auto packed = std::make_shared<arrow::Buffer>(content.data() + start, size);
-  return {parquet::PageReader::Open(std::make_shared<arrow::io::BufferReader>(packed),
-                                    metadata->num_values(),
+  return {parquet::PageReader::Open(std::make_shared<arrow::io::BufferReader>(packed), metadata->num_values(),
                                     is_snappy ? parquet::Compression::UNCOMPRESSED : metadata->compression(),
                                     properties, *file->metadata()->schema()->Column(leaf)),
           is_snappy};

@@ -67,8 +67,8 @@ class Unpacking {
  private:
   // Takes pieces as long as they are of the usual kinds and away from the ends; stops before any other.
   //
-  // Literals are followed by copies. Copies are moved by words because a wider read of bytes just written would
-  // have to wait until they are in the cache.
+  // Literals are followed by copies. Copies are moved by words because a wider read of bytes just written
+  // would have to wait until they are in the cache.
   void take_short_pieces() noexcept {
     if (in_end_ - in_ <= input_reach || out_end_ - to_ <= output_reach) return;
     const uint8_t* const in_end = in_end_ - input_reach;
