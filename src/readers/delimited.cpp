@@ -262,13 +262,17 @@ ReaderDelimited::Learned::Learned(const std::filesystem::path& path, const Reade
   if (filling) finish(std::move(*filling), rows.line_count() + spare_rows);
 }
 
-// Begins to read a column, with those behind it if it is the first.
+// Begins to read a column, with those behind it if it is the first. Not where the beginning of the text
+// promises more rows than there is memory for: it may promise anything.
 DelimitedRows::Visit ReaderDelimited::Learned::read_while_found(std::string_view text, size_t pieces,
                                                                 uint64_t column,
                                                                 std::optional<Filling>& filling) {
   types = detect_types(text.substr(0, text.find('\n')), delimiter);
   const uint64_t room = likely_rows(text);
-  if (pieces < least_pieces_at_once || room == 0 || type_at(column) != ValueType::number) return {};
+  const uint64_t most = mirn3::mem::free_budget() / share_ahead / (2 * sizeof(double));
+  if (pieces < least_pieces_at_once || room == 0 || room > most || type_at(column) != ValueType::number) {
+    return {};
+  }
   const size_t columns = column == 1 ? columns_from(column, room) : 1;
   filling.emplace(begin(column, columns, 0, room, pieces));
   return [&walk = filling->walk](size_t piece, const scan::RowSpan& span, uint64_t first_row) {

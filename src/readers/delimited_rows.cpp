@@ -15,17 +15,18 @@ namespace mirn2::rd {
 
 namespace {
 
-// Room for line starts that a piece gets to begin with; it doubles.
-constexpr size_t first_room = DelimitedRows::usual_piece_bytes / 64;
+// A piece gets room for as many line starts as lines of this length would have, then for twice as many.
+constexpr size_t usual_line_bytes = 64;
 
 constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
 
 void find_starts(scan::LineSearch& search, const char* begin, const char* end,
                  std::vector<uint32_t>& starts) {
   const scan::Level level = scan::best_level();
+  const size_t first_room = static_cast<size_t>(end - begin) / usual_line_bytes + scan::line_room;
   size_t found = starts.size();
   while (search.at != end && search.empty_line == nullptr) {
-    if (starts.size() - found < scan::line_room) starts.resize(std::max(first_room, starts.size() * 2));
+    if (starts.size() - found < scan::line_room) starts.resize(found + std::max(first_room, starts.size()));
     found += scan::find_line_starts(level, search, end, begin, starts.data() + found, starts.size() - found);
   }
   starts.resize(found);

@@ -8,15 +8,23 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <condition_variable>
+#include <exception>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "runtime/exc.h"
 #include "runtime/log.h"
+#include "runtime/par.h"
 #include "runtime/sys_descriptor.h"
 #include "runtime/zip_entry_name.h"
 #include "runtime/zip_library.h"
@@ -39,6 +47,7 @@ constexpr uint64_t disk_reserve = uint64_t{64} << 20;
 constexpr uint64_t tar_overhead = 8192;
 
 constexpr size_t gzip_buffer = size_t{256} << 10;
+constexpr uint64_t to_disk_at_once = uint64_t{8} << 20;
 
 // libarchive converts names to the character set of the thread's locale.
 class Utf8Names {
@@ -60,30 +69,50 @@ class Utf8Names {
   locale_t before_ = nullptr;
 };
 
-// The bytes behind the gzip layer. libarchive has one of its own, which ignores the checksum.
+// The bytes behind the gzip layer. libarchive has one of its own, which ignores the checksum. Unpacking takes
+// longer than all the rest, so it runs ahead in a thread of its own where there is a core for it.
 class GzipStream {
  public:
-  GzipStream(sys::Descriptor& file, uint64_t limit) : limit_(limit), buffer_(gzip_buffer) {
+  GzipStream(sys::Descriptor& file, uint64_t limit) : limit_(limit) {
     stream_ = library().gzdopen(file.get(), "rb");
     if (stream_ == nullptr) throw std::bad_alloc();
     file.release();
     library().gzbuffer(stream_, gzip_buffer);
+    if (par::workers() == 1) return;
+    try {
+      ahead_ = std::thread([this] { run_ahead(); });
+    } catch (const std::system_error&) {  // no more threads: next() does the work
+    }
   }
-  ~GzipStream() { library().gzclose_r(stream_); }
+  ~GzipStream() {
+    if (ahead_.joinable()) {
+      {
+        const std::lock_guard lock(guard_);
+        stop_ = true;
+      }
+      changed_.notify_all();
+      ahead_.join();
+    }
+    library().gzclose_r(stream_);
+  }
   GzipStream(const GzipStream&) = delete;
   GzipStream& operator=(const GzipStream&) = delete;
 
-  // The next bytes; empty at the end. Throws a plain reason.
+  // The next bytes, good until the next call; empty at the end. Throws a plain reason.
   std::string_view next() {
-    const int got = library().gzread(stream_, buffer_.data(), static_cast<unsigned>(buffer_.size()));
-    int status = Z_OK;
-    const char* text = library().gzerror(stream_, &status);
-    if (got < 0) throw exc::error_t(text);
-    if (got == 0 && status != Z_OK && status != Z_STREAM_END) throw exc::error_t("it ends too early");
-    if (library().gzdirect(stream_) != 0) throw exc::error_t("it is not compressed with gzip");
-    total_ += static_cast<uint64_t>(got);
-    if (total_ > limit_) throw exc::error_t("it holds far more than its entries say");
-    return {buffer_.data(), static_cast<size_t>(got)};
+    if (!ahead_.joinable()) {
+      fill(buffers_[0]);
+      return view(buffers_[0]);
+    }
+    std::unique_lock lock(guard_);
+    if (std::exchange(is_looked_at_, false)) {
+      ++taken_;
+      changed_.notify_all();
+    }
+    changed_.wait(lock, [&] { return filled_ != taken_ || failure_ != nullptr; });
+    if (filled_ == taken_) std::rethrow_exception(failure_);
+    is_looked_at_ = buffers_[taken_ % buffers_.size()].size != 0;  // the end stays the end
+    return view(buffers_[taken_ % buffers_.size()]);
   }
 
   // Reads what is behind the last entry, so that the checksum at the very end is looked at.
@@ -97,7 +126,7 @@ class GzipStream {
       const std::string_view got = stream.next();
       *bytes = got.data();
       return static_cast<la_ssize_t>(got.size());
-    } catch (const exc::error_t& error) {
+    } catch (const std::exception& error) {
       stream.reason = error.what();
       return ARCHIVE_FATAL;
     }
@@ -106,10 +135,61 @@ class GzipStream {
   std::string reason;  // why read() failed
 
  private:
+  struct Buffer {
+    std::unique_ptr<char[]> bytes;
+    size_t size = 0;  // 0: the end
+  };
+
+  static std::string_view view(const Buffer& buffer) { return {buffer.bytes.get(), buffer.size}; }
+
+  void fill(Buffer& buffer) {
+    if (buffer.bytes == nullptr) buffer.bytes = std::make_unique_for_overwrite<char[]>(gzip_buffer);
+    const int got = library().gzread(stream_, buffer.bytes.get(), static_cast<unsigned>(gzip_buffer));
+    int status = Z_OK;
+    const char* text = library().gzerror(stream_, &status);
+    if (got < 0) throw exc::error_t(text);
+    if (got == 0 && status != Z_OK && status != Z_STREAM_END) throw exc::error_t("it ends too early");
+    if (library().gzdirect(stream_) != 0) throw exc::error_t("it is not compressed with gzip");
+    total_ += static_cast<uint64_t>(got);
+    if (total_ > limit_) throw exc::error_t("it holds far more than its entries say");
+    buffer.size = static_cast<size_t>(got);
+  }
+
+  // Fills one buffer after the other until the end, a failure, or nobody wants any more.
+  void run_ahead() {
+    std::unique_lock lock(guard_);
+    for (bool is_over = false; !is_over;) {
+      changed_.wait(lock, [&] { return stop_ || filled_ - taken_ < buffers_.size(); });
+      if (stop_) return;
+      Buffer& buffer = buffers_[filled_ % buffers_.size()];
+      lock.unlock();
+      std::exception_ptr failure;
+      try {
+        fill(buffer);
+      } catch (...) {
+        failure = std::current_exception();
+      }
+      lock.lock();
+      is_over = failure != nullptr || buffer.size == 0;
+      failure_ = failure;
+      if (failure == nullptr) ++filled_;
+      changed_.notify_all();
+    }
+  }
+
   gzFile stream_;
   uint64_t limit_;
   uint64_t total_ = 0;
-  std::vector<char> buffer_;
+  std::array<Buffer, 4> buffers_;
+
+  std::mutex guard_;
+  std::condition_variable changed_;
+  size_t filled_ = 0;
+  size_t taken_ = 0;
+  bool is_looked_at_ = false;
+  bool stop_ = false;
+  std::exception_ptr failure_;
+  std::thread ahead_;
 };
 
 struct Format {
@@ -248,6 +328,7 @@ class Extraction {
     if (!file && errno == EISDIR) refuse(fmt::format("'{}' is a file and a folder", name));
     if (!file) sys::fail("create", path, errno);
     uint64_t size = 0;
+    uint64_t sent = 0;  // to the disk
     for (;;) {
       const void* bytes = nullptr;
       size_t length = 0;
@@ -258,6 +339,10 @@ class Extraction {
       if (offset < 0) fail_damaged("it has content before the start of a file");
       grow(size, static_cast<uint64_t>(offset), length);
       write_all(file, path, static_cast<const char*>(bytes), length, offset);
+      if (limits_.durable && size - sent >= to_disk_at_once) {
+        send_to_disk(file, sent, size - sent);
+        sent = size;
+      }
     }
     if (library().archive_entry_size_is_set(entry) != 0) {
       const la_int64_t stated = library().archive_entry_size(entry);
@@ -287,6 +372,12 @@ class Extraction {
     }
     total_ += more;
     size = end;
+  }
+
+  // Has the disk begin with what is written, so that there is little left to wait for at the end.
+  static void send_to_disk(const sys::Descriptor& file, uint64_t offset, uint64_t length) {
+    ::sync_file_range(file.get(), static_cast<off_t>(offset), static_cast<off_t>(length),
+                      SYNC_FILE_RANGE_WRITE);  // a wish; fdatasync reports what goes wrong
   }
 
   static void write_all(const sys::Descriptor& file, const fs::path& path, const char* bytes, size_t length,
