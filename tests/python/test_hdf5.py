@@ -200,6 +200,32 @@ def test_a_chunk_that_inflates_beyond_its_size_is_refused(made):
         made(write)["v"].load()
 
 
+def packed_zeros(count: int, block: int = 1 << 24) -> bytes:
+    """zlib's form of count blocks of zeros, without packing them all."""
+    packer = zlib.compressobj(9)
+    parts = [packer.compress(bytes(block)) + packer.flush(zlib.Z_FULL_FLUSH) for _ in range(2)]
+    checksum = (count * block % 65521 << 16 | 1).to_bytes(4, "big")
+    return parts[0] + parts[1] * (count - 1) + packer.flush()[:-4] + checksum
+
+
+def test_a_chunk_that_takes_more_memory_than_there_is(made):
+    # Through a filter that only the library knows, so that the library unpacks the other as well.
+    def write(file):
+        data = file.create_dataset("v", (100,), "i4", chunks=(100,), scaleoffset=0, compression="gzip")
+        data.id.write_direct_chunk((0,), packed_zeros(200), 0)
+
+    made(write)
+    code = """
+import resource, sys, kvalo
+try:
+    kvalo.Container(path=sys.argv[1]).v.load()
+except Exception as error:
+    print(error, resource.getrusage(resource.RUSAGE_SELF).ru_maxrss < 500_000)
+"""
+    run = run_script(code, str(made.path), KVALO_MEMORY_BANK="100000000")
+    assert run.stdout.strip().endswith("True"), run.stdout + run.stderr
+
+
 def test_a_file_that_changes_is_noticed(made):
     found = made(lambda file: file.create_dataset("v", data=np.arange(5.0)))
     with h5py.File(made.path, "w") as file:

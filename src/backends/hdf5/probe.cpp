@@ -9,13 +9,26 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <exception>
+#include <fstream>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "runtime/mem.h"
 
 namespace mirn2::rd::hdf5 {
 
 namespace {
+
+constexpr char ended_there = 1;
+constexpr size_t longest_failure = 2048;  // a pipe takes it in one go
+
+// For what the library needs besides the samples: chunks, caches, what it knows of the file.
+constexpr uint64_t to_work_with = uint64_t{512} << 20;
 
 // For the task, in seconds.
 struct Patience {
@@ -28,7 +41,28 @@ struct Patience {
 
 ssize_t open_objects() { return H5Fget_obj_count(static_cast<hid_t>(H5F_OBJ_ALL), H5F_OBJ_ALL); }
 
-[[noreturn]] void run_as_child(const std::function<void()>& task, int done, Patience patience) {
+// Address space that this process may take beyond what it has.
+void limit_memory(uint64_t more) {
+  std::ifstream pages("/proc/self/statm");
+  uint64_t taken = 0;
+  if (!(pages >> taken)) return;
+  taken *= static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+  rlimit space{};
+  getrlimit(RLIMIT_AS, &space);
+  space.rlim_cur =
+      std::min<rlim_t>(space.rlim_cur, more > RLIM_INFINITY - taken ? RLIM_INFINITY : taken + more);
+  setrlimit(RLIMIT_AS, &space);
+}
+
+// Writes the outcome to the pipe: a byte, and the text of a failure.
+void tell(int done, std::string_view failure) {
+  std::string message(1, ended_there);
+  message += failure.substr(0, longest_failure);
+  if (write(done, message.data(), message.size()) != static_cast<ssize_t>(message.size())) _exit(1);
+}
+
+[[noreturn]] void run_as_child(const std::function<void()>& task, int done, Patience patience,
+                               uint64_t memory) {
   for (const int fatal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGALRM, SIGXCPU})
     std::signal(fatal, SIG_DFL);
   const rlimit no_core{0, 0};
@@ -38,40 +72,48 @@ ssize_t open_objects() { return H5Fget_obj_count(static_cast<hid_t>(H5F_OBJ_ALL)
   work.rlim_cur = std::min(work.rlim_cur, patience.work);
   setrlimit(RLIMIT_CPU, &work);
   alarm(patience.wall());
+  limit_memory(memory);
   const ssize_t open_before = open_objects();
+  std::string failure;
   try {
     task();
-  } catch (const std::exception&) {  // an orderly failure: the caller will meet it again
+  } catch (const std::bad_alloc&) {
+    failure = "The HDF5 file takes more memory to read than there is; it is damaged or made to harm";
+  } catch (const std::exception& error) {
+    failure = *error.what() != 0 ? error.what() : "the HDF5 library fails";
   }
   if (open_objects() != open_before) _exit(1);
-  const char byte = 1;
-  _exit(write(done, &byte, 1) == 1 ? 0 : 1);
+  tell(done, failure);
+  _exit(0);
 }
 
 }  // namespace
 
-bool survives(uint64_t file_size, const std::function<void()>& task) {
+Outcome attempt(uint64_t file_size, const std::function<void()>& task) {
   const Patience patience(file_size);
+  const uint64_t memory = mirn3::mem::free_budget() + to_work_with;
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return true;
+  if (pipe2(ends, O_CLOEXEC) != 0) return {};
   const pid_t child = fork();
-  if (child == 0) run_as_child(task, ends[1], patience);
+  if (child == 0) run_as_child(task, ends[1], patience, memory);
   close(ends[1]);
-  bool survived = child < 0;
+  Outcome outcome;
   if (child > 0) {
     pollfd waiting{ends[0], POLLIN, 0};
     int ready = 0;
     do {
       ready = poll(&waiting, 1, static_cast<int>(patience.wall() + 5) * 1000);
     } while (ready < 0 && errno == EINTR);
-    char byte = 0;
-    survived = ready > 0 && read(ends[0], &byte, 1) == 1;
+    std::array<char, 1 + longest_failure> told{};
+    const ssize_t got = ready > 0 ? read(ends[0], told.data(), told.size()) : 0;
+    outcome.survived = got > 0 && told[0] == ended_there;
+    if (outcome.survived) outcome.failure.assign(told.data() + 1, static_cast<size_t>(got - 1));
     if (ready <= 0) kill(child, SIGKILL);
     while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }
   }
   close(ends[0]);
-  return survived;
+  return outcome;
 }
 
 }  // namespace mirn2::rd::hdf5

@@ -227,7 +227,10 @@ bool has_filters(hid_t dataset) {
 
 // Filters and conversions of the library believe what a damaged file says about sizes.
 void try_first(uint64_t file_size, std::string_view name, const std::function<void()>& task) {
-  if (!survives(file_size, task)) throw LibraryFails(name);
+  const Outcome outcome = attempt(file_size, task);
+  if (!outcome.survived) throw LibraryFails(name);
+  // Not tried again without limits. The text names the variable where the library said something.
+  if (!outcome.failure.empty()) throw mirn3::exc::error_t(outcome.failure);
 }
 
 }  // namespace

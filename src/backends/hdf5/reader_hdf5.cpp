@@ -375,13 +375,14 @@ void ReaderHDF5::scan() {
     const File file = hdf5::open_file(reader.path());
     Scan(reader, file, quiet).run();
   };
-  const bool harmless = hdf5::survives(mirn3::sys::file_stamp(path_).size, [&] {
+  const hdf5::Outcome outcome = hdf5::attempt(mirn3::sys::file_stamp(path_).size, [&] {
     ReaderHDF5 trial(path_);
     scan_once(trial, true);
   });
-  if (!harmless) {
+  if (!outcome.survived) {
     throw error_t(fmt::format("'{:s}' is damaged: the HDF5 library fails on it", path_.string()));
   }
+  if (!outcome.failure.empty()) throw error_t(outcome.failure);
   scan_once(*this, false);
 }
 
