@@ -220,10 +220,13 @@ import resource, sys, kvalo
 try:
     kvalo.Container(path=sys.argv[1]).v.load()
 except Exception as error:
-    print(error, resource.getrusage(resource.RUSAGE_SELF).ru_maxrss < 500_000)
+    print(error)
+    print(max(resource.getrusage(who).ru_maxrss for who in (resource.RUSAGE_SELF, resource.RUSAGE_CHILDREN)))
 """
     run = run_script(code, str(made.path), KVALO_MEMORY_BANK="100000000")
-    assert run.stdout.strip().endswith("True"), run.stdout + run.stderr
+    reason, kilobytes = run.stdout.splitlines()
+    assert "memory allocation failed" in reason or "library fails" in reason  # the latter with a sanitizer
+    assert int(kilobytes) < 700_000
 
 
 def test_a_file_that_changes_is_noticed(made):
