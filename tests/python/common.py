@@ -1,5 +1,6 @@
 """The words that the tests are written in: tables of cases, small files, samples, threads."""
 
+import os
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -8,6 +9,9 @@ import numpy as np
 import pytest
 
 TABLE = "t,a\n0,1\n1,2\n2,3\n"
+
+# Whether this runs under the address or the thread sanitizer.
+SANITIZED = "san.so" in os.environ.get("LD_PRELOAD", "")
 
 
 def cases(names: str, *rows):

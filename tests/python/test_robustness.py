@@ -6,13 +6,10 @@ import random
 import kvalo
 import numpy as np
 import pytest
-from common import cases, in_threads, opened, samples, write
+from common import SANITIZED, cases, in_threads, opened, samples, write
 from conftest import run_script
 from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
-
-SANITIZED = "san.so" in os.environ.get("LD_PRELOAD", "")
-
 
 BUDGET = """
 import random, sys, gc, kvalo
