@@ -62,7 +62,7 @@ def benchmark() -> list[Row]:
             "column": lambda: with_pyarrow("c7"),
             "column and time": lambda: with_pyarrow("time", "c7"),
         },
-        rounds=9,
+        rounds=15,
     )
     print("one column after the other")
     names = iter([f"c{k}" for k in range(3, COLUMNS)])

@@ -306,16 +306,21 @@ void ReaderParquet::load(rto_t& request) {
   };
 
   reading(path_, [&] {
-    // Texts are numbered in the order of the rows, so one thread goes through all of them.
+    // Texts are numbered in the order of the rows, so one thread goes through all of them. Numbers take turns
+    // with their times: what keeps the memory busy goes beside what keeps a core busy.
     const size_t value_parts = is_text ? 1 : groups.size();
     const size_t time_parts = times.is_new() ? groups.size() : 0;
     mirn3::par::run(value_parts + time_parts, [&](size_t part) {
-      if (part >= value_parts) {
-        times.fill(part - value_parts);
-      } else if (is_text) {
+      if (is_text && part == 0) {
         for (size_t group = 0; group < groups.size(); ++group) read_values(group);
-      } else {
+      } else if (is_text) {
+        times.fill(part - 1);
+      } else if (time_parts == 0) {
         read_values(part);
+      } else if (part % 2 == 0) {
+        times.fill(part / 2);
+      } else {
+        read_values(part / 2);
       }
     });
   });
