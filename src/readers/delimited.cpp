@@ -116,7 +116,7 @@ struct ReaderDelimited::Learned {
                                         std::optional<Filling>& filling);
   size_t columns_from(uint64_t column, uint64_t count);
   Filling begin(uint64_t column, size_t columns, uint64_t capacity, uint64_t room, size_t pieces);
-  bool finish(Filling filling, uint64_t capacity);
+  void finish(Filling filling, uint64_t capacity);
   void finish_time(uint64_t unread);
 };
 
@@ -345,13 +345,13 @@ Filling ReaderDelimited::Learned::begin(uint64_t column, size_t columns, uint64_
   return {column, std::move(made), std::move(stamps), with_time, NumberWalk(std::move(plan), pieces)};
 }
 
-// Reads what is left to read, and keeps all of it. False when the rows turned out to be too many.
-bool ReaderDelimited::Learned::finish(Filling filling, uint64_t capacity) {
+// Reads what is left to read, and keeps all of it; nothing when the rows turned out to be too many.
+void ReaderDelimited::Learned::finish(Filling filling, uint64_t capacity) {
   const uint64_t count = rows.rows();
   const bool is_first = left_before == 0;
   if (!filling.walk.finish(rows)) {
     left_at.reset();
-    return false;
+    return;
   }
   if (is_first) charge.add(count * sizeof(uint32_t));
   left_before = filling.walk.left_before();
@@ -370,7 +370,6 @@ bool ReaderDelimited::Learned::finish(Filling filling, uint64_t capacity) {
     filling.columns[k].missing = odd[k];
     ready[filling.first + k] = std::move(filling.columns[k]);
   }
-  return true;
 }
 
 Column ReaderDelimited::Learned::numbers(uint64_t column, bool in_order, uint64_t capacity) {
