@@ -9,7 +9,7 @@
 #include "containers/bank.h"
 #include "containers/derived_readers.h"
 #include "containers/python_plugin.h"
-#include "functions/kernels/coding_name.h"
+#include "kernels/coding_name.h"
 #include "objects/frame.h"
 #include "readers/ardupilot_bin.h"
 #include "readers/ardupilot_txt.h"
@@ -283,8 +283,8 @@ void add_unpacked(Container& container) {
   for (const auto& series : container.variables()) {
     for (const auto& made : definitions) {
       if (made.variable != series->main_name) continue;
-      const fn::kernels::BitField field{made.msb - made.base, made.lsb - made.base, made.gain, made.bias};
-      auto reader = std::make_shared<rd::ReaderUnpacked>(series, field, fn::kernels::coding_named(made.type));
+      const kernels::BitField field{made.msb - made.base, made.lsb - made.base, made.gain, made.bias};
+      auto reader = std::make_shared<rd::ReaderUnpacked>(series, field, kernels::coding_named(made.type));
       if (container.add_derived(series, made.name, std::move(reader))) continue;
       mirn3::log::write(mirn3::log::warning,
                         fmt::format("'{:s}' is not unpacked from '{:s}': there is a variable of that name",

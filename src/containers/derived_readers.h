@@ -9,7 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "functions/kernels/unpack.h"
+#include "kernels/unpack.h"
 #include "objects/series.h"
 #include "readers/reader.h"
 
@@ -18,7 +18,7 @@ namespace mirn2::rd {
 // One variable, decoded from the bits of another.
 class ReaderUnpacked : public Reader {
  public:
-  ReaderUnpacked(std::shared_ptr<TimeSeries> source, fn::kernels::BitField field, fn::kernels::Coding coding)
+  ReaderUnpacked(std::shared_ptr<TimeSeries> source, kernels::BitField field, kernels::Coding coding)
       : Reader({}), source_(std::move(source)), field_(field), coding_(coding) {}
 
   void scan() override {}
@@ -31,8 +31,8 @@ class ReaderUnpacked : public Reader {
 
  private:
   std::shared_ptr<TimeSeries> source_;
-  fn::kernels::BitField field_;
-  fn::kernels::Coding coding_;
+  kernels::BitField field_;
+  kernels::Coding coding_;
 };
 
 // A stretch of time: both ends belong to it.

@@ -1,7 +1,7 @@
 #include "functions/calculus.h"
 
 #include "functions/generic.h"
-#include "functions/kernels/calculus.h"
+#include "kernels/calculus.h"
 
 namespace mirn2::fn {
 

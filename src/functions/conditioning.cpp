@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "functions/generic.h"
-#include "functions/kernels/coding_name.h"
-#include "functions/kernels/conditioning.h"
-#include "functions/kernels/unpack.h"
+#include "kernels/coding_name.h"
+#include "kernels/conditioning.h"
+#include "kernels/unpack.h"
 #include "objects/frame.h"
 
 namespace mirn2::fn {

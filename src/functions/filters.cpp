@@ -1,9 +1,9 @@
 #include "functions/filters.h"
 
 #include "functions/generic.h"
-#include "functions/kernels/filters.h"
+#include "kernels/filters.h"
 #include "objects/frame.h"
-#include "objects/sampling.h"
+#include "kernels/sampling.h"
 
 namespace mirn2::fn {
 

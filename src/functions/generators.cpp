@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <limits>
 
-#include "functions/kernels/generators.h"
-#include "functions/kernels/random.h"
+#include "kernels/generators.h"
+#include "kernels/random.h"
 #include "objects/frame.h"
 #include "objects/mesh.h"
 #include "objects/time_series.h"

@@ -1,7 +1,7 @@
 #include "functions/insight.h"
 
 #include "containers/container_type.h"
-#include "functions/kernels/insight.h"
+#include "kernels/insight.h"
 #include "objects/frame.h"
 #include "objects/time_series.h"
 #include "readers/reader.h"

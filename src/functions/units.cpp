@@ -1,6 +1,6 @@
 #include "functions/units.h"
 
-#include "functions/kernels/units.h"
+#include "kernels/units.h"
 #include "objects/frame.h"
 #include "objects/time_series.h"
 #include "runtime/str.h"

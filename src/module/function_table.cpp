@@ -1,6 +1,6 @@
 #include "module/function_table.h"
 
-#include "charts/export.h"
+#include "export/export.h"
 #include "containers/clipboard.h"
 #include "containers/functions.h"
 #include "functions/angles.h"

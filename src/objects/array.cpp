@@ -4,7 +4,7 @@
 #include <limits>
 #include <new>
 
-#include "objects/array_kernels.h"
+#include "kernels/array.h"
 #include "objects/array_operators.h"
 #include "objects/frame.h"
 #include "objects/lending.h"

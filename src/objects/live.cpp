@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "objects/array.h"
-#include "objects/array_kernels.h"
+#include "kernels/array.h"
 #include "objects/lending.h"
 #include "objects/time_series.h"
 

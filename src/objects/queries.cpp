@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "functions/kernels/queries.h"
-#include "objects/array_kernels.h"
+#include "kernels/queries.h"
+#include "kernels/array.h"
 #include "objects/frame.h"
 #include "objects/lending.h"
 #include "objects/time_series.h"
@@ -16,7 +16,6 @@ namespace mirn2::query {
 
 namespace {
 
-namespace kernels = mirn2::fn::kernels;
 using kernels::Relation;
 
 constexpr const char* no_data = "No data";

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <numeric>
 
-#include "objects/array_kernels.h"
+#include "kernels/array.h"
 #include "readers/reader.h"
 #include "runtime/exc.h"
 

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "objects/array_kernels.h"
+#include "kernels/array.h"
 #include "objects/attribute_name.h"
 #include "objects/detached.h"
 #include "objects/frame.h"

@@ -10,7 +10,7 @@
 #include "objects/frame.h"
 #include "objects/lending.h"
 #include "objects/queries.h"
-#include "objects/sampling.h"
+#include "kernels/sampling.h"
 #include "objects/series_operators.h"
 #include "objects/time_series.h"
 #include "runtime/num.h"

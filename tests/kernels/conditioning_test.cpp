@@ -1,5 +1,5 @@
 // The conditioning kernels against their rules written down plainly, on inputs full of surprises.
-#include "functions/kernels/conditioning.h"
+#include "kernels/conditioning.h"
 
 #include <gtest/gtest.h>
 
@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
-#include "functions/kernels/calculus.h"
-#include "functions/kernels/filters.h"
-#include "functions/kernels/unpack.h"
+#include "kernels/calculus.h"
+#include "kernels/filters.h"
+#include "kernels/unpack.h"
 
 namespace {
 
-namespace k = mirn2::fn::kernels;
+namespace k = mirn2::kernels;
 using Samples = std::vector<double>;
 
 constexpr double inf = std::numeric_limits<double>::infinity();
