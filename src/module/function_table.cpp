@@ -1,8 +1,8 @@
 #include "module/function_table.h"
 
-#include "export/export.h"
 #include "containers/clipboard.h"
-#include "containers/functions.h"
+#include "containers/registry_functions.h"
+#include "export/export.h"
 #include "functions/angles.h"
 #include "functions/calculus.h"
 #include "functions/conditioning.h"

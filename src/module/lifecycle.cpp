@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "containers/archives.h"
 #include "containers/bank.h"
-#include "containers/creation.h"
 #include "containers/python_plugin.h"
 #include "module/interpreter_table.h"
 #include "readers/plugin_native.h"
