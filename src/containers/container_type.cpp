@@ -11,11 +11,11 @@
 #include "containers/bank.h"
 #include "containers/derived_readers.h"
 #include "containers/realtime.h"
+#include "hostlink/send.h"
 #include "objects/frame.h"
 #include "objects/lending.h"
 #include "objects/time_series.h"
 #include "objects/unavailable.h"
-#include "runtime/ilc.h"
 #include "runtime/num.h"
 #include "runtime/num_merge.h"
 #include "runtime/rtd.h"
@@ -107,7 +107,7 @@ void post_init(ContainerObject* self) {
 
 // The host hears of it too; the exception that creation left tells the script.
 [[noreturn]] void fail_with_host(const char* text) {
-  if (mirn3::ilc::channel != nullptr) mirn3::ilc::channel->send_error(text);
+  hostlink::report_error(text);
   if (PyErr_Occurred() == nullptr) PyErr_SetString(PyExc_Exception, text);
   throw python_error();
 }
