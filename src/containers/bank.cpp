@@ -11,6 +11,7 @@
 #include "runtime/mem.h"
 #include "runtime/num.h"
 #include "runtime/num_ramp.h"
+#include "runtime/python_lock.h"
 
 namespace mirn2 {
 
@@ -154,26 +155,23 @@ void Bank::reserve_memory() {
   namespace mem = mirn3::mem;
   const auto has_room = [] { return mem::memory_used < mem::memory_bank; };
   if (has_room()) return;
-  const PyGILState_STATE state = PyGILState_Ensure();
-  {
-    std::vector<Ref> dropped;
-    const std::lock_guard guard(lock_);
-    mirn3::num::forget_ramp();
-    for (const auto& [id, container] : containers_) {
-      if (has_room()) break;
-      for (const auto& reader : container->readers()) reader->forget();
-    }
-    std::vector<TimeSeries*> oldest_first;
-    for (const auto& [id, series] : variables_) {
-      if (series->is_loaded()) oldest_first.push_back(series.get());
-    }
-    std::ranges::stable_sort(oldest_first, {}, &TimeSeries::last_load);
-    for (TimeSeries* series : oldest_first) {
-      if (has_room()) break;
-      unload(*series, dropped);
-    }
+  const mirn3::python::Lock interpreter;
+  std::vector<Ref> dropped;  // released after the lock of the tables, before the interpreter's
+  const std::lock_guard guard(lock_);
+  mirn3::num::forget_ramp();
+  for (const auto& [id, container] : containers_) {
+    if (has_room()) break;
+    for (const auto& reader : container->readers()) reader->forget();
   }
-  PyGILState_Release(state);
+  std::vector<TimeSeries*> oldest_first;
+  for (const auto& [id, series] : variables_) {
+    if (series->is_loaded()) oldest_first.push_back(series.get());
+  }
+  std::ranges::stable_sort(oldest_first, {}, &TimeSeries::last_load);
+  for (TimeSeries* series : oldest_first) {
+    if (has_room()) break;
+    unload(*series, dropped);
+  }
 }
 
 }  // namespace mirn2::rd

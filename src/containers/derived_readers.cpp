@@ -1,5 +1,4 @@
-#include <Python.h>
-
+// Bit fields and pieces of other series, made from whatever samples those have when they are asked.
 #include "containers/derived_readers.h"
 
 #include <algorithm>
@@ -7,6 +6,7 @@
 #include <optional>
 
 #include "runtime/exc.h"
+#include "runtime/python_lock.h"
 
 namespace mirn2::rd {
 
@@ -16,15 +16,12 @@ namespace {
 // record change.
 LoadedSamples samples_of(const TimeSeries& record) {
   std::optional<LoadPlan> plan;
-  LoadedSamples loaded;
-  const PyGILState_STATE state = PyGILState_Ensure();
-  if (record.is_loaded()) {
-    loaded = {record.x, record.y};
-  } else {
+  {
+    const mirn3::python::Lock interpreter;
+    if (record.is_loaded()) return {record.x, record.y};
     plan.emplace(record);
   }
-  PyGILState_Release(state);
-  return plan ? plan->run() : loaded;
+  return plan->run();
 }
 
 void cut(const LoadedSamples& from, TimeWindow window, rto_t& to) {
