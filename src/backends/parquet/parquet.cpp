@@ -272,16 +272,15 @@ void ReaderParquet::scan() {
 }
 
 std::shared_ptr<ReaderParquet::Learned> ReaderParquet::learn() {
-  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  if (auto known = kept_.of(stamp)) return known;
-  forget();
-  auto fresh = reading(path_, [&] { return std::make_shared<Learned>(path_, stamp); });
-  if (fresh->file->metadata()->schema()->ToString() != layout_->schema) {
-    throw error_t(fmt::format(
-        "The columns of Parquet file '{}' have changed since it was opened; create its Container anew",
-        path_.string()));
-  }
-  return kept_.keep(std::move(fresh));
+  return kept_.current(path_, [&](const mirn3::sys::FileStamp& stamp) {
+    auto fresh = reading(path_, [&] { return std::make_shared<Learned>(path_, stamp); });
+    if (fresh->file->metadata()->schema()->ToString() != layout_->schema) {
+      throw error_t(fmt::format(
+          "The columns of Parquet file '{}' have changed since it was opened; create its Container anew",
+          path_.string()));
+    }
+    return fresh;
+  });
 }
 
 void ReaderParquet::forget() noexcept { kept_.drop(); }
