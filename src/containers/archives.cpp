@@ -61,15 +61,15 @@ bool is_readable(const fs::path& file, const rd::Reader& chosen, Nesting& nestin
   return !trial->variables().empty();
 }
 
-ReaderPtr first_readable(const fs::path& archive, const mirn3::zip::Unpacked& unpacked, Nesting& nesting,
+ReaderPtr first_readable(const fs::path& archive, const mirn3::zip::Extracted& extracted, Nesting& nesting,
                          ChooseReader choose) {
   std::string reason = "it is empty";
-  for (const fs::path& file : unpacked.files) {
-    if (is_hidden(file.lexically_relative(unpacked.folder))) continue;
+  for (const fs::path& file : extracted.files) {
+    if (is_hidden(file.lexically_relative(extracted.folder))) continue;
     try {
       const Deeper level(nesting);
       ReaderPtr reader = choose(file, nesting);
-      if (unpacked.files.size() == 1 || is_readable(file, *reader, nesting, choose)) return reader;
+      if (extracted.files.size() == 1 || is_readable(file, *reader, nesting, choose)) return reader;
       reason = "no file holds variables";
     } catch (const std::bad_alloc&) {
       throw;
@@ -97,15 +97,15 @@ ReaderPtr reader_in_archive(const fs::path& path, Nesting& nesting, ChooseReader
   if (++nesting.archives > Nesting::most_archives) {
     throw error_t("There are too many archives within archives: unpack the outer one");
   }
-  const mirn3::zip::Unpacked unpacked =
-      without_gil([&] { return mirn3::zip::unpack_to_cache(path, format->extract); });
+  const mirn3::zip::Extracted extracted =
+      without_gil([&] { return mirn3::zip::extract_to_cache(path, format->extract); });
   const bool is_outermost = nesting.depth == 0 && archive_table != nullptr;
   if (is_outermost) {
     Extraction& record = (*archive_table)[path.string()];
-    record.folder = unpacked.folder;
-    record.files = unpacked.files;
+    record.folder = extracted.folder;
+    record.files = extracted.files;
   }
-  ReaderPtr reader = first_readable(path, unpacked, nesting, choose);
+  ReaderPtr reader = first_readable(path, extracted, nesting, choose);
   if (is_outermost) {
     auto& readers = (*archive_table)[path.string()].readers;
     std::erase_if(readers, [](const auto& known) { return known.expired(); });

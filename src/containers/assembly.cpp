@@ -14,7 +14,7 @@
 #include "readers/clipboard.h"
 #include "readers/clipboard_text.h"
 #include "runtime/log.h"
-#include "runtime/unpack.h"
+#include "runtime/unpack_definitions.h"
 
 namespace mirn2 {
 

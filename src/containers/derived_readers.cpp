@@ -49,7 +49,7 @@ LoadedSamples ReaderUnpacked::decode(const LoadedSamples& source) const {
   // A source's stamps may be changed apart from these.
   decoded.x = source.x.is_common() ? source.x : source.x.clone();
   decoded.y.resize_for_overwrite(source.y.size());
-  kernels::unpack(source.y.span(), field_, coding_, decoded.y.span());
+  kernels::decode_bits(source.y.span(), field_, coding_, decoded.y.span());
   return decoded;
 }
 

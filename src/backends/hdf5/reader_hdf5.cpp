@@ -338,8 +338,8 @@ class ReaderHDF5::Load {
     }
   }
 
-  // Unpacking a data set costs more than picking numbers from it: whoever asks for a second variable of one
-  // gets the others read along, as far as the budget has room.
+  // Decompressing a data set costs more than picking numbers from it: whoever asks for a second variable of
+  // one gets the others read along, as far as the budget has room.
   std::map<size_t, shared_vector<double>> room_for_others(size_t index, const Table& now,
                                                           std::vector<Wanted>& wanted) {
     std::map<size_t, shared_vector<double>> others;

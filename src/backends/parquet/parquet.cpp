@@ -146,7 +146,7 @@ struct ReaderParquet::Learned {
     rows = groups.empty() ? 0 : groups.back().first + groups.back().count;
   }
 
-  // The pages of a column in a row group, without the library's own unpacking of Snappy.
+  // The pages of a column in a row group, without the library's own decompression of Snappy.
   PackedPages pages(int leaf, int group) const;
 
   // Decodes a column's rows of one row group to out[0..]. Returns whether some are missing.

@@ -1,4 +1,4 @@
-#include "runtime/unpack.h"
+#include "runtime/unpack_definitions.h"
 
 #include <fmt/format.h>
 
