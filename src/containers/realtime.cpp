@@ -1,3 +1,4 @@
+// Starts, reads and stops the live sources of a Container.
 #include "containers/realtime.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Script functions that condition the values of one series.
 #include "functions/conditioning.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Script functions that make signals, surfaces and arrays.
 #include "functions/generators.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// Sums, extremes and searches over plain spans.
 #include "kernels/array.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Decodes bit fields that were recorded as floating-point numbers.
 #include "kernels/bit_field.h"
 
 #include <algorithm>

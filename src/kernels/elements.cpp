@@ -1,3 +1,4 @@
+// Applies functions of one or two numbers to whole vectors, with the instructions that the processor has.
 #include "kernels/elements.h"
 
 #include <algorithm>

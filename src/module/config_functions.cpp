@@ -1,3 +1,4 @@
+// Script functions get_config and set_config: stored settings and those of the host's window.
 #include "module/config_functions.h"
 
 #include "hostlink/send.h"

@@ -1,3 +1,4 @@
+// The table of the module's functions.
 #include "module/function_table.h"
 
 #include "containers/clipboard.h"

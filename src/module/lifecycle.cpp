@@ -1,3 +1,4 @@
+// Creates and destroys the module's process-wide objects.
 #include "module/lifecycle.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// Lets two Arrays share one buffer until one of them is written to.
 #include "objects/lending.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Finds limits of values and compares time stamps, as fast as memory allows.
 #include "runtime/dsp_scan.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Hands messages to the host, or ends the process when there is none.
 #include "runtime/ilc.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// Makes vectors of evenly spaced numbers, and shares them.
 #include "runtime/num_ramp.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Finds and opens native plug-in libraries.
 #include "runtime/sys_plugin.h"
 
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// Reads the bit-field definitions in unpack.csv.
 #include "runtime/unpack_definitions.h"
 
 #include <fmt/format.h>

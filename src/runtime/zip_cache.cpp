@@ -1,3 +1,4 @@
+// Keeps extracted archives in the cache folder and finds them again.
 #include "runtime/zip_cache.h"
 
 #include <fcntl.h>

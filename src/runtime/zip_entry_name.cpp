@@ -1,3 +1,4 @@
+// Turns the names of archive entries into paths that stay inside a folder.
 #include "runtime/zip_entry_name.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// Reads column chunks without gaps straight from their pages.
 #include "backends/parquet/dense.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Decompresses Snappy, the compression of most Parquet files.
 #include "backends/parquet/snappy.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// Tells from a cell's number format whether the number is a date, a time or just a number.
 #include "backends/xlsx/number_format.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// Decompresses a part of a workbook in a thread of its own.
 #include "backends/xlsx/read_ahead.h"
 
 #include <cstring>

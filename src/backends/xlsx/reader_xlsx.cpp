@@ -1,3 +1,4 @@
+// Reads XLSX workbooks: one group of variables for each sheet.
 #include "backends/xlsx/reader_xlsx.h"
 
 #include <fmt/format.h>

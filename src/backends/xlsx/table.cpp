@@ -1,3 +1,4 @@
+// Turns the cells of a sheet into a table with titles, a time column and values.
 #include "backends/xlsx/table.h"
 
 #include <algorithm>
