@@ -1,4 +1,4 @@
-// Sums, extremes and searches over plain spans.
+// Sums, counts, rounding and scaling of plain spans.
 #include "kernels/array.h"
 
 #include <algorithm>
