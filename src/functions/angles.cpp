@@ -1,3 +1,4 @@
+// Script functions on angles.
 #include "functions/angles.h"
 
 #include "objects/frame.h"

@@ -1,3 +1,4 @@
+// Script functions of calculus and per-sample rates.
 #include "functions/calculus.h"
 
 #include "functions/generic.h"

@@ -1,3 +1,4 @@
+// Script functions that condition the values of one series.
 #include "functions/conditioning.h"
 
 #include <algorithm>
@@ -7,9 +8,9 @@
 #include <utility>
 
 #include "functions/generic.h"
+#include "kernels/bit_field.h"
 #include "kernels/coding_name.h"
 #include "kernels/conditioning.h"
-#include "kernels/unpack.h"
 #include "objects/frame.h"
 
 namespace mirn2::fn {
@@ -131,7 +132,7 @@ PyObject* unpack(PyObject*, PyObject* args, PyObject* keywords) {
     return builtin_generic(args, "unpack",
                            fmt::format("msb={:d}, lsb={:d}, base={:d}, gain={:g}, bias={:g}, type='{:s}'",
                                        msb, lsb, base, gain, bias, type),
-                           [=](Axis, Axis y, Result out) { kernels::unpack(y, field, coding, out); });
+                           [=](Axis, Axis y, Result out) { kernels::decode_bits(y, field, coding, out); });
   });
 }
 

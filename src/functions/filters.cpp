@@ -1,3 +1,4 @@
+// Script functions that filter one series.
 #include "functions/filters.h"
 
 #include "functions/generic.h"

@@ -1,3 +1,4 @@
+// The frame of script functions that make one series from another.
 #include "functions/generic.h"
 
 #include "objects/frame.h"

@@ -1,3 +1,4 @@
+// Script function insight: reports what happened before an event.
 #include "functions/insight.h"
 
 #include "containers/container_type.h"

@@ -1,3 +1,4 @@
+// Script functions that apply an elementary function to every value.
 #include "functions/math.h"
 
 #include "objects/array_operators.h"

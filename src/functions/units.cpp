@@ -1,3 +1,4 @@
+// Script function convert: conversion between physical units.
 #include "functions/units.h"
 
 #include "kernels/units.h"

@@ -1,7 +1,8 @@
+// The table of the module's functions.
 #include "module/function_table.h"
 
 #include "containers/clipboard.h"
-#include "containers/functions.h"
+#include "containers/registry_functions.h"
 #include "export/export.h"
 #include "functions/angles.h"
 #include "functions/calculus.h"

@@ -1,22 +1,13 @@
+// Script functions that install, use and end the host.
 #include "module/host_functions.h"
 
-#include <cstring>
-
+#include "hostlink/send.h"
+#include "hostlink/text_field.h"
 #include "objects/frame.h"
-#include "runtime/ilc.h"
 
 namespace mirn2::fn {
 
-namespace {
-
 namespace ilc = mirn3::ilc;
-
-ilc::Channel& channel() {
-  if (ilc::channel == nullptr) fail(PyExc_RuntimeError, "kvalo has been shut down in this process");
-  return *ilc::channel;
-}
-
-}  // namespace
 
 PyObject* callback(PyObject*, PyObject* args) {
   return guard(PyExc_RuntimeError, [&]() -> PyObject* {
@@ -24,15 +15,14 @@ PyObject* callback(PyObject*, PyObject* args) {
     if (capsule == nullptr || !PyCapsule_CheckExact(capsule)) Py_RETURN_NONE;
     void* handler = PyCapsule_GetPointer(capsule, nullptr);
     if (handler == nullptr) throw python_error();
-    channel().install(*static_cast<const ilc::handler_t*>(handler));
+    hostlink::channel().install(*static_cast<const ilc::handler_t*>(handler));
     Py_RETURN_NONE;
   });
 }
 
 PyObject* exit(PyObject*, PyObject*) {
   return guard(PyExc_RuntimeError, [&]() -> PyObject* {
-    channel().send("app_exit", std::make_shared<dto_exit_t>());
-    check_python();  // a handler written in Python may have failed
+    hostlink::send_record("app_exit", std::make_shared<dto_exit_t>());
     Py_RETURN_NONE;
   });
 }
@@ -44,16 +34,10 @@ PyObject* selfie(PyObject*, PyObject* args, PyObject* kwargs) {
     if (!PyArg_ParseTupleAndKeywords(args, kwargs, "s", const_cast<char**>(keywords), &path)) {
       throw python_error();
     }
-    auto record = std::make_shared<dto_misc_t>();
-    const size_t length = std::strlen(path);
-    if (length >= sizeof(record->text)) {
-      fail(PyExc_ValueError, "The path must be shorter than {:d} bytes ({:d} given)", sizeof(record->text),
-           length);
-    }
-    record->key = ilc::name_hash("path");
-    std::memcpy(record->text, path, length + 1);
-    channel().send("app_selfie", std::move(record));
-    check_python();
+    hostlink::send<dto_misc_t>({"app_selfie"}, [&](dto_misc_t& record) {
+      record.key = ilc::name_hash("path");
+      hostlink::put_text(record.text, path, "path");
+    });
     Py_RETURN_NONE;
   });
 }

@@ -1,4 +1,4 @@
-// Module functions on the registry and on container creation.
+// Module functions on the registry: finding series and containers, and merging a file into the one it fits.
 #pragma once
 
 #include <Python.h>

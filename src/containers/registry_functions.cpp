@@ -1,6 +1,8 @@
-#include "containers/functions.h"
+// Module functions on the registry: finding series and containers, and merging a file into the one it fits.
+#include "containers/registry_functions.h"
 
 #include "containers/bank.h"
+#include "containers/compatible.h"
 #include "containers/container_type.h"
 #include "objects/frame.h"
 #include "objects/time_series.h"
@@ -62,7 +64,7 @@ PyObject* find_by_ratio(PyObject*, PyObject* args, PyObject* kwargs) {
     if (!PyArg_ParseTupleAndKeywords(args, kwargs, "s|d", const_cast<char**>(keywords), &path, &ratio)) {
       throw python_error();
     }
-    return container_object(bank().find_compatible(path, ratio)).release();
+    return container_object(find_compatible(path, ratio)).release();
   });
 }
 
@@ -74,7 +76,7 @@ PyObject* merge(PyObject*, PyObject* args, PyObject* kwargs) {
     if (!PyArg_ParseTupleAndKeywords(args, kwargs, "s", const_cast<char**>(keywords), &path)) {
       throw python_error();
     }
-    const Ref container = container_object(bank().find_compatible(path, merge_ratio));
+    const Ref container = container_object(find_compatible(path, merge_ratio));
     if (container.get() == Py_None) {
       fail(PyExc_Exception, "There's no container compatible with '{:s}'", path);
     }
