@@ -2,7 +2,7 @@
 
 #include "containers/bank.h"
 #include "containers/container_type.h"
-#include "objects/frame.h"
+#include "containers/functions.h"
 #include "readers/clipboard.h"
 #include "readers/clipboard_text.h"
 #include "runtime/exc.h"
@@ -26,13 +26,26 @@ std::shared_ptr<Container> create_container_from_clipboard() {
       std::shared_ptr<Container>());
 }
 
-PyObject* fn::create_from_clipboard(PyObject*, PyObject* args) {
-  return guard(PyExc_Exception, [&] {
-    require_count(args, 0, "create_from_clipboard");
-    std::shared_ptr<Container> container = create_container_from_clipboard();
-    if (!container) throw python_error();
-    return show_container(std::move(container)).release();
-  });
+namespace fn {
+
+namespace {
+
+Ref create_from_clipboard() {
+  std::shared_ptr<Container> container = create_container_from_clipboard();
+  if (!container) throw python_error();
+  return show_container(std::move(container));
 }
+
+}  // namespace
+
+Rows clipboard_rows() {
+  static const PyMethodDef rows[] = {
+      row<"create_from_clipboard", "()", "", "Create new kvalo.Container object from clipboard content",
+          create_from_clipboard, Frame{.failures = &PyExc_Exception, .counted = "create_from_clipboard"}>(),
+  };
+  return rows;
+}
+
+}  // namespace fn
 
 }  // namespace mirn2

@@ -1,8 +1,6 @@
 // Containers from the text on the clipboard.
 #pragma once
 
-#include <Python.h>
-
 #include <memory>
 
 #include "containers/container.h"
@@ -13,9 +11,4 @@ namespace mirn2 {
 // Python's Exception and returns null, with nothing left in the registry.
 std::shared_ptr<Container> create_container_from_clipboard();
 
-namespace fn {
-
-PyObject* create_from_clipboard(PyObject*, PyObject* args);
-
-}  // namespace fn
 }  // namespace mirn2
