@@ -10,7 +10,6 @@
 #include "containers/creation.h"
 #include "containers/derived_readers.h"
 #include "containers/realtime.h"
-#include "objects/lending.h"
 #include "objects/row.h"
 #include "objects/time_series.h"
 #include "runtime/ilc.h"
@@ -204,7 +203,7 @@ uint64_t container_get_size(PyObject* object) { return static_cast<uint64_t>(con
 
 struct AxisOf {
   AxisScale TimeSeries::*scale;
-  Samples TimeSeries::*samples;
+  ColumnPtr TimeSeries::*column;
 };
 constexpr AxisOf x_axis{&TimeSeries::x_scale, &TimeSeries::x};
 constexpr AxisOf y_axis{&TimeSeries::y_scale, &TimeSeries::y};
@@ -216,7 +215,7 @@ void container_scale(PyObject* object, PyObject* gain_argument, PyObject* offset
   const ContainerObject* self = self_of(object);
   if (self->container == nullptr) return;
   for (const auto& series : (*self->container)->variables()) {
-    scale_axis(*series, axis.scale, axis.samples, {gain, offset});
+    scale_axis(*series, axis.scale, axis.column, {gain, offset});
   }
 }
 
@@ -225,13 +224,10 @@ void container_merge(PyObject* object, const char* path) { merge_file(self_of(ob
 // Gives a record that is loaded the stamps of its clock; every object that shows it sees them.
 void apply_clock(const std::shared_ptr<TimeSeries>& record) {
   if (!record->is_loaded()) return;
-  LoadedSamples samples{record->x, record->y};
+  LoadedSamples samples{record->x->hold(), record->y->hold()};
   set_clock(samples, record->clock, record->full_name);
-  part_with_times(*record);
-  record->x = samples.x;
-  for (TimeSeriesObject* object : record->shown_by) {
-    if (ArrayObject* array = as_array(object->xdata)) show_times(array, record);
-  }
+  if (samples.x.data() == record->x->hold().data()) return;
+  record->x->replace(std::move(samples.x), Column::Change::repeated_by_loading);
 }
 
 void container_replace_xdata(PyObject* object, PyObject* clock_argument) {
@@ -246,7 +242,6 @@ void container_replace_xdata(PyObject* object, PyObject* clock_argument) {
   Samples stamps;
   stamps.resize_for_overwrite(clock.size());
   std::ranges::copy(clock.y(), stamps.data());
-  stamps.mark_common();
   for (const auto& series : (*self->container)->variables()) {
     series->clock = stamps;
     series->x_scale = {};  // it was meant for the former stamps

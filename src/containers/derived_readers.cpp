@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "runtime/exc.h"
+#include "runtime/python.h"
 
 namespace mirn2::rd {
 
@@ -17,13 +18,14 @@ namespace {
 LoadedSamples samples_of(const TimeSeries& record) {
   std::optional<LoadPlan> plan;
   LoadedSamples loaded;
-  const PyGILState_STATE state = PyGILState_Ensure();
-  if (record.is_loaded()) {
-    loaded = {record.x, record.y};
-  } else {
-    plan.emplace(record);
+  {
+    const mirn3::python::Lock lock;
+    if (record.is_loaded()) {
+      loaded = {record.x->snapshot(), record.y->snapshot()};
+    } else {
+      plan.emplace(record);
+    }
   }
-  PyGILState_Release(state);
   return plan ? plan->run() : loaded;
 }
 
@@ -49,8 +51,7 @@ void cut(const LoadedSamples& from, TimeWindow window, rto_t& to) {
 
 LoadedSamples ReaderUnpacked::decode(const LoadedSamples& source) const {
   LoadedSamples decoded;
-  // A source's stamps may be changed apart from these.
-  decoded.x = source.x.is_common() ? source.x : source.x.clone();
+  decoded.x = source.x;
   decoded.y.resize_for_overwrite(source.y.size());
   kernels::unpack(source.y.span(), field_, coding_, decoded.y.span());
   return decoded;

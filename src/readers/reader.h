@@ -24,7 +24,7 @@ namespace mirn2::rd {
 struct rto_t {
   std::string_view tag_key;        // tag table for the variable's text values
   std::string_view name;           // full name of the variable; zero-terminated
-  mirn3::shared_vector<double> x;  // time, to be filled; may be common to several variables
+  mirn3::shared_vector<double> x;  // time, to be filled; may be shared with others
   uint64_t spare = 0;              // not used by readers
   mirn3::shared_vector<double> y;  // values, to be filled; as many as x
   bool tolerate_unknown = false;   // an unknown name leaves x and y empty instead of throwing
