@@ -279,7 +279,7 @@ Ref create_array(PyObject* capsule, PyObject* count_object) {
 
 Rows array_rows() {
   static const PyMethodDef rows[] = {
-      row<"create_array", "(data, count, /)", "OO",
+      row<"create_array", "(capsule, count, /)", "OO",
           "Create new kvalo.Array from a capsule (containing a pointer to the data) and its number of "
           "elements. The new instance will retain the ownership of the pointer",
           create_array, Frame{.counted = "create_array"}>(),

@@ -341,7 +341,7 @@ PyTypeObject ArrayType = {
     .tp_as_mapping = &array_mapping,
     .tp_as_buffer = &array_buffer,
     .tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE,
-    .tp_doc = "Kvalo array object",
+    .tp_doc = signature::docstring<"Array", "(source=..., unused=..., /)", "Kvalo array object">.data(),
     .tp_richcompare = array_richcompare,
     .tp_methods = array_methods,
     .tp_init = array_init,
