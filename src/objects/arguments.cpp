@@ -37,6 +37,7 @@ UnpackedCall::UnpackedCall(PyObject* args, PyObject* keywords)
 namespace {
 
 size_t place_of(PyObject* keyword, std::span<const char* const> names) noexcept {
+  if (!PyUnicode_Check(keyword)) return names.size();  // a constructor's may be anything
   const auto same = [keyword](const char* name) {
     return *name != '\0' && PyUnicode_CompareWithASCIIString(keyword, name) == 0;
   };

@@ -22,6 +22,7 @@
 
 #include <Python.h>
 
+#include <concepts>
 #include <optional>
 #include <tuple>
 #include <type_traits>
@@ -63,7 +64,15 @@ namespace rows {
 inline PyObject* wrap(PyObject* result) noexcept { return result; }
 inline PyObject* wrap(Ref result) noexcept { return result.release(); }
 inline PyObject* wrap(double result) noexcept { return PyFloat_FromDouble(result); }
-inline PyObject* wrap(uint64_t result) noexcept { return PyLong_FromUnsignedLongLong(result); }
+template <std::unsigned_integral Count>
+PyObject* wrap(Count result) noexcept {
+  return PyLong_FromUnsignedLongLong(result);
+}
+
+// A call within guard(), and a constructor's.
+using Run = PyObject*(PyObject* self, const Call& call);
+PyObject* guarded(PyObject* failures, Run* run, PyObject* self, const Call& call) noexcept;
+int guarded_init(PyObject* failures, Run* run, PyObject* self, PyObject* args, PyObject* keywords) noexcept;
 
 template <typename Function>
 struct Traits {
@@ -188,7 +197,6 @@ class Function {
     }
   }
 
- public:
   // The whole call; throws.
   static PyObject* run(PyObject* self, const Call& call) {
     if constexpr (is_pending) {
@@ -201,24 +209,20 @@ class Function {
     }
   }
 
+ public:
   // The entries that the interpreter calls, by calling style.
   static PyObject* by_name(PyObject* self, PyObject* const* items, Py_ssize_t given,
                            PyObject* keywords) noexcept {
-    return guard(*frame.failures, [&] { return run(self, {items, given, keywords}); });
+    return guarded(*frame.failures, run, self, {items, given, keywords});
   }
   static PyObject* by_position(PyObject* self, PyObject* const* items, Py_ssize_t given) noexcept {
-    return guard(*frame.failures, [&] { return run(self, {items, given, nullptr}); });
+    return guarded(*frame.failures, run, self, {items, given, nullptr});
   }
   static PyObject* without_arguments(PyObject* self, PyObject*) noexcept {
-    return guard(*frame.failures, [&] { return run(self, {nullptr, 0, nullptr}); });
+    return guarded(*frame.failures, run, self, {nullptr, 0, nullptr});
   }
   static int init(PyObject* self, PyObject* args, PyObject* keywords) noexcept {
-    const auto work = [&] {
-      const UnpackedCall unpacked(args, keywords);
-      Py_DECREF(run(self, unpacked.call()));
-      return 0;
-    };
-    return guard(*frame.failures, work, -1);
+    return guarded_init(*frame.failures, run, self, args, keywords);
   }
 
   static constexpr bool takes_keywords = all.takes_keywords();

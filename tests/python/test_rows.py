@@ -67,6 +67,7 @@ def test_of_two_names_the_later_parameter_stands():
     (lambda ts: kvalo.convert(ts, "m", 1), TypeError, r"convert\(\) argument 3 must be str, not int"),
     (lambda ts: kvalo.convert(ts, "m", to_unit="ft"), TypeError, "takes no keyword arguments"),
     (lambda ts: kvalo.Container(paths="x"), TypeError, r"invalid keyword argument for Container\(\)"),
+    (lambda ts: kvalo.Container(**{1: "x"}), TypeError, "keywords must be strings"),
     (lambda ts: kvalo.Container(realtime=256), OverflowError, "greater than maximum"),
     (lambda ts: ts.index("x"), TypeError, "must be real number, not str"),
     (lambda ts: ts.index(1, relation="lt"), TypeError, r"invalid keyword argument for index\(\)"),
