@@ -26,10 +26,11 @@ ALLOWED = {
     "functions": CONTAINERS,
     "charts": CONTAINERS,
     "models": CONTAINERS,
+    "view": BASE,
     "module": CONTAINERS | {"startup", "functions", "charts", "models"},
 }
 # The interpreter is out of reach here, so that these can be tested and fuzzed alone.
-WITHOUT_PYTHON = {"kvalo", "runtime", "startup", "readers", "backends", "functions/kernels", "charts/kernels"}
+WITHOUT_PYTHON = {"kvalo", "runtime", "startup", "readers", "backends", "functions/kernels", "charts/kernels", "view"}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
 
