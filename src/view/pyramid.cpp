@@ -44,10 +44,10 @@ Extremes of_block(const double* values) {
   return sum == 0.0 ? result : careful({values, Pyramid::base});
 }
 
-// Whether each of n stamps is at least the one before it. Not short-circuit, so that it becomes vector code.
-bool in_order(const double* x, size_t n) {
+// Whether each stamp is at least the one before it. Not short-circuit, so that it becomes vector code.
+bool in_order(std::span<const double> x) {
   unsigned char fine = 1;
-  for (size_t i = 1; i < n; ++i) fine &= static_cast<unsigned char>(x[i] >= x[i - 1]);
+  for (size_t i = 1; i < x.size(); ++i) fine &= static_cast<unsigned char>(x[i] >= x[i - 1]);
   return fine != 0;
 }
 
@@ -118,18 +118,20 @@ void Pyramid::Level::set(size_t block, const Extremes& value) {
   marks[block] = value.marks;
 }
 
-Pyramid::Pyramid(std::span<const double> x, std::span<const double> y) : y_(y) {
+Pyramid::Pyramid(std::span<const double> x, std::span<const double> y, const Pyramid& head) : y_(y) {
   // Only whole blocks: what is left at the end is looked at sample by sample.
-  levels_.emplace_back().resize(y.size() / base);
-  std::atomic<bool> ascends{in_order(x.data() + levels_[0].size() * base, y.size() % base)};
-  if (y.size() == 1) ascends = !std::isnan(x[0]);
-  mirn3::par::ranges(levels_[0].size(), least_blocks, [&](size_t first, size_t last) {
+  levels_.emplace_back();
+  if (!head.levels_.empty()) levels_[0] = head.levels_[0];
+  const size_t kept = levels_[0].size();
+  levels_[0].resize(y.size() / base);
+  std::atomic<bool> ascends{head.ascends_ && in_order(x.last(y.size() % base)) &&
+                            !(y.size() == 1 && std::isnan(x[0]))};
+  mirn3::par::ranges(levels_[0].size() - kept, least_blocks, [&](size_t first, size_t last) {
     bool fine = true;
-    for (size_t block = first; block < last; ++block) {
+    for (size_t block = kept + first; block < kept + last; ++block) {
       const size_t at = block * base;
       levels_[0].set(block, of_block(y.data() + at));
-      const size_t stamps = std::min(base + 1, y.size() - at);  // with the first of the next block
-      fine = fine && in_order(x.data() + at, stamps);
+      fine = fine && in_order(x.subspan(at, std::min(base + 1, y.size() - at)));  // and the next one's first
     }
     if (!fine) ascends = false;
   });
