@@ -5,9 +5,9 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "view/fork.h"
 #include "view/model.h"
 
 namespace kvalo_view {
@@ -39,7 +39,7 @@ class Store {
   std::function<void(const Request&)> on_request;
 
  private:
-  mutable std::mutex mutex_;
+  mutable ForkMutex mutex_;
   std::shared_ptr<const State> state_ = std::make_shared<State>();
   uint32_t next_key_ = 1;
   bool warned_ = false;  // of much pinned memory

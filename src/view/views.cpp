@@ -56,20 +56,22 @@ Range range_of(const View& view, Range all) {
   return {all.hi - (view.x.hi - view.x.lo), all.hi};
 }
 
+bool is_dotted(const Series& series) {
+  return series.style == mirn3::ilc::style_t::dots || !series.data->pyramid().ascends();
+}
+
 void draw_series(Tile& tile, const Chart& chart, const Series& series, const OwnCurve* truth, Range range,
                  const View& view) {
   const Data& data = *series.data;
   const Pyramid& pyramid = data.pyramid();
   if (!pyramid.ascends()) tile.header.flags |= tile_descending;
-  if (!pyramid.ascends() || series.style == mirn3::ilc::style_t::dots) {
+  if (is_dotted(series)) {
     const Extremes all = pyramid.whole();
     const Range up = with_extent(is_set(view.y) ? view.y : Range{all.lo, all.hi});
     const Part part = pyramid.ascends() ? part_of(data.x(), range) : Part{0, data.size()};
     draw_dots(tile, data.x().subspan(part.first, part.size()), data.y().subspan(part.first, part.size()),
               range, up, view.width, view.height);
-    return;
-  }
-  if (truth != nullptr) {
+  } else if (truth != nullptr) {
     draw_curve(tile, truth->curve(), Look::truth, range, view.width);
   } else {
     draw_curve(tile, {data.x(), data.y(), pyramid}, look_of(chart, series), range, view.width);
@@ -103,6 +105,11 @@ bool has_time_axis(Kind kind) {
   return kind == Kind::line || kind == Kind::boolean || kind == Kind::spectro || kind == Kind::synoptic;
 }
 
+bool has_curves(Kind kind) {
+  return kind == Kind::line || kind == Kind::boolean || kind == Kind::fft || kind == Kind::bode ||
+         kind == Kind::xcorr;
+}
+
 std::vector<Tile> Views::tiles(const Chart& chart, const View& view) {
   std::vector<Tile> result;
   const auto add = [&](uint32_t series, uint32_t version) -> Tile& {
@@ -115,6 +122,9 @@ std::vector<Tile> Views::tiles(const Chart& chart, const View& view) {
     return tile;
   };
   const auto add_of = [&](size_t i) -> Tile& { return add(chart.series[i]->key, chart.series[i]->version); };
+  // Only curves are drawn at once when a reader zooms out.
+  const bool is_overview = (view.flags & tile_overview) != 0;
+  if (is_overview && !has_curves(chart.kind)) return result;
   const auto newest = [&] {
     uint32_t version = 0;
     for (const auto& series : chart.series) version = std::max(version, series->version);
@@ -130,6 +140,7 @@ std::vector<Tile> Views::tiles(const Chart& chart, const View& view) {
     case Kind::boolean: {
       const Range range = range_of(view, times_of(chart));
       for (size_t i = 0; i < chart.series.size(); ++i) {
+        if (is_overview && is_dotted(*chart.series[i])) continue;
         const OwnCurve* truth = i < data.curves.size() ? data.curves[i].get() : nullptr;
         draw_series(add_of(i), chart, *chart.series[i], truth, range, view);
       }

@@ -76,5 +76,6 @@ class Views {
 };
 
 bool has_time_axis(Kind kind);
+bool has_curves(Kind kind);  // and so overviews
 
 }  // namespace kvalo_view
