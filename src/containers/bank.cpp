@@ -134,6 +134,16 @@ std::shared_ptr<TimeSeries> Bank::find(const std::string& text) const {
   return nullptr;
 }
 
+std::shared_ptr<TimeSeries> Bank::find_named(std::string_view name) const {
+  const std::lock_guard guard(lock_);
+  for (const auto which : {&TimeSeries::main_name, &TimeSeries::full_name}) {
+    for (const auto& [id, series] : variables_) {
+      if ((*series).*which == name) return series;
+    }
+  }
+  return nullptr;
+}
+
 std::vector<std::shared_ptr<TimeSeries>> Bank::list(const std::string& text) const {
   const Expression expression(text);
   std::vector<std::shared_ptr<TimeSeries>> matches;

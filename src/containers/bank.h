@@ -38,6 +38,9 @@ class Bank : public SeriesRegistry {
   // Null when there is none. Throws script_error "Invalid regular expression: ...".
   std::shared_ptr<TimeSeries> find(const std::string& expression) const;
 
+  // The first series of exactly this main name, or else of this full name; null when there is none.
+  std::shared_ptr<TimeSeries> find_named(std::string_view name) const;
+
   // Every series whose whole main name matches.
   std::vector<std::shared_ptr<TimeSeries>> list(const std::string& expression) const;
 

@@ -11,7 +11,7 @@ namespace mirn3::num {
 // check bits, so that a number a script made up is not taken for one. Safe from every thread.
 MIRN3_API uint64_t create_id() noexcept;
 
-// Whether `value` has the form of an identifier made by create_id() in this process.
-MIRN3_API bool check_id(uint64_t value) noexcept;
+// The identifier that a script asked for, or a new one where it asked for none (0).
+MIRN3_API uint64_t check_id(uint64_t asked) noexcept;
 
 }  // namespace mirn3::num
