@@ -3,7 +3,6 @@
 #pragma once
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
@@ -20,6 +19,7 @@
 #include <vector>
 
 #include "runtime/exc.h"
+#include "runtime/machine.h"
 #include "runtime/mem.h"
 #include "runtime/str.h"
 
@@ -93,14 +93,6 @@ inline void widen(Number number, const unsigned char* from, size_t stride, size_
   table[static_cast<size_t>(number.kind)](number.swapped, from, stride, n, to);
 }
 
-inline bool is_time_name(std::string_view name) {
-  const std::string lower = mirn3::str::to_lower(name);
-  for (const char* known : {"time", "timestamp", "t", "time_s"}) {
-    if (lower == known) return true;
-  }
-  return false;
-}
-
 constexpr size_t no_axis = SIZE_MAX;
 
 // A column that may serve its group as time.
@@ -150,9 +142,7 @@ class Axes {
 // and more than half of the machine's memory. Files that lie about their sizes end here, before any
 // allocation.
 inline void check_size(uint64_t samples, std::string_view name) {
-  const auto half_of_memory =
-      static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) / 2 * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-  const uint64_t most = std::max<uint64_t>(mirn3::mem::memory_bank, half_of_memory);
+  const uint64_t most = std::max<uint64_t>(mirn3::mem::memory_bank, mirn3::machine::physical_memory() / 2);
   if (samples <= most / 16) return;
   throw mirn3::exc::error_t(fmt::format(
       "Variable '{:s}' claims {:d} samples, which need more memory than the {:d} MB that this machine "

@@ -1,9 +1,9 @@
+// The registry of containers and series: its tables, the look-up by name, and making room.
 #include "containers/bank.h"
 
 #include <algorithm>
 #include <regex>
 
-#include "containers/creation.h"
 #include "objects/detached.h"
 #include "objects/frame.h"
 #include "objects/time_series.h"
@@ -11,6 +11,7 @@
 #include "runtime/mem.h"
 #include "runtime/num.h"
 #include "runtime/num_ramp.h"
+#include "runtime/python_lock.h"
 
 namespace mirn2 {
 
@@ -83,7 +84,12 @@ uint64_t Bank::add(std::shared_ptr<TimeSeries> series) {
   return variables_.emplace(series->id, std::move(series)).first->first;
 }
 
+void Bank::adopt(Container& container) {
+  for (auto& series : container.take_new_series()) add(std::move(series));
+}
+
 uint64_t Bank::add(std::shared_ptr<Container> container) {
+  adopt(*container);
   const std::lock_guard guard(lock_);
   container->id = mirn3::num::create_id();
   return containers_.emplace(container->id, std::move(container)).first->first;
@@ -138,47 +144,34 @@ std::vector<std::shared_ptr<TimeSeries>> Bank::list(const std::string& text) con
   return matches;
 }
 
-std::shared_ptr<Container> Bank::find_compatible(const std::filesystem::path& path, double ratio) const {
-  const std::shared_ptr<Container> candidate = create_container_from_file(path, false);
-  if (!candidate) {
-    PyErr_Clear();  // logged already; a file that cannot be read is compatible with nothing
-    return nullptr;
-  }
-  std::vector<std::string> names;
-  for (const auto& series : candidate->variables()) names.push_back(series->main_name);
+std::vector<std::shared_ptr<Container>> Bank::containers() const {
+  std::vector<std::shared_ptr<Container>> all;
   const std::lock_guard guard(lock_);
-  for (const auto& [id, container] : containers_) {
-    double count = 0.0;
-    for (const std::string& name : names) count += container->has_main_name(name) ? 1.0 : 0.0;
-    if (count / static_cast<double>(names.size()) >= ratio) return container;
-  }
-  return nullptr;
+  for (const auto& [id, container] : containers_) all.push_back(container);
+  return all;
 }
 
 void Bank::reserve_memory() {
   namespace mem = mirn3::mem;
   const auto has_room = [] { return mem::memory_used < mem::memory_bank; };
   if (has_room()) return;
-  const PyGILState_STATE state = PyGILState_Ensure();
-  {
-    std::vector<Ref> dropped;
-    const std::lock_guard guard(lock_);
-    mirn3::num::forget_ramp();
-    for (const auto& [id, container] : containers_) {
-      if (has_room()) break;
-      for (const auto& reader : container->readers()) reader->forget();
-    }
-    std::vector<TimeSeries*> oldest_first;
-    for (const auto& [id, series] : variables_) {
-      if (series->is_loaded()) oldest_first.push_back(series.get());
-    }
-    std::ranges::stable_sort(oldest_first, {}, &TimeSeries::last_load);
-    for (TimeSeries* series : oldest_first) {
-      if (has_room()) break;
-      unload(*series, dropped);
-    }
+  const mirn3::python::Lock interpreter;
+  std::vector<Ref> dropped;  // released after the lock of the tables, before the interpreter's
+  const std::lock_guard guard(lock_);
+  mirn3::num::forget_ramp();
+  for (const auto& [id, container] : containers_) {
+    if (has_room()) break;
+    for (const auto& reader : container->readers()) reader->forget();
   }
-  PyGILState_Release(state);
+  std::vector<TimeSeries*> oldest_first;
+  for (const auto& [id, series] : variables_) {
+    if (series->is_loaded()) oldest_first.push_back(series.get());
+  }
+  std::ranges::stable_sort(oldest_first, {}, &TimeSeries::last_load);
+  for (TimeSeries* series : oldest_first) {
+    if (has_room()) break;
+    unload(*series, dropped);
+  }
 }
 
 }  // namespace mirn2::rd

@@ -1,32 +1,10 @@
+// Module function: a container from the text on the clipboard.
 #include "containers/clipboard.h"
 
-#include "containers/bank.h"
+#include "containers/assembly.h"
 #include "containers/container_type.h"
-#include "containers/functions.h"
-#include "readers/clipboard.h"
-#include "readers/clipboard_text.h"
-#include "runtime/exc.h"
 
-namespace mirn2 {
-
-std::shared_ptr<Container> create_container_from_clipboard() {
-  return guard(
-      PyExc_Exception,
-      [&] {
-        const Trace trace("create_container_from_clipboard");
-        const auto reader = without_gil([] {
-          const std::string text = rd::read_clipboard_text();
-          return std::make_shared<rd::ReaderClipboard>(text);
-        });
-        auto container = std::make_shared<Container>();
-        container->insert_reader(reader, true);
-        bank().add(container);
-        return container;
-      },
-      std::shared_ptr<Container>());
-}
-
-namespace fn {
+namespace mirn2::fn {
 
 namespace {
 
@@ -46,6 +24,4 @@ Rows clipboard_rows() {
   return rows;
 }
 
-}  // namespace fn
-
-}  // namespace mirn2
+}  // namespace mirn2::fn

@@ -1,14 +1,10 @@
-// Containers from the text on the clipboard.
+// Module function: a container from the text on the clipboard.
 #pragma once
 
-#include <memory>
+#include "objects/row.h"
 
-#include "containers/container.h"
+namespace mirn2::fn {
 
-namespace mirn2 {
+Rows clipboard_rows();
 
-// A container over the clipboard's text, entered into the registry with its variables. On failure reports
-// Python's Exception and returns null, with nothing left in the registry.
-std::shared_ptr<Container> create_container_from_clipboard();
-
-}  // namespace mirn2
+}  // namespace mirn2::fn

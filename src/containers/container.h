@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "objects/series.h"
@@ -23,15 +24,19 @@ class Container {
   ContainerObject* object = nullptr;  // the script object that shows it; not counted
   std::string name;
 
-  // Makes the reader's variables part of this container: finds or creates one series for every node
-  // of its variable tree. With `enter`, new series are entered into the registry. Nothing changes if
-  // this throws.
-  void insert_reader(std::shared_ptr<rd::Reader> reader, bool enter);
+  // Scans the reader and makes its variables part of this container: finds or creates one series for every
+  // node of its variable tree. Nothing changes if this throws.
+  void insert_reader(std::shared_ptr<rd::Reader> reader);
 
-  // Adds a variable that is computed from another one, beside it: it has the same parents. Entered into the
-  // registry. Does nothing when there is a variable of that full name; answers whether it was added.
+  // Adds a variable that is computed from another one, beside it: it has the same parents. Does nothing when
+  // there is a variable of that full name; answers whether it was added.
   bool add_derived(const std::shared_ptr<TimeSeries>& source, const std::string& main_name,
                    std::shared_ptr<rd::Reader> reader);
+
+  // Hands over the series that were created since the last call. Until then the container owns them.
+  std::vector<std::shared_ptr<TimeSeries>> take_new_series() noexcept {
+    return std::exchange(new_series_, {});
+  }
 
   // One per loaded source, in load order.
   const std::vector<std::shared_ptr<rd::Reader>>& readers() const noexcept { return readers_; }
@@ -63,7 +68,7 @@ class Container {
   std::unordered_multimap<std::string, size_t> by_main_name_;
   std::unordered_map<std::string, size_t> by_full_name_;
   std::vector<std::shared_ptr<rd::Reader>> readers_;
-  std::vector<std::shared_ptr<TimeSeries>> unregistered_;  // owned here when the registry does not
+  std::vector<std::shared_ptr<TimeSeries>> new_series_;
 };
 
 }  // namespace mirn2

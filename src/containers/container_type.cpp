@@ -6,13 +6,14 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "containers/archives.h"
+#include "containers/assembly.h"
 #include "containers/bank.h"
-#include "containers/creation.h"
 #include "containers/derived_readers.h"
 #include "containers/realtime.h"
+#include "hostlink/send.h"
 #include "objects/row.h"
 #include "objects/time_series.h"
-#include "runtime/ilc.h"
 #include "runtime/num.h"
 #include "runtime/num_merge.h"
 #include "runtime/rtd.h"
@@ -103,7 +104,7 @@ void post_init(ContainerObject* self) {
 
 // The host hears of it too; the exception that creation left tells the script.
 [[noreturn]] void fail_with_host(const char* text) {
-  if (mirn3::ilc::channel != nullptr) mirn3::ilc::channel->send_error(text);
+  hostlink::report_error(text);
   if (PyErr_Occurred() == nullptr) PyErr_SetString(PyExc_Exception, text);
   throw python_error();
 }
@@ -117,8 +118,8 @@ void attach(ContainerObject* self, std::shared_ptr<Container> container, Contain
 void open_file(ContainerObject* self, ContainerRequest request) {
   const bool with_plugin = request.plugin.size() >= 2;
   std::shared_ptr<Container> container = with_plugin
-                                             ? create_container_from_file(request.path, request.plugin)
-                                             : create_container_from_file(request.path, true);
+                                             ? create_container_with_plugin(request.path, request.plugin)
+                                             : create_container_from_file(request.path);
   if (!container) fail_with_host("File is not compatible!");
   if (!with_plugin) request.plugin.clear();
   attach(self, std::move(container), std::move(request));
@@ -367,7 +368,7 @@ void merge_file(ContainerObject* self, const std::string& path) {
   if (self->container == nullptr)
     fail(PyExc_Exception, "The container is empty: there is nothing to merge into");
   const std::shared_ptr<Container> container = *self->container;
-  container->insert_reader(create_reader_from_file(path), true);
+  add_file(*container, path);
   post_init(self);
 }
 

@@ -1,5 +1,4 @@
-#include <Python.h>
-
+// Bit fields and pieces of other series, made from whatever samples those have when they are asked.
 #include "containers/derived_readers.h"
 
 #include <algorithm>
@@ -7,7 +6,7 @@
 #include <optional>
 
 #include "runtime/exc.h"
-#include "runtime/python.h"
+#include "runtime/python_lock.h"
 
 namespace mirn2::rd {
 
@@ -17,16 +16,12 @@ namespace {
 // record change.
 LoadedSamples samples_of(const TimeSeries& record) {
   std::optional<LoadPlan> plan;
-  LoadedSamples loaded;
   {
-    const mirn3::python::Lock lock;
-    if (record.is_loaded()) {
-      loaded = {record.x->snapshot(), record.y->snapshot()};
-    } else {
-      plan.emplace(record);
-    }
+    const mirn3::python::Lock interpreter;
+    if (record.is_loaded()) return {record.x->snapshot(), record.y->snapshot()};
+    plan.emplace(record);
   }
-  return plan ? plan->run() : loaded;
+  return plan->run();
 }
 
 void cut(const LoadedSamples& from, TimeWindow window, rto_t& to) {
@@ -53,7 +48,7 @@ LoadedSamples ReaderUnpacked::decode(const LoadedSamples& source) const {
   LoadedSamples decoded;
   decoded.x = source.x;
   decoded.y.resize_for_overwrite(source.y.size());
-  kernels::unpack(source.y.span(), field_, coding_, decoded.y.span());
+  kernels::decode_bits(source.y.span(), field_, coding_, decoded.y.span());
   return decoded;
 }
 

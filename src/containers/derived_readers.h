@@ -9,7 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "kernels/unpack.h"
+#include "kernels/bit_field.h"
 #include "objects/series.h"
 #include "readers/reader.h"
 

@@ -1,3 +1,4 @@
+// Finds, loads and calls plug-ins written in Python.
 #include "containers/python_plugin.h"
 
 #include <algorithm>

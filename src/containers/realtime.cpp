@@ -1,3 +1,4 @@
+// Starts, reads and stops the live sources of a Container.
 #include "containers/realtime.h"
 
 #include <algorithm>
@@ -36,9 +37,9 @@ LoadedSamples latest(const TimeSeries& record, uint64_t n) {
 }
 
 // Hands what the variables have received to the bit fields within them.
-void receive_unpacked(const Container& container, const Variables& variables,
-                      const std::vector<LoadedSamples>& delivered, uint64_t samples,
-                      std::vector<Ref>& dropped) {
+void receive_bit_fields(const Container& container, const Variables& variables,
+                        const std::vector<LoadedSamples>& delivered, uint64_t samples,
+                        std::vector<Ref>& dropped) {
   for (const auto& series : container.variables()) {
     for (const auto& reader : series->readers) {
       const auto* field = dynamic_cast<const rd::ReaderUnpacked*>(reader.get());
@@ -78,7 +79,7 @@ void read_source(const Container& container, rd::Reader& reader, uint64_t sample
     }
   });
   for (size_t i = 0; i < variables.size(); ++i) receive(*variables[i], delivered[i], samples, dropped);
-  receive_unpacked(container, variables, delivered, samples, dropped);
+  receive_bit_fields(container, variables, delivered, samples, dropped);
   if (failure) std::rethrow_exception(failure);
 }
 

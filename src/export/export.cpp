@@ -1,3 +1,4 @@
+// Script function export_to_file: arguments to columns, and errors to Python.
 #include "export/export.h"
 
 #include <memory>

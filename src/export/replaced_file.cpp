@@ -1,3 +1,4 @@
+// Writes a file beside its target and moves it there when it is complete.
 #include "export/replaced_file.h"
 
 #include <fmt/format.h>

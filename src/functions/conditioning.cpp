@@ -7,8 +7,8 @@
 
 #include "functions/families.h"
 #include "functions/generic.h"
+#include "kernels/bit_field.h"
 #include "kernels/coding_name.h"
-#include "kernels/unpack.h"
 
 namespace mirn2::fn {
 
@@ -30,7 +30,7 @@ Ref unpack(PyObject* series, unsigned long long msb, unsigned long long lsb, uns
   return builtin_generic(series, "unpack",
                          fmt::format("msb={:d}, lsb={:d}, base={:d}, gain={:g}, bias={:g}, type='{:s}'", msb,
                                      lsb, base, gain, bias, type),
-                         [&](Axis, Axis y, Result out) { kernels::unpack(y, field, coding, out); });
+                         [&](Axis, Axis y, Result out) { kernels::decode_bits(y, field, coding, out); });
 }
 
 Ref debounce(PyObject* series, double on, double off) {

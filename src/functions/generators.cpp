@@ -1,8 +1,6 @@
 // Module functions: synthetic signals, surfaces and arrays.
 #include "kernels/generators.h"
 
-#include <unistd.h>
-
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -12,6 +10,7 @@
 #include "objects/mesh.h"
 #include "objects/time_series.h"
 #include "runtime/entropy.h"
+#include "runtime/machine.h"
 #include "runtime/mem.h"
 #include "runtime/str.h"
 
@@ -24,8 +23,7 @@ namespace {
 // Bytes that this machine can hold: its memory, or the limit of the process's group, of which the memory
 // budget is one half unless somebody set it by hand.
 double memory_of_machine() {
-  const double physical =
-      static_cast<double>(::sysconf(_SC_PHYS_PAGES)) * static_cast<double>(::sysconf(_SC_PAGESIZE));
+  const auto physical = static_cast<double>(mirn3::machine::physical_memory());
   if (std::getenv("KVALO_MEMORY_BANK") != nullptr) return physical;
   return std::min(physical, 2.0 * static_cast<double>(mirn3::mem::memory_bank.load()));
 }

@@ -1,3 +1,4 @@
+// Sums, counts, rounding and scaling of plain spans.
 #include "kernels/array.h"
 
 #include <algorithm>

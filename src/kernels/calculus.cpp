@@ -1,3 +1,4 @@
+// Derivatives, integrals and differences of samples.
 #include "kernels/calculus.h"
 
 namespace mirn2::kernels {

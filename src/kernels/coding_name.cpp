@@ -1,3 +1,4 @@
+// The names of bit-field codings.
 #include "kernels/coding_name.h"
 
 #include "runtime/str.h"

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "kernels/unpack.h"
+#include "kernels/bit_field.h"
 
 namespace mirn2::kernels {
 

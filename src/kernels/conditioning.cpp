@@ -1,3 +1,4 @@
+// Conditions the values of one series: memory, limits, selection, interpolation.
 #include "kernels/conditioning.h"
 
 #include <algorithm>

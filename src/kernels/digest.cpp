@@ -1,3 +1,4 @@
+// The digest of samples, in eight lanes side by side.
 #include "kernels/digest.h"
 
 #include <bit>

@@ -1,3 +1,4 @@
+// Applies functions of one or two numbers to whole vectors, with the instructions that the processor has.
 #include "kernels/elements.h"
 
 #include <algorithm>
@@ -6,6 +7,7 @@
 #include <limits>
 #include <vector>
 
+#include "runtime/machine.h"
 #include "runtime/num_angle.h"
 #include "runtime/num_merge.h"
 #include "runtime/par.h"
@@ -21,15 +23,6 @@
 namespace mirn2::kernels {
 
 namespace {
-
-bool has_avx2() noexcept {
-#if defined(__x86_64__)
-  static const bool has = __builtin_cpu_supports("avx2") != 0;
-  return has;
-#else
-  return false;
-#endif
-}
 
 // Elements that are worth a thread: cheap functions wait for memory, the others compute.
 enum class Cost : size_t { low = size_t{1} << 17, high = size_t{1} << 13 };
@@ -188,7 +181,7 @@ KVALO_AVX2 void wide(size_t first, size_t last, double* out, At... at) {
 
 template <typename F, typename... At>
 void on_all_cores(Results out, At... at) {
-  const auto loop = has_avx2() ? wide<F, At...> : plain<F, At...>;
+  const auto loop = mirn3::machine::has_avx2() ? wide<F, At...> : plain<F, At...>;
   mirn3::par::ranges(out.size(), static_cast<size_t>(F::cost),
                      [&](size_t first, size_t last) { loop(first, last, out.data(), at...); });
 }

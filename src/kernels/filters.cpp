@@ -1,3 +1,4 @@
+// First-order filters as recursions over the samples.
 #include "kernels/filters.h"
 
 namespace mirn2::kernels {

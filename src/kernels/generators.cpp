@@ -1,3 +1,4 @@
+// Computes synthetic signals on a regular time base.
 #include "kernels/generators.h"
 
 #include <algorithm>

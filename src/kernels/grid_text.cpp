@@ -1,3 +1,4 @@
+// Writes series on a regular time grid as delimited text.
 #include "kernels/grid_text.h"
 
 #include <fmt/format.h>

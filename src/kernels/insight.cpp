@@ -1,3 +1,4 @@
+// Finds the steps of a signal that precede every occurrence of an event by the same time.
 #include "kernels/insight.h"
 
 #include <algorithm>

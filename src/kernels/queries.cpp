@@ -1,3 +1,4 @@
+// Answers questions about one series: extremes, means, searches, sorting.
 #include "kernels/queries.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The 32-bit Mersenne Twister and the numbers drawn from it.
 #include "kernels/random.h"
 
 #include <bit>

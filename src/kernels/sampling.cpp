@@ -1,3 +1,4 @@
+// Estimates how often a series is sampled.
 #include "kernels/sampling.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The table of physical units and the maps between them.
 #include "kernels/units.h"
 
 #include "kernels/axis.h"

@@ -1,3 +1,4 @@
+// The types that this version publishes by name only.
 #include "models/unavailable_types.h"
 
 #include "objects/frame.h"

@@ -1,7 +1,8 @@
+// Script functions get_config and set_config: stored settings and those of the host's window.
 #include "module/config_functions.h"
 
+#include "hostlink/send.h"
 #include "runtime/config.h"
-#include "runtime/ilc.h"
 #include "runtime/str.h"
 
 namespace mirn2::fn {
@@ -67,12 +68,6 @@ void store(std::string_view group, std::string_view key, PyObject* value) {
   }
 }
 
-void inform_host(const char* parameter, const var_t& value) {
-  if (mirn3::ilc::channel == nullptr) fail(PyExc_RuntimeError, "kvalo has been shut down in this process");
-  mirn3::ilc::channel->send_info(parameter, value);
-  check_python();  // a handler written in Python may have failed
-}
-
 // Settings that the host keeps: which parameter of its window or theme a group and key stand for.
 struct HostSetting {
   std::string_view group;
@@ -100,7 +95,7 @@ void set_config(PyObject* value, const char* key_argument, const char* group_arg
   const std::string key = mirn3::str::to_lower(key_argument);
   for (const HostSetting& setting : host_settings) {
     if (setting.group != group || setting.key != key) continue;
-    inform_host(setting.parameter, host_value(group, value));
+    hostlink::send_info(setting.parameter, host_value(group, value));
     return;
   }
   store(group, key, value);

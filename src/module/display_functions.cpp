@@ -1,3 +1,4 @@
+// Module functions: what the host shows of all charts at once.
 #include "module/display_functions.h"
 
 namespace mirn2::fn {

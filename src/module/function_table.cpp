@@ -1,9 +1,11 @@
+// The table of the module's functions.
 #include "module/function_table.h"
 
 #include <vector>
 
 #include "charts/families.h"
-#include "containers/functions.h"
+#include "containers/clipboard.h"
+#include "containers/registry_functions.h"
 #include "export/export.h"
 #include "functions/families.h"
 #include "module/config_functions.h"

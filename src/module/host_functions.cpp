@@ -1,8 +1,8 @@
+// Module functions that install, use and end the host.
 #include "module/host_functions.h"
 
-#include <cstring>
-
-#include "runtime/ilc.h"
+#include "hostlink/send.h"
+#include "hostlink/text_field.h"
 
 namespace mirn2::fn {
 
@@ -10,34 +10,20 @@ namespace {
 
 namespace ilc = mirn3::ilc;
 
-ilc::Channel& channel() {
-  if (ilc::channel == nullptr) fail(PyExc_RuntimeError, "kvalo has been shut down in this process");
-  return *ilc::channel;
-}
-
 void callback(Items items) {
   if (items.empty() || !PyCapsule_CheckExact(items[0])) return;
   void* handler = PyCapsule_GetPointer(items[0], nullptr);
   if (handler == nullptr) throw python_error();
-  channel().install(*static_cast<const ilc::handler_t*>(handler));
+  hostlink::channel().install(*static_cast<const ilc::handler_t*>(handler));
 }
 
-void exit(Items) {
-  channel().send("app_exit", std::make_shared<dto_exit_t>());
-  check_python();  // a handler written in Python may have failed
-}
+void exit(Items) { hostlink::send_record("app_exit", std::make_shared<dto_exit_t>()); }
 
 void selfie(const char* path) {
-  auto record = std::make_shared<dto_misc_t>();
-  const size_t length = std::strlen(path);
-  if (length >= sizeof(record->text)) {
-    fail(PyExc_ValueError, "The path must be shorter than {:d} bytes ({:d} given)", sizeof(record->text),
-         length);
-  }
-  record->key = ilc::name_hash("path");
-  std::memcpy(record->text, path, length + 1);
-  channel().send("app_selfie", std::move(record));
-  check_python();
+  hostlink::send<dto_misc_t>({"app_selfie"}, [&](dto_misc_t& record) {
+    record.key = ilc::name_hash("path");
+    hostlink::put_text(record.text, path, "path");
+  });
 }
 
 }  // namespace

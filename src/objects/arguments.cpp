@@ -1,3 +1,4 @@
+// Puts a call's arguments in their places, or packs them for the interpreter's parser.
 #include "objects/arguments.h"
 
 #include <algorithm>

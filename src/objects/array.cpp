@@ -1,3 +1,4 @@
+// The Python type Array.
 #include "objects/array.h"
 
 #include <algorithm>

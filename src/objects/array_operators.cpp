@@ -1,3 +1,4 @@
+// The operators and comparisons of Array.
 #include "objects/array_operators.h"
 
 #include <algorithm>

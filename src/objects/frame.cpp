@@ -1,3 +1,4 @@
+// Reports errors to Python, traces calls and converts arguments for every script function.
 #include "objects/frame.h"
 
 #include "runtime/log.h"

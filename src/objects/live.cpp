@@ -1,3 +1,4 @@
+// Appends what a live source delivers to its series.
 #include "objects/live.h"
 
 #include <algorithm>

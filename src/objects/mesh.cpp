@@ -1,3 +1,4 @@
+// The Python type Mesh.
 #include "objects/mesh.h"
 
 #include <structmember.h>

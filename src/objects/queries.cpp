@@ -1,3 +1,4 @@
+// Methods of TimeSeries that answer questions about the samples, or cut and change them.
 #include "objects/queries.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// The series record: its objects, and how its samples are loaded.
 #include "objects/series.h"
 
 #include <fmt/format.h>

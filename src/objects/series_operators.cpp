@@ -1,3 +1,4 @@
+// The operators and comparisons of TimeSeries.
 #include "objects/series_operators.h"
 
 #include "objects/frame.h"

@@ -1,3 +1,4 @@
+// Fetches the text on the desktop's clipboard.
 #include "readers/clipboard_text.h"
 
 #include <dlfcn.h>

@@ -14,6 +14,7 @@
 #include "readers/delimited_scan.h"
 #include "readers/delimited_walk.h"
 #include "readers/number_text.h"
+#include "runtime/charge.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/mem.h"
@@ -105,9 +106,11 @@ struct ReaderDelimited::Learned {
   uint64_t last_column = 0;                    // asked for last; at first the time, which comes before all
   size_t ahead = 0;                            // times read ahead in the present order of loads
 
-  Charge charge;
+  mirn3::mem::Charge charge;
 
-  DelimitedRows rows;  // comes last: making it fills some of the others
+  DelimitedRows rows;  // comes after those above: making it fills some of them
+
+  const mirn3::sys::FileStamp stamp = rows.stamp();
 
  private:
   Learned(const std::filesystem::path& path, const ReaderDelimited& reader, uint64_t column,
@@ -411,23 +414,11 @@ void ReaderDelimited::scan() {
 }
 
 std::shared_ptr<ReaderDelimited::Learned> ReaderDelimited::learn(uint64_t column) {
-  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  {
-    const std::lock_guard lock(learned_guard_);
-    if (learned_ != nullptr && learned_->rows.stamp() == stamp) return learned_;
-  }
-  forget();
-  auto fresh = std::make_shared<Learned>(path_, *this, column);
-  const std::lock_guard lock(learned_guard_);
-  learned_ = fresh;
-  return fresh;
+  return kept_.current(
+      path_, [&](const mirn3::sys::FileStamp&) { return std::make_shared<Learned>(path_, *this, column); });
 }
 
-void ReaderDelimited::forget() noexcept {
-  std::shared_ptr<Learned> dropped;
-  const std::lock_guard lock(learned_guard_);
-  dropped.swap(learned_);
-}
+void ReaderDelimited::forget() noexcept { kept_.drop(); }
 
 void ReaderDelimited::load(rto_t& request) {
   const auto entry = index_.find(std::string(request.name));

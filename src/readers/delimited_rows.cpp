@@ -77,17 +77,6 @@ bool is_short(std::string_view rest) {
 
 }  // namespace
 
-Charge::Charge(size_t bytes) { add(bytes); }
-
-Charge::~Charge() {
-  if (bytes_ != 0) mirn3::mem::release(bytes_);
-}
-
-void Charge::add(size_t bytes) {
-  mirn3::mem::reserve(bytes);
-  bytes_ += bytes;
-}
-
 LineWalk::LineWalk(std::string_view text) : text_(text) {
   if (text_.starts_with(byte_order_mark)) position_ = byte_order_mark.size();
 }

@@ -12,23 +12,10 @@
 #include <vector>
 
 #include "readers/delimited_scan.h"
+#include "runtime/charge.h"
 #include "runtime/sys.h"
 
 namespace mirn2::rd {
-
-// Charges bytes that are not sample buffers to the memory budget while it lives.
-class Charge {
- public:
-  Charge() = default;
-  explicit Charge(size_t bytes);
-  ~Charge();
-  Charge(const Charge&) = delete;
-  Charge& operator=(const Charge&) = delete;
-  void add(size_t bytes);
-
- private:
-  size_t bytes_ = 0;
-};
 
 // Walks over the lines of a text. A line's text ends at its first zero byte, the line at its line feed.
 class LineWalk {
@@ -113,7 +100,7 @@ class DelimitedRows {
   uint64_t rows_ = 0;
   uint64_t line_count_ = 0;
   bool has_unfinished_row_ = false;
-  Charge charge_;
+  mirn3::mem::Charge charge_;
 };
 
 }  // namespace mirn2::rd

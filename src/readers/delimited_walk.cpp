@@ -1,3 +1,4 @@
+// Reads number columns of a delimited file side by side in one walk over its rows.
 #include "readers/delimited_walk.h"
 
 #include <utility>

@@ -1,6 +1,7 @@
 // What a reader has learned about its file: kept for the next load, dropped at any time.
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -18,6 +19,16 @@ class Kept {
   std::shared_ptr<Learned> of(const mirn3::sys::FileStamp& stamp) const {
     const std::lock_guard lock(mutex_);
     return learned_ && learned_->stamp == stamp ? learned_ : nullptr;
+  }
+
+  // What is known of the file as it is now. Where nothing is, forgets what was known of an earlier state and
+  // keeps what learn(stamp) returns.
+  template <typename Learn>
+  std::shared_ptr<Learned> current(const std::filesystem::path& path, Learn&& learn) {
+    const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path);
+    if (auto known = of(stamp)) return known;
+    drop();
+    return keep(learn(stamp));
   }
 
   // Keeps it in the place of what there was, and gives it back.

@@ -140,11 +140,9 @@ void ReaderWAV::scan() {
 }
 
 std::shared_ptr<ReaderWAV::Learned> ReaderWAV::learn() {
-  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  if (auto known = kept_.of(stamp)) return known;
-  forget();
-  auto fresh = std::make_shared<Learned>(Learned{stamp, mirn3::sys::Mapping(path_)});
-  return kept_.keep(std::move(fresh));
+  return kept_.current(path_, [&](const mirn3::sys::FileStamp& stamp) {
+    return std::make_shared<Learned>(Learned{stamp, mirn3::sys::Mapping(path_)});
+  });
 }
 
 void ReaderWAV::forget() noexcept { kept_.drop(); }

@@ -13,6 +13,7 @@
 
 #include "runtime/dsp_scan.h"
 #include "runtime/exc.h"
+#include "runtime/machine.h"
 #include "runtime/par.h"
 
 #ifdef __x86_64__
@@ -136,8 +137,7 @@ void Axis::search(const double* values, size_t n, int32_t* out) const {
 void Axis::cells_of(const double* values, size_t n, int32_t* out) const {
   if (std::isinf(per_unit_)) return search(values, n, out);
 #ifdef __x86_64__
-  static const bool has_avx2 = __builtin_cpu_supports("avx2");
-  if (has_avx2) return locate_avx2(values, n, out);
+  if (machine::has_avx2()) return locate_avx2(values, n, out);
 #endif
   locate(values, n, out);
 }

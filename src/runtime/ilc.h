@@ -5,7 +5,6 @@
 #pragma once
 
 #include <memory>
-#include <string_view>
 
 #include "kvalo/host.h"
 
@@ -20,13 +19,6 @@ class MIRN3_API Channel {
   // Hands a message to the host. Without a handler a request cannot be fulfilled: prints one line on
   // standard error that says how to get a host, and ends the process.
   void send(const char* name, std::shared_ptr<void> record) const noexcept;
-
-  // "app_error": a report, not a request. Without a handler it goes to the log. The text is cut to
-  // 512 bytes.
-  void send_error(std::string_view text) const noexcept;
-
-  // "app_info": one parameter of the window or theme.
-  void send_info(const char* parameter, var_t value) const noexcept;
 
  private:
   handler_t handler_;

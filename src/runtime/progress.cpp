@@ -1,3 +1,4 @@
+// Shows a line on the terminal while something takes long.
 #include "runtime/progress.h"
 
 #include <fmt/format.h>

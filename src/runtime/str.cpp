@@ -63,18 +63,20 @@ std::string replace_all(std::string_view text, std::string_view from, std::strin
 }
 
 std::string to_lower(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
+  std::string lowered(text.size(), '\0');
+  std::ranges::transform(text, lowered.begin(), lower);
+  return lowered;
 }
 
-namespace {
+std::string_view trimmed(std::string_view text) noexcept {
+  constexpr std::string_view blanks = " \t\r\n";
+  const size_t first = text.find_first_not_of(blanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
 
-// Length of the valid UTF-8 sequence that the text begins with; 0 when there is none. The bounds of the
-// second byte are those of the Unicode Standard's table of well-formed sequences.
-size_t sequence_length(std::string_view text) {
+// The bounds of the second byte are those of the Unicode Standard's table of well-formed sequences.
+size_t utf8_length(std::string_view text) noexcept {
   const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = byte(0);
   if (lead < 0x80) return 1;
@@ -89,9 +91,11 @@ size_t sequence_length(std::string_view text) {
   return length;
 }
 
+namespace {
+
 bool is_utf8(std::string_view text) {
   while (!text.empty()) {
-    const size_t length = sequence_length(text);
+    const size_t length = utf8_length(text);
     if (length == 0) return false;
     text.remove_prefix(length);
   }

@@ -95,7 +95,7 @@ MIRN3_API void write_check(const std::filesystem::path& path);
 
 // Places on disk (KVALO_HOME, else the XDG folders). Folders are not created here.
 MIRN3_API std::filesystem::path config_path();  // plug-ins, unpack.csv
-MIRN3_API std::filesystem::path cache_path();   // unpacked archives
+MIRN3_API std::filesystem::path cache_path();   // extracted archives
 MIRN3_API std::filesystem::path state_path();   // state.db, kvalo.log
 MIRN3_API std::filesystem::path plugin_path();  // native and Python plug-ins
 

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "runtime/exc.h"
+#include "runtime/str.h"
 #include "runtime/sys.h"
 #include "runtime/sys_descriptor.h"
 
@@ -131,10 +132,10 @@ bool exists(const std::filesystem::path& path) noexcept {
 }
 
 bool ext_check(const std::filesystem::path& path, std::string_view extension) {
-  constexpr auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
   const std::string& text = path.native();
-  return text.size() >= extension.size() && std::equal(extension.rbegin(), extension.rend(), text.rbegin(),
-                                                       [&](char a, char b) { return lower(a) == lower(b); });
+  return text.size() >= extension.size() &&
+         std::equal(extension.rbegin(), extension.rend(), text.rbegin(),
+                    [](char a, char b) { return str::lower(a) == str::lower(b); });
 }
 
 void write_check(const std::filesystem::path& path) {

@@ -1,3 +1,4 @@
+// Finds and opens native plug-in libraries.
 #include "runtime/sys_plugin.h"
 
 #include <dlfcn.h>
@@ -14,6 +15,7 @@
 #include "kvalo/plugin.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
+#include "runtime/machine.h"
 #include "runtime/python.h"
 #include "runtime/sys.h"
 
@@ -139,7 +141,7 @@ std::shared_ptr<Plugin> plugin_compatible(const fs::path& path) {
 
 bool is_readable(const void* begin, size_t bytes) noexcept {
   const auto page = static_cast<uintptr_t>(::sysconf(_SC_PAGESIZE));
-  if (bytes / page >= static_cast<uintptr_t>(::sysconf(_SC_PHYS_PAGES))) return false;
+  if (bytes >= machine::physical_memory()) return false;
   const auto first = reinterpret_cast<uintptr_t>(begin);
   const uintptr_t end = first + bytes;
   if (begin == nullptr || end < first) return false;

@@ -1,4 +1,4 @@
-// The unpacking itself: entries out of libarchive, checked, into files.
+// The extraction itself: entries out of libarchive, checked, into files.
 #include "runtime/zip.h"
 
 #include <fcntl.h>
@@ -35,7 +35,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// An archive may always unpack to this much, and beyond it to so many times its own size. Logs of text
+// An archive may always grow to this much, and beyond it to so many times its own size. Logs of text
 // shrink to a tenth, at the very best to a hundredth; bombs to a thousandth and less.
 constexpr uint64_t always_allowed = uint64_t{1} << 30;
 constexpr uint64_t largest_ratio = 200;
@@ -69,8 +69,8 @@ class Utf8Names {
   locale_t before_ = nullptr;
 };
 
-// The bytes behind the gzip layer. libarchive has one of its own, which ignores the checksum. Unpacking takes
-// longer than all the rest, so it runs ahead in a thread of its own where there is a core for it.
+// The bytes behind the gzip layer. libarchive has one of its own, which ignores the checksum. Extraction
+// takes longer than all the rest, so it runs ahead in a thread of its own where there is a core for it.
 class GzipStream {
  public:
   GzipStream(sys::Descriptor& file, uint64_t limit) : limit_(limit) {
@@ -209,7 +209,7 @@ class Extraction {
     set_allowance(static_cast<uint64_t>(state.st_size));
     open(file);
     archive_entry* entry = nullptr;
-    while (next(&entry)) unpack(entry);
+    while (next(&entry)) extract(entry);
     try {
       if (gzip_) gzip_->finish();
     } catch (const exc::error_t& error) {
@@ -290,7 +290,7 @@ class Extraction {
     }
   }
 
-  void unpack(archive_entry* entry) {
+  void extract(archive_entry* entry) {
     const std::string name = name_of(entry);
     const auto type = library().archive_entry_filetype(entry);
     if (library().archive_entry_hardlink(entry) != nullptr || (type != AE_IFREG && type != AE_IFDIR)) {

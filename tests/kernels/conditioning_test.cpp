@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "kernels/bit_field.h"
 #include "kernels/calculus.h"
 #include "kernels/filters.h"
-#include "kernels/unpack.h"
 
 namespace {
 
@@ -247,7 +247,7 @@ TEST(Unpack, EveryFieldOfEveryWord) {
         Samples expected;
         for (const double value : y) expected.push_back(unpacked(value, msb, lsb, coding, 0.5, 3));
         Samples got(y.size());
-        k::unpack(y, {msb, lsb, 0.5, 3}, coding, got);
+        k::decode_bits(y, {msb, lsb, 0.5, 3}, coding, got);
         expect_same(got, expected, std::to_string(msb) + " to " + std::to_string(lsb));
       }
     }

@@ -349,7 +349,7 @@ TEST_F(Delimited, ExtremeShapes) {
 }
 
 TEST_F(Delimited, RecordedFilesLoad) {
-  const fs::path samples = "/work/shared/data/text";
+  const fs::path samples = fs::path(KVALO_RECORDED_DATA) / "text";
   if (!fs::is_directory(samples)) GTEST_SKIP() << samples << " is not on this machine";
   for (const auto& entry : fs::directory_iterator(samples)) {
     if (entry.path().extension() != ".csv") continue;

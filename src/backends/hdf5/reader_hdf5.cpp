@@ -8,6 +8,7 @@
 #include "backends/hdf5/probe.h"
 #include "backends/hdf5/table.h"
 #include "readers/backend.h"
+#include "readers/time_name.h"
 #include "runtime/log.h"
 #include "runtime/num_ramp.h"
 #include "runtime/sys.h"
@@ -216,7 +217,7 @@ class ReaderHDF5::Scan {
           axes.add_other(table.rows);
           continue;
         }
-        const bool is_time = samples::is_time_name(last);
+        const bool is_time = is_time_name(last);
         (steps.empty() ? axes : inner).offer({variable, table.rows, is_time});
         if (!steps.empty()) axes.offer({variable, table.rows, false});
       }
@@ -336,8 +337,8 @@ class ReaderHDF5::Load {
     }
   }
 
-  // Unpacking a data set costs more than picking numbers from it: whoever asks for a second variable of one
-  // gets the others read along, as far as the budget has room.
+  // Decompressing a data set costs more than picking numbers from it: whoever asks for a second variable of
+  // one gets the others read along, as far as the budget has room.
   std::map<size_t, shared_vector<double>> room_for_others(size_t index, const Table& now,
                                                           std::vector<Wanted>& wanted) {
     std::map<size_t, shared_vector<double>> others;
@@ -386,11 +387,11 @@ void ReaderHDF5::scan() {
 }
 
 std::shared_ptr<ReaderHDF5::Learned> ReaderHDF5::learned() {
-  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  if (auto known = kept_.of(stamp)) return known;
-  auto fresh = std::make_shared<Learned>();
-  fresh->stamp = stamp;
-  return kept_.keep(std::move(fresh));
+  return kept_.current(path_, [](const mirn3::sys::FileStamp& stamp) {
+    auto fresh = std::make_shared<Learned>();
+    fresh->stamp = stamp;
+    return fresh;
+  });
 }
 
 void ReaderHDF5::forget() noexcept { kept_.drop(); }

@@ -8,6 +8,8 @@
 
 #include "backends/mat/layout.h"
 #include "readers/backend.h"
+#include "readers/time_name.h"
+#include "runtime/charge.h"
 #include "runtime/log.h"
 #include "runtime/num_ramp.h"
 #include "runtime/par.h"
@@ -45,27 +47,24 @@ struct ReaderMAT::Elements {
 
 // What was inflated or read as time, for the next load. Changed only by the one thread that is inside load().
 struct ReaderMAT::Learned {
-  ~Learned() { drop(); }
-
   mirn3::sys::FileStamp stamp;
 
   void keep(size_t element, std::vector<unsigned char> content) {
     drop();
-    mirn3::mem::reserve(content.size());
-    charged = content.size();
+    charge.add(content.size());
     inflated = std::move(content);
     inflated_element = element;
   }
   void drop() noexcept {
-    mirn3::mem::release(std::exchange(charged, 0));
     inflated = {};
+    charge = {};
     inflated_element = SIZE_MAX;
   }
 
   size_t last_element = SIZE_MAX;
   size_t inflated_element = SIZE_MAX;
   std::vector<unsigned char> inflated;
-  size_t charged = 0;
+  mirn3::mem::Charge charge;
   std::map<size_t, shared_vector<double>> axes;  // by variable
 };
 
@@ -124,7 +123,7 @@ class ReaderMAT::Tree {
         reader_.variables_.push_back(
             {leaf->full_name, array.parts[part], samples, column * samples, no_axis});
         if (array.parts.size() == 1) {
-          axes.offer({variable, samples, is_vector && samples::is_time_name(array.name)});
+          axes.offer({variable, samples, is_vector && is_time_name(array.name)});
         } else {
           axes.add_other(samples);
         }

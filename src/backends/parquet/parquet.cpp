@@ -146,7 +146,7 @@ struct ReaderParquet::Learned {
     rows = groups.empty() ? 0 : groups.back().first + groups.back().count;
   }
 
-  // The pages of a column in a row group, without the library's own unpacking of Snappy.
+  // The pages of a column in a row group, without the library's own decompression of Snappy.
   PackedPages pages(int leaf, int group) const;
 
   // Decodes a column's rows of one row group to out[0..]. Returns whether some are missing.
@@ -271,16 +271,15 @@ void ReaderParquet::scan() {
 }
 
 std::shared_ptr<ReaderParquet::Learned> ReaderParquet::learn() {
-  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  if (auto known = kept_.of(stamp)) return known;
-  forget();
-  auto fresh = reading(path_, [&] { return std::make_shared<Learned>(path_, stamp); });
-  if (fresh->file->metadata()->schema()->ToString() != layout_->schema) {
-    throw error_t(fmt::format(
-        "The columns of Parquet file '{}' have changed since it was opened; create its Container anew",
-        path_.string()));
-  }
-  return kept_.keep(std::move(fresh));
+  return kept_.current(path_, [&](const mirn3::sys::FileStamp& stamp) {
+    auto fresh = reading(path_, [&] { return std::make_shared<Learned>(path_, stamp); });
+    if (fresh->file->metadata()->schema()->ToString() != layout_->schema) {
+      throw error_t(fmt::format(
+          "The columns of Parquet file '{}' have changed since it was opened; create its Container anew",
+          path_.string()));
+    }
+    return fresh;
+  });
 }
 
 void ReaderParquet::forget() noexcept { kept_.drop(); }

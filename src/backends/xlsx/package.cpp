@@ -1,3 +1,4 @@
+// Opens a workbook file as a zip archive and reads its parts.
 #include "backends/xlsx/package.h"
 
 #include <fmt/format.h>

@@ -20,7 +20,7 @@ class Package {
   bool contains(std::string_view part) const;
 
   // The content of a part, to be read once. One part at a time; the package must outlive it. Throws
-  // mirn3::exc::error_t when it is missing, and while it is read when it is damaged or would unpack to
+  // mirn3::exc::error_t when it is missing, and while it is read when it is damaged or would decompress to
   // more than a workbook of this size can hold.
   std::unique_ptr<ByteSource> open(std::string_view part) const;
 

@@ -1,3 +1,4 @@
+// Reads the XML of workbooks, token by token.
 #include "backends/xlsx/xml.h"
 
 #include <charconv>

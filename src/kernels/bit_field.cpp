@@ -1,4 +1,5 @@
-#include "kernels/unpack.h"
+// Decodes bit fields that were recorded as floating-point numbers.
+#include "kernels/bit_field.h"
 
 #include <algorithm>
 
@@ -99,7 +100,7 @@ uint64_t raw_word(double value) noexcept {
   return top_bit;
 }
 
-void unpack(Axis y, BitField field, Coding coding, Result out) {
+void decode_bits(Axis y, BitField field, Coding coding, Result out) {
   const double gain = field.gain;
   const double bias = field.bias;
   const uint64_t shift = field.lsb & 63;

@@ -1,6 +1,8 @@
-#include "containers/functions.h"
+// Module functions on the registry: finding series and containers, and merging a file into the one it fits.
+#include "containers/registry_functions.h"
 
 #include "containers/bank.h"
+#include "containers/compatible.h"
 #include "containers/container_type.h"
 #include "objects/time_series.h"
 
@@ -45,12 +47,10 @@ Ref list(Items items) {
   return result;
 }
 
-Ref find_by_ratio(const char* path, double ratio) {
-  return container_object(bank().find_compatible(path, ratio));
-}
+Ref find_by_ratio(const char* path, double ratio) { return container_object(find_compatible(path, ratio)); }
 
 PyObject* merge(const char* path) {
-  const Ref container = container_object(bank().find_compatible(path, merge_ratio));
+  const Ref container = container_object(find_compatible(path, merge_ratio));
   if (container.get() == Py_None) {
     fail(PyExc_Exception, "There's no container compatible with '{:s}'", path);
   }

@@ -29,6 +29,6 @@ enum class Coding : uint8_t {
 uint64_t raw_word(double value) noexcept;
 
 // out[i] = the field of raw_word(y[i]), decoded.
-void unpack(Axis y, BitField field, Coding coding, Result out);
+void decode_bits(Axis y, BitField field, Coding coding, Result out);
 
 }  // namespace mirn2::kernels

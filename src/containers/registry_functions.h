@@ -1,4 +1,4 @@
-// Module functions on the registry and on container creation.
+// Module functions on the registry: finding series and containers, and merging a file into the one it fits.
 #pragma once
 
 #include "objects/row.h"
@@ -7,6 +7,5 @@ namespace mirn2::fn {
 
 Rows search_rows();
 Rows merge_rows();
-Rows clipboard_rows();
 
 }  // namespace mirn2::fn

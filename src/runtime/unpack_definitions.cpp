@@ -1,4 +1,5 @@
-#include "runtime/unpack.h"
+// Reads the bit-field definitions in unpack.csv.
+#include "runtime/unpack_definitions.h"
 
 #include <fmt/format.h>
 
@@ -26,13 +27,6 @@ std::vector<Definition> known;
 std::optional<sys::FileStamp> read_at;  // what the file was like when it was read
 std::filesystem::path read_from;
 
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n";
-  const size_t first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
 // The cells of a line; a quoted cell may hold commas, and quotes written twice.
 std::vector<std::string> cells_of(std::string_view line) {
   std::vector<std::string> cells(1);
@@ -49,7 +43,7 @@ std::vector<std::string> cells_of(std::string_view line) {
       cells.back() += c;
     }
   }
-  for (std::string& cell : cells) cell = std::string(trimmed(cell));
+  for (std::string& cell : cells) cell = std::string(str::trimmed(cell));
   return cells;
 }
 
@@ -88,7 +82,7 @@ std::vector<Definition> read(const std::filesystem::path& path) {
   std::vector<Definition> found;
   std::string line;
   for (size_t number = 1; std::getline(file, line); ++number) {
-    std::string_view text = trimmed(line);
+    std::string_view text = str::trimmed(line);
     if (number == 1 && text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
     if (text.empty()) continue;
     if (number == 1 && str::to_lower(text).starts_with("variable,")) continue;
