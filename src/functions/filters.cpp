@@ -4,7 +4,6 @@
 #include "functions/families.h"
 #include "functions/generic.h"
 #include "kernels/sampling.h"
-#include "objects/frame.h"
 
 namespace mirn2::fn {
 

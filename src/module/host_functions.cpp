@@ -1,4 +1,4 @@
-// Script functions that install, use and end the host.
+// Module functions that install, use and end the host.
 #include "module/host_functions.h"
 
 #include "hostlink/send.h"

@@ -1,4 +1,4 @@
-// How arguments reach an implementation as values of its parameter types.
+// Puts a call's arguments in their places, or packs them for the interpreter's parser.
 #include "objects/arguments.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The guard around every call that a row describes.
 #include "objects/row.h"
 
 namespace mirn2::rows {
