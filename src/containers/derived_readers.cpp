@@ -12,8 +12,7 @@ namespace mirn2::rd {
 
 namespace {
 
-// The samples of a series as it is now. Called without the interpreter lock, under which the vectors of a
-// record change.
+// The samples of a series as it is now. Call without the interpreter lock.
 LoadedSamples samples_of(const TimeSeries& record) {
   std::optional<LoadPlan> plan;
   {
@@ -46,7 +45,7 @@ void cut(const LoadedSamples& from, TimeWindow window, rto_t& to) {
 
 LoadedSamples ReaderUnpacked::decode(const LoadedSamples& source) const {
   LoadedSamples decoded;
-  // A source's stamps may be changed apart from these.
+  // A script may change the source's own stamps later, but not these.
   decoded.x = source.x.is_common() ? source.x : source.x.clone();
   decoded.y.resize_for_overwrite(source.y.size());
   kernels::decode_bits(source.y.span(), field_, coding_, decoded.y.span());

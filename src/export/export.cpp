@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "kernels/grid_text.h"
-#include "export/replaced_file.h"
 #include "containers/container_type.h"
+#include "export/replaced_file.h"
+#include "kernels/grid_text.h"
 #include "objects/frame.h"
 #include "objects/time_series.h"
 
@@ -21,7 +21,7 @@ struct Column {
   std::string title;
   Samples x;
   Samples y;
-  std::unique_ptr<InUse> in_use;  // so that making room for the next column does not empty this one
+  std::unique_ptr<InUse> in_use;  // making room for the next column must not empty this one
 };
 
 struct Request {

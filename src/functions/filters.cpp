@@ -3,8 +3,8 @@
 
 #include "functions/generic.h"
 #include "kernels/filters.h"
-#include "objects/frame.h"
 #include "kernels/sampling.h"
+#include "objects/frame.h"
 
 namespace mirn2::fn {
 

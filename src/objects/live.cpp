@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "objects/array.h"
 #include "kernels/array.h"
+#include "objects/array.h"
 #include "objects/lending.h"
 #include "objects/time_series.h"
 

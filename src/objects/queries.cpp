@@ -3,8 +3,8 @@
 
 #include <utility>
 
-#include "kernels/queries.h"
 #include "kernels/array.h"
+#include "kernels/queries.h"
 #include "objects/frame.h"
 #include "objects/lending.h"
 #include "objects/time_series.h"

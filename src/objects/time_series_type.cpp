@@ -6,11 +6,11 @@
 #include <cstddef>
 #include <cstdlib>
 
+#include "kernels/sampling.h"
 #include "objects/detached.h"
 #include "objects/frame.h"
 #include "objects/lending.h"
 #include "objects/queries.h"
-#include "kernels/sampling.h"
 #include "objects/series_operators.h"
 #include "objects/time_series.h"
 #include "runtime/num.h"

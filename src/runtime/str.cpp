@@ -18,7 +18,7 @@ std::string random(size_t n) {
     const size_t drawn = std::min(bytes.size(), n - text.size());
     fill_random(bytes.data(), drawn);
     for (size_t i = 0; i < drawn; ++i) {
-      // Bytes past the last whole multiple are drawn anew, so that every character is equally likely.
+      // Bytes past the last whole multiple are drawn again, so that every character is equally likely.
       const size_t choices = text.empty() ? letters : alphabet.size();
       if (bytes[i] < 256 / choices * choices) text += alphabet[bytes[i] % choices];
     }
