@@ -13,7 +13,6 @@
 #include "containers/realtime.h"
 #include "hostlink/send.h"
 #include "objects/frame.h"
-#include "objects/lending.h"
 #include "objects/time_series.h"
 #include "objects/unavailable.h"
 #include "runtime/num.h"
@@ -224,7 +223,7 @@ PyObject* container_get_size(PyObject* object, PyObject*) {
 
 struct AxisOf {
   AxisScale TimeSeries::*scale;
-  Samples TimeSeries::*samples;
+  ColumnPtr TimeSeries::*column;
 };
 constexpr AxisOf x_axis{&TimeSeries::x_scale, &TimeSeries::x};
 constexpr AxisOf y_axis{&TimeSeries::y_scale, &TimeSeries::y};
@@ -239,7 +238,7 @@ PyObject* container_scale(PyObject* object, PyObject* args) {
     const ContainerObject* self = self_of(object);
     if (self->container != nullptr) {
       for (const auto& series : (*self->container)->variables()) {
-        scale_axis(*series, axis.scale, axis.samples, {gain, offset});
+        scale_axis(*series, axis.scale, axis.column, {gain, offset});
       }
     }
     Py_RETURN_NONE;
@@ -263,13 +262,10 @@ PyObject* container_merge(PyObject* object, PyObject* args, PyObject* kwargs) {
 // Gives a loaded record the stamps of its clock, in every object that shows it.
 void apply_clock(const std::shared_ptr<TimeSeries>& record) {
   if (!record->is_loaded()) return;
-  LoadedSamples samples{record->x, record->y};
+  LoadedSamples samples{record->x->hold(), record->y->hold()};
   set_clock(samples, record->clock, record->full_name);
-  part_with_times(*record);
-  record->x = samples.x;
-  for (TimeSeriesObject* object : record->shown_by) {
-    if (ArrayObject* array = as_array(object->xdata)) show_times(array, record);
-  }
+  if (samples.x.data() == record->x->hold().data()) return;
+  record->x->replace(std::move(samples.x), Column::Change::repeated_by_loading);
 }
 
 PyObject* container_replace_xdata(PyObject* object, PyObject* args) {
@@ -288,7 +284,6 @@ PyObject* container_replace_xdata(PyObject* object, PyObject* args) {
     Samples stamps;
     stamps.resize_for_overwrite(clock.size());
     std::ranges::copy(clock.y(), stamps.data());
-    stamps.mark_common();
     for (const auto& series : (*self->container)->variables()) {
       series->clock = stamps;
       series->x_scale = {};  // it applied to the earlier stamps

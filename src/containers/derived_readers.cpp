@@ -17,7 +17,7 @@ LoadedSamples samples_of(const TimeSeries& record) {
   std::optional<LoadPlan> plan;
   {
     const mirn3::python::Lock interpreter;
-    if (record.is_loaded()) return {record.x, record.y};
+    if (record.is_loaded()) return {record.x->snapshot(), record.y->snapshot()};
     plan.emplace(record);
   }
   return plan->run();
@@ -45,8 +45,7 @@ void cut(const LoadedSamples& from, TimeWindow window, rto_t& to) {
 
 LoadedSamples ReaderUnpacked::decode(const LoadedSamples& source) const {
   LoadedSamples decoded;
-  // A script may change the source's own stamps later, but not these.
-  decoded.x = source.x.is_common() ? source.x : source.x.clone();
+  decoded.x = source.x;
   decoded.y.resize_for_overwrite(source.y.size());
   kernels::decode_bits(source.y.span(), field_, coding_, decoded.y.span());
   return decoded;

@@ -30,7 +30,7 @@ using Variables = std::vector<std::shared_ptr<TimeSeries>>;
 
 // The last n samples of a record.
 LoadedSamples latest(const TimeSeries& record, uint64_t n) {
-  LoadedSamples samples{record.x, record.y};
+  LoadedSamples samples{record.x->hold(), record.y->hold()};
   samples.x.remove_prefix(samples.x.size() - n);
   samples.y.remove_prefix(samples.y.size() - n);
   return samples;

@@ -112,15 +112,15 @@ void load(std::vector<Column>& columns) {
   for (Column& column : columns) {
     TimeSeriesObject* series = as_series(column.series.get());
     load_samples(series);
-    const Samples* x = axis_of(series->xdata);
-    const Samples* y = axis_of(series->ydata);
+    const mirn2::Column* x = axis_of(series->xdata);
+    const mirn2::Column* y = axis_of(series->ydata);
     if (x == nullptr || y == nullptr || x->empty() || y->empty()) continue;
     if (x->size() != y->size()) {
       fail(PyExc_ValueError, "'{:s}' has {} times for {} values", column.title, x->size(), y->size());
     }
     if (series->source != nullptr) column.in_use = std::make_unique<InUse>(*series->source);
-    column.x = *x;
-    column.y = *y;
+    column.x = x->hold();
+    column.y = y->hold();
   }
   std::erase_if(columns, [](const Column& column) { return column.x.empty(); });
   if (columns.empty()) fail(PyExc_ValueError, "No kvalo.TimeSeries has valid values");

@@ -15,7 +15,7 @@ using SeriesKernel =
     std::function<void(std::span<const double> t, std::span<const double> y, std::span<double> out)>;
 
 // Takes the series from `args` (a tuple's first item, or the series itself), loads it, and returns a
-// new TimeSeries with a copy of its time stamps and the kernel's values. The result's creation script
+// new TimeSeries with its time stamps and the kernel's values. The result's creation script
 // is "kvalo.{name}({series}{, }{options})". Refused while a real-time connection is active, with this
 // frame's own name in the text. The kernel runs without the interpreter lock.
 PyObject* builtin_generic(PyObject* args, std::string_view name, std::string_view options,

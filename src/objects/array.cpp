@@ -8,7 +8,6 @@
 #include "kernels/array.h"
 #include "objects/array_operators.h"
 #include "objects/frame.h"
-#include "objects/lending.h"
 #include "objects/many_floats.h"
 
 namespace mirn2 {
@@ -17,26 +16,26 @@ namespace {
 
 ArrayObject* self_of(PyObject* self) { return reinterpret_cast<ArrayObject*>(self); }
 
-Ref new_array(uint64_t size) {
-  Samples samples;
-  samples.resize(size);
-  return make_array(std::move(samples));
-}
-
 // ---- life and death ----
 
-PyObject* array_new(PyTypeObject* type, PyObject*, PyObject*) {
+PyObject* alloc_array(PyTypeObject* type) {
   PyObject* self = type->tp_alloc(type, 0);
   if (self == nullptr) return nullptr;
-  new (&self_of(self)->data) Samples();
-  new (&self_of(self)->times_of) std::weak_ptr<TimeSeries>();
+  new (&self_of(self)->column) ColumnPtr();
   return self;
 }
 
+PyObject* array_new(PyTypeObject* type, PyObject*, PyObject*) {
+  return guard(PyExc_ValueError, [&] {
+    ColumnPtr column = make_column({});
+    Ref self = checked(alloc_array(type));
+    self_of(self.get())->column = std::move(column);
+    return self.release();
+  });
+}
+
 void array_dealloc(PyObject* self) {
-  return_loan(self_of(self));
-  self_of(self)->data.~Samples();
-  self_of(self)->times_of.~weak_ptr();
+  self_of(self)->column.~ColumnPtr();
   Py_TYPE(self)->tp_free(self);
 }
 
@@ -60,12 +59,11 @@ int array_init(PyObject* self, PyObject* args, PyObject*) {
         if (given == 0) return 0;
         PyObject* first = PyTuple_GET_ITEM(args, 0);
         if (PyList_Check(first)) {
-          replace_samples(self_of(self), samples_from_sequence(first));
+          self_of(self)->column = make_column(samples_from_sequence(first));
         } else if (PyLong_Check(first)) {
-          replace_samples(self_of(self), samples_from_size(first));
+          self_of(self)->column = make_column(samples_from_size(first));
         } else if (ArrayObject* other = as_array(first)) {
-          stop_borrowing(other);
-          replace_samples(self_of(self), other->data);
+          self_of(self)->column = other->column;
           self_of(self)->aux = other->aux;
         } else {
           fail(PyExc_ValueError, "Constructor has invalid argument type");
@@ -77,7 +75,7 @@ int array_init(PyObject* self, PyObject* args, PyObject*) {
 
 PyObject* array_repr(PyObject* self) {
   return guard(PyExc_ValueError, [&] {
-    const Samples& data = self_of(self)->data;
+    const Column& data = *self_of(self)->column;
     if (data.empty()) return to_unicode("[]");
     constexpr uint64_t shown = 16;
     const bool whole = data.size() <= 2 * shown;
@@ -97,17 +95,17 @@ PyObject* array_repr(PyObject* self) {
 
 // ---- elements ----
 
-Py_ssize_t array_length(PyObject* self) { return static_cast<Py_ssize_t>(self_of(self)->data.size()); }
+Py_ssize_t array_length(PyObject* self) { return static_cast<Py_ssize_t>(self_of(self)->column->size()); }
 
 uint64_t element_index(PyObject* self, Py_ssize_t index) {
-  const Samples& data = self_of(self)->data;
+  const Column& data = *self_of(self)->column;
   if (data.empty()) fail(PyExc_Exception, "Data is empty");
   return checked_index(index, data.size());
 }
 
 PyObject* array_item(PyObject* self, Py_ssize_t index) {
   return guard(PyExc_Exception,
-               [&] { return PyFloat_FromDouble(self_of(self)->data[element_index(self, index)]); });
+               [&] { return PyFloat_FromDouble((*self_of(self)->column)[element_index(self, index)]); });
 }
 
 int array_set_item(PyObject* self, Py_ssize_t index, PyObject* value) {
@@ -118,10 +116,7 @@ int array_set_item(PyObject* self, Py_ssize_t index, PyObject* value) {
         if (value == nullptr) fail(PyExc_TypeError, "Elements of a kvalo.Array cannot be deleted");
         const double number = number_argument(value, "Unsupported type");
         const uint64_t at = element_index(self, index);
-        prepare_write(self_of(self));
-        Samples& data = self_of(self)->data;
-        data[at] = number;
-        data.mark_modified();
+        self_of(self)->column->write()[at] = number;
         return 0;
       },
       -1);
@@ -150,7 +145,7 @@ int array_set_subscript(PyObject* self, PyObject* key, PyObject* value) {
 
 PyObject* array_clone(PyObject* self, PyObject*) {
   return guard(PyExc_ValueError, [&] {
-    Ref copy = make_array(self_of(self)->data.clone());
+    Ref copy = make_array(self_of(self)->column->hold().clone());
     self_of(copy.get())->aux = self_of(self)->aux;
     return copy.release();
   });
@@ -158,7 +153,7 @@ PyObject* array_clone(PyObject* self, PyObject*) {
 
 PyObject* array_to_list(PyObject* self, PyObject*) {
   return guard(PyExc_ValueError, [&] {
-    const Samples data = self_of(self)->data;
+    const Samples data = self_of(self)->column->hold();
     Ref list = checked(PyList_New(static_cast<Py_ssize_t>(data.size())));
     const FloatRoom room(data.size());
     for (uint64_t i = 0; i < data.size(); ++i) {
@@ -169,11 +164,11 @@ PyObject* array_to_list(PyObject* self, PyObject*) {
 }
 
 PyObject* array_avg(PyObject* self, PyObject*) {
-  return PyFloat_FromDouble(kernels::mean(self_of(self)->data.span()));
+  return PyFloat_FromDouble(kernels::mean(self_of(self)->column->values()));
 }
 
 PyObject* array_sum(PyObject* self, PyObject*) {
-  return PyFloat_FromDouble(kernels::sum(self_of(self)->data.span()));
+  return PyFloat_FromDouble(kernels::sum(self_of(self)->column->values()));
 }
 
 constexpr const char* numeric_argument = "Argument must be a numeric value";
@@ -183,7 +178,7 @@ PyObject* array_count_between(PyObject* self, PyObject* args) {
     require_count(args, 2, "count_bt");
     const double lo = number_argument(PyTuple_GET_ITEM(args, 0), numeric_argument);
     const double hi = number_argument(PyTuple_GET_ITEM(args, 1), numeric_argument);
-    return PyLong_FromUnsignedLongLong(kernels::count_between(self_of(self)->data.span(), lo, hi));
+    return PyLong_FromUnsignedLongLong(kernels::count_between(self_of(self)->column->values(), lo, hi));
   });
 }
 
@@ -192,7 +187,7 @@ PyObject* array_count(PyObject* self, PyObject* args) {
   return guard(PyExc_ValueError, [&] {
     require_count(args, 1, "count_impl");
     const double v = number_argument(PyTuple_GET_ITEM(args, 0), numeric_argument);
-    return PyLong_FromUnsignedLongLong(kernel(self_of(self)->data.span(), v));
+    return PyLong_FromUnsignedLongLong(kernel(self_of(self)->column->values(), v));
   });
 }
 
@@ -220,16 +215,23 @@ PyObject* array_round(PyObject* self, PyObject* args) {
       digits = PyLong_AsLongLong(precision);
       if (digits == -1) check_python();
     }
-    const Samples a = self_of(self)->data;
-    Ref result = new_array(a.size());
-    kernels::round_digits(a.span(), digits, self_of(result.get())->data.span());
-    return result.release();
+    const Samples a = self_of(self)->column->hold();
+    Samples rounded;
+    rounded.resize_for_overwrite(a.size());
+    kernels::round_digits(a.span(), digits, rounded.span());
+    return make_array(std::move(rounded)).release();
   });
 }
 
 // ---- buffer protocol: a writable one-dimensional view of doubles that keeps the samples alive ----
 
 struct View {
+  explicit View(Column& column)
+      : samples(column.open_view()), shape(static_cast<Py_ssize_t>(samples.size())) {}
+  ~View() { Column::close_view(samples); }
+  View(const View&) = delete;
+  View& operator=(const View&) = delete;
+
   Samples samples;
   Py_ssize_t shape;
   Py_ssize_t stride = sizeof(double);
@@ -240,12 +242,9 @@ int array_get_buffer(PyObject* self, Py_buffer* view, int flags) {
       PyExc_BufferError,
       [&] {
         view->obj = nullptr;
-        prepare_write(self_of(self));
-        Samples& data = self_of(self)->data;
-        data.watch();
-        auto* held = new View{.samples = data, .shape = static_cast<Py_ssize_t>(data.size())};
+        auto* held = new View(*self_of(self)->column);
         static double nothing;  // an empty Array has no buffer, but a view must point somewhere
-        view->buf = data.data() != nullptr ? static_cast<void*>(data.data()) : &nothing;
+        view->buf = held->samples.data() != nullptr ? static_cast<void*>(held->samples.data()) : &nothing;
         view->len = held->shape * held->stride;
         view->readonly = 0;
         view->itemsize = sizeof(double);
@@ -257,16 +256,12 @@ int array_get_buffer(PyObject* self, Py_buffer* view, int flags) {
         view->internal = held;
         Py_INCREF(self);
         view->obj = self;
-        ++self_of(self)->views;
         return 0;
       },
       -1);
 }
 
-void array_release_buffer(PyObject* self, Py_buffer* view) {
-  delete static_cast<View*>(view->internal);
-  --self_of(self)->views;
-}
+void array_release_buffer(PyObject*, Py_buffer* view) { delete static_cast<View*>(view->internal); }
 
 PyBufferProcs array_buffer = {.bf_getbuffer = array_get_buffer, .bf_releasebuffer = array_release_buffer};
 
@@ -318,11 +313,13 @@ ArrayObject* as_array(PyObject* object) noexcept {
   return object != nullptr && PyObject_TypeCheck(object, &ArrayType) ? self_of(object) : nullptr;
 }
 
-Ref make_array(Samples samples) {
-  Ref array = checked(array_new(&ArrayType, nullptr, nullptr));
-  self_of(array.get())->data = std::move(samples);
+Ref make_array(ColumnPtr column) {
+  Ref array = checked(alloc_array(&ArrayType));
+  self_of(array.get())->column = std::move(column);
   return array;
 }
+
+Ref make_array(Samples samples) { return make_array(make_column(std::move(samples))); }
 
 Samples samples_from_sequence(PyObject* sequence) {
   Samples samples;

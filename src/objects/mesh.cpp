@@ -60,7 +60,7 @@ void mesh_dealloc(PyObject* object) {
 uint64_t axis_size(PyObject* axis, const char* name) {
   const ArrayObject* array = as_array(axis);
   if (array == nullptr) fail(PyExc_TypeError, "'{:s}' of the kvalo.Mesh object must be a kvalo.Array", name);
-  return array->data.size();
+  return array->column->size();
 }
 
 PyObject* mesh_repr(PyObject* object) {

@@ -6,7 +6,6 @@
 #include "kernels/array.h"
 #include "kernels/queries.h"
 #include "objects/frame.h"
-#include "objects/lending.h"
 #include "objects/time_series.h"
 #include "objects/unavailable.h"
 #include "readers/reader.h"
@@ -43,9 +42,9 @@ class Held {
 
  private:
   static void take(PyObject* axis, bool& has, Samples& samples) {
-    const Samples* held = axis_of(axis);
+    const Column* held = axis_of(axis);
     has = held != nullptr;
-    if (has) samples = *held;
+    if (has) samples = held->hold();
   }
 
   InUse in_use_;
@@ -232,50 +231,21 @@ PyObject* slice(PyObject* self, PyObject* args, PyObject* keywords) {
   });
 }
 
-namespace {
-
-// Whether the Array shows this very vector, and not as a borrower.
-bool shows(PyObject* array, const Samples& samples) {
-  const ArrayObject* shown = as_array(array);
-  return shown != nullptr && !shown->borrows && !samples.empty() && shown->data.data() == samples.data();
-}
-
-// Puts sorted samples in the place of those that the two Arrays hold. They become the record's too, and
-// everybody's who shows it, when the Arrays showed it.
-void put_sorted(TimeSeries* record, PyObject* x_array, PyObject* y_array, const Samples& x,
-                const Samples& y) {
-  if (record != nullptr && shows(x_array, record->x) && shows(y_array, record->y)) {
-    for (const TimeSeriesObject* object : record->shown_by) {
-      if (!shows(object->xdata, record->x) || !shows(object->ydata, record->y)) continue;
-      replace_samples(as_array(object->xdata), x);
-      replace_samples(as_array(object->ydata), y);
-    }
-    part_with_times(*record);
-    record->x = x;
-    record->y = y;
-  }
-  replace_samples(as_array(x_array), x);
-  replace_samples(as_array(y_array), y);
-}
-
-}  // namespace
-
 PyObject* sort(PyObject* self, PyObject*) {
   return guard(PyExc_ValueError, [&]() -> PyObject* {
     refuse_online("sort");
     const Operand operand(self_of(self));
-    const Ref x_array = Ref::share(self_of(self)->xdata);
-    const Ref y_array = Ref::share(self_of(self)->ydata);
+    const ColumnPtr x_column = as_array(self_of(self)->xdata)->column;
+    const ColumnPtr y_column = as_array(self_of(self)->ydata)->column;
     Samples x;
     Samples y;
     if (without_gil([&] { return kernels::is_sorted_by_time(operand.x()); })) Py_RETURN_NONE;
     x.resize_for_overwrite(operand.size());
     y.resize_for_overwrite(operand.size());
     without_gil([&] { kernels::sort_by_time(operand.x(), operand.y(), x.span(), y.span()); });
-    // Loading again would bring back the old order.
-    x.mark_modified();
-    y.mark_modified();
-    put_sorted(record_of(self_of(self)), x_array.get(), y_array.get(), x, y);
+    // Everything that shows the series sees it sorted; loading again would bring back the old order.
+    x_column->replace(std::move(x), Column::Change::modifies);
+    y_column->replace(std::move(y), Column::Change::modifies);
     Py_RETURN_NONE;
   });
 }
@@ -286,7 +256,7 @@ namespace {
 
 struct Axis {
   AxisScale TimeSeries::*scale;
-  Samples TimeSeries::*samples;
+  ColumnPtr TimeSeries::*column;
   PyObject* TimeSeriesObject::*array;
 };
 constexpr Axis x_axis{&TimeSeries::x_scale, &TimeSeries::x, &TimeSeriesObject::xdata};
@@ -300,11 +270,9 @@ PyObject* apply_gain(PyObject* self, PyObject* args) {
     const double gain = number_item(args, 0);
     const double offset = number_item(args, 1);
     if (TimeSeries* record = record_of(self_of(self))) {
-      scale_axis(*record, axis.scale, axis.samples, {gain, offset});
+      scale_axis(*record, axis.scale, axis.column, {gain, offset});
     } else if (ArrayObject* array = as_array(self_of(self)->*axis.array)) {
-      prepare_write(array);
-      mirn2::kernels::scale(array->data.span(), gain, offset);
-      array->data.mark_modified();
+      mirn2::kernels::scale(array->column->write(), gain, offset);
     }
     Py_RETURN_NONE;
   });

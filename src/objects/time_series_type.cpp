@@ -9,7 +9,6 @@
 #include "kernels/sampling.h"
 #include "objects/detached.h"
 #include "objects/frame.h"
-#include "objects/lending.h"
 #include "objects/queries.h"
 #include "objects/series_operators.h"
 #include "objects/time_series.h"
@@ -192,8 +191,8 @@ int series_init(PyObject* object, PyObject* args, PyObject*) {
 
 PyObject* series_repr(PyObject* object) {
   return guard(PyExc_Exception, [&] {
-    const Samples* x = axis_of(self_of(object)->xdata);
-    const Samples* y = axis_of(self_of(object)->ydata);
+    const Column* x = axis_of(self_of(object)->xdata);
+    const Column* y = axis_of(self_of(object)->ydata);
     if (x == nullptr || y == nullptr) return to_unicode("kvalo.TimeSeries hasn't been loaded yet");
     if (x->empty() || y->empty()) return to_unicode("kvalo.TimeSeries is empty");
     return to_unicode(fmt::format("{} elements, {}kB", y->size(), (x->capacity() + y->capacity()) >> 7));
@@ -203,19 +202,19 @@ PyObject* series_repr(PyObject* object) {
 // ---- elements ----
 
 Py_ssize_t series_length(PyObject* object) {
-  const Samples* y = axis_of(self_of(object)->ydata);
+  const Column* y = axis_of(self_of(object)->ydata);
   return y != nullptr ? static_cast<Py_ssize_t>(y->size()) : 0;
 }
 
 struct Element {
-  Samples& x;
-  Samples& y;
+  Column& x;
+  Column& y;
   uint64_t index;
 };
 
 Element element_at(PyObject* object, Py_ssize_t index) {
-  Samples* x = axis_of(self_of(object)->xdata);
-  Samples* y = axis_of(self_of(object)->ydata);
+  Column* x = axis_of(self_of(object)->xdata);
+  Column* y = axis_of(self_of(object)->ydata);
   if (x == nullptr || y == nullptr) fail(PyExc_Exception, "Data not loaded");
   // A script may have replaced one axis by a shorter Array.
   return {*x, *y, checked_index(checked_index(index, y->size()), x->size())};
@@ -235,16 +234,10 @@ void set_element(PyObject* object, Py_ssize_t index, PyObject* value) {
   if (!is_pair && !is_number(value)) fail(PyExc_TypeError, "{:s}", unsupported);
   const double x = is_pair ? number_argument(PyTuple_GET_ITEM(value, 0), unsupported) : 0.0;
   const double y = number_argument(is_pair ? PyTuple_GET_ITEM(value, 1) : value, unsupported);
-  element_at(object, index);
-  if (is_pair) prepare_write(as_array(self_of(object)->xdata));
-  prepare_write(as_array(self_of(object)->ydata));
   const Element at = element_at(object, index);
-  if (is_pair) {
-    at.x[at.index] = x;
-    at.x.mark_modified();
-  }
-  at.y[at.index] = y;
-  at.y.mark_modified();
+  const std::span<double> times = is_pair ? at.x.write() : std::span<double>();
+  at.y.write()[at.index] = y;
+  if (is_pair) times[at.index] = x;
 }
 
 int series_set_item(PyObject* object, Py_ssize_t index, PyObject* value) {
@@ -317,10 +310,10 @@ PyObject* series_get_script(PyObject* object, PyObject*) {
 
 double period_of(PyObject* object) {
   ensure_loaded(self_of(object));
-  const Samples* x = axis_of(self_of(object)->xdata);
+  const Column* x = axis_of(self_of(object)->xdata);
   if (x == nullptr || x->empty()) fail(PyExc_Exception, "kvalo.TimeSeries object is empty");
   if (x->size() < 2) fail(PyExc_Exception, "kvalo.TimeSeries object has only one sample, so no period");
-  return kernels::sampling_period(x->span());
+  return kernels::sampling_period(x->values());
 }
 
 PyObject* series_get_fs(PyObject* object, PyObject*) {

@@ -386,7 +386,6 @@ void ReaderArduPilotBIN::load(rto_t& request) {
   known->ready.merge(ahead);
   request.x = times.values;
   if (!time.letter->text) {
-    times.values.mark_common();
     known->times[at.type] = std::move(times);
   }
   request.y = std::move(y);

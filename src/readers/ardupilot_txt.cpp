@@ -207,7 +207,7 @@ void ReaderArduPilotTXT::load(rto_t& request) {
             .y = y.data()};
   size_t samples = read_all(pass);
   if (has_times && samples < lines.size()) {  // some lines end between the other fields and this one
-    x.own();
+    x.make_unique();
     pass.x = x.data();
     samples = read_all(pass);
   }
@@ -221,7 +221,6 @@ void ReaderArduPilotTXT::load(rto_t& request) {
                     path_.string(), lines.size() - samples, lines.size(), request.name));
   }
   if (samples == lines.size() && !has_times) {
-    x.mark_common();
     known->times.emplace(word, x);
   }
   request.x = std::move(x);

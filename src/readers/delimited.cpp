@@ -307,7 +307,6 @@ size_t ReaderDelimited::Learned::columns_from(uint64_t column, uint64_t count) {
 void ReaderDelimited::Learned::finish_time(uint64_t unread) {
   if (unread != 0) read_times(rows, delimiter, time_type, true, time);
   if (time_type == mirn3::utc::time_of_day) mirn3::utc::unroll_midnight(time.span());
-  time.mark_common();
   has_time = true;
 }
 

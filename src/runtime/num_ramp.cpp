@@ -79,7 +79,6 @@ shared_vector<double> ramp(double step, uint64_t n) {
   }
   values.resize_for_overwrite(n);
   fill(step, values);
-  values.mark_common();
   if (n <= most_kept) {
     Ramp fresh{step, values};
     const std::lock_guard lock(guard);

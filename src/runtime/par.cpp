@@ -79,7 +79,8 @@ void run(size_t parts, const std::function<void(size_t part)>& task) {
 
 void ranges(size_t n, size_t least, const std::function<void(size_t first, size_t last)>& task) {
   if (n == 0) return;
-  const size_t parts = std::clamp<size_t>(n / std::max<size_t>(least, 1), 1, workers());
+  const size_t worthwhile = n / std::max<size_t>(least, 1);
+  const size_t parts = worthwhile > 1 ? std::min(worthwhile, workers()) : 1;  // workers() asks the system
   if (parts == 1) {
     task(0, n);
     return;

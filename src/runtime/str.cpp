@@ -1,27 +1,52 @@
 // Small text helpers.
 #include "runtime/str.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <array>
+#include <atomic>
 
 #include "runtime/entropy.h"
 
 namespace mirn3::str {
 
+namespace {
+
+std::atomic<unsigned> forks{0};
+
+// One random byte. A system call draws many at once; what a thread has left is dropped in a forked child,
+// which must not go on with the same.
+unsigned char random_byte() {
+  struct Drawn {
+    std::array<unsigned char, 512> bytes;
+    size_t used = bytes.size();
+    unsigned fork = 0;
+  };
+  static thread_local Drawn drawn;
+  static const int watches_forks =
+      ::pthread_atfork(nullptr, nullptr, [] { forks.fetch_add(1, std::memory_order_relaxed); });
+  const unsigned now = forks.load(std::memory_order_relaxed);
+  if (drawn.used == drawn.bytes.size() || drawn.fork != now || watches_forks != 0) {
+    fill_random(drawn.bytes.data(), drawn.bytes.size());
+    drawn.used = 0;
+    drawn.fork = now;
+  }
+  return drawn.bytes[drawn.used++];
+}
+
+}  // namespace
+
 std::string random(size_t n) {
   constexpr std::string_view alphabet = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
   constexpr size_t letters = 52;
-  std::array<unsigned char, 64> bytes;
   std::string text;
   text.reserve(n);
   while (text.size() < n) {
-    const size_t drawn = std::min(bytes.size(), n - text.size());
-    fill_random(bytes.data(), drawn);
-    for (size_t i = 0; i < drawn; ++i) {
-      // Bytes past the last whole multiple are drawn again, so that every character is equally likely.
-      const size_t choices = text.empty() ? letters : alphabet.size();
-      if (bytes[i] < 256 / choices * choices) text += alphabet[bytes[i] % choices];
-    }
+    // Bytes past the last whole multiple are drawn again, so that every character is equally likely.
+    const size_t choices = text.empty() ? letters : alphabet.size();
+    const unsigned char byte = random_byte();
+    if (byte < 256 / choices * choices) text += alphabet[byte % choices];
   }
   return text;
 }

@@ -1,5 +1,7 @@
 // Identifiers, text helpers, message ids, variants, and work on all cores.
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -47,6 +49,18 @@ TEST(StrTest, RandomTextsAreNamesThatDiffer) {
   EXPECT_EQ(seen.size(), 2000u);
   EXPECT_THAT(seen, testing::Each(testing::MatchesRegex("[a-zA-Z][a-zA-Z0-9]{7}")));
   EXPECT_EQ(str::random(0), "");
+
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  if (::fork() == 0) {
+    const std::string drawn = str::random(16);
+    ::_exit(::write(ends[1], drawn.data(), drawn.size()) == 16 ? 0 : 1);
+  }
+  std::string of_child(16, ' ');
+  EXPECT_EQ(::read(ends[0], of_child.data(), of_child.size()), 16);
+  EXPECT_NE(of_child, str::random(16)) << "a forked child must not go on with the same bytes";
+  ::wait(nullptr);
+  ::close(ends[0]), ::close(ends[1]);
 }
 
 TEST(StrTest, ReplacedAndLowered) {

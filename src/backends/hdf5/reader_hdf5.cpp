@@ -273,7 +273,6 @@ class ReaderHDF5::Load {
     const auto found = learned_.axes.find(variable);
     if (found != learned_.axes.end()) return found->second;
     shared_vector<double> time = values(variable);
-    time.mark_common();
     return learned_.axes.emplace(variable, std::move(time)).first->second;
   }
 

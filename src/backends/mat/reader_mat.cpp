@@ -264,7 +264,6 @@ void ReaderMAT::load(rto_t& request) {
   });
   if (own_time && !in_place) std::memcpy(x.data(), y.data(), y.size() * sizeof(double));
   if (to_read) {
-    x.mark_common();
     known->axes.emplace(variable.axis, x);
   }
   if (!counted) check_time_vector(*this, x);

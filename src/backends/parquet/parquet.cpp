@@ -229,7 +229,6 @@ class ReaderParquet::Times {
   const Samples& finish() {
     if (is_new_) {
       times_.has_missing = found_missing_;
-      times_.values.mark_common();
       known_.times[column_.axis] = times_;
     }
     return times_;
@@ -326,7 +325,7 @@ void ReaderParquet::load(rto_t& request) {
   if (is_text) save_tags();
   auto [x, has_missing_times] = times.finish();
   if (has_missing || has_missing_times) {
-    x.own();
+    x.make_unique();
     compact(x, y, groups);
   }
   if (column.axis != ParquetColumn::sample_indexes) check_time_vector(*this, x);
