@@ -1,9 +1,12 @@
 // What a host (the program that draws for a script) sees of the module: the message it is handed,
-// the handler it installs with kvalo.callback, and the records inside messages.
+// the handler it installs with kvalo.callback, and the records of errors, exit and settings. records.h has
+// those of charts, pages and annotations, and the tables of all messages, parameters and fields.
 //
 // Install a handler: keep a mirn3::ilc::handler_t alive, wrap its address in a capsule without a
 // name, call kvalo.callback(capsule). The module copies the handler. Messages come synchronously on
 // the script's thread; a host may keep the shared record and read it later on any thread.
+//
+// The same series sent again to the same chart id replaces its curve: that is how live data moves.
 //
 // docs/host-messages.md lists every message with its record.
 #pragma once

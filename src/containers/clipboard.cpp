@@ -1,19 +1,26 @@
 // Module function: a container from the text on the clipboard.
-#include "containers/clipboard.h"
-
 #include "containers/assembly.h"
 #include "containers/container_type.h"
-#include "objects/frame.h"
+#include "containers/registry_functions.h"
 
-namespace mirn2 {
+namespace mirn2::fn {
 
-PyObject* fn::create_from_clipboard(PyObject*, PyObject* args) {
-  return guard(PyExc_Exception, [&] {
-    require_count(args, 0, "create_from_clipboard");
-    std::shared_ptr<Container> container = create_container_from_clipboard();
-    if (!container) throw python_error();
-    return show_container(std::move(container)).release();
-  });
+namespace {
+
+Ref create_from_clipboard() {
+  std::shared_ptr<Container> container = create_container_from_clipboard();
+  if (!container) throw python_error();
+  return show_container(std::move(container));
 }
 
-}  // namespace mirn2
+}  // namespace
+
+Rows clipboard_rows() {
+  static const PyMethodDef rows[] = {
+      row<"create_from_clipboard", "()", "", "Create new kvalo.Container object from clipboard content",
+          create_from_clipboard, Frame{.failures = &PyExc_Exception, .counted = "create_from_clipboard"}>(),
+  };
+  return rows;
+}
+
+}  // namespace mirn2::fn

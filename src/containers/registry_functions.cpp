@@ -4,7 +4,6 @@
 #include "containers/bank.h"
 #include "containers/compatible.h"
 #include "containers/container_type.h"
-#include "objects/frame.h"
 #include "objects/time_series.h"
 
 namespace mirn2::fn {
@@ -12,14 +11,12 @@ namespace mirn2::fn {
 namespace {
 
 constexpr double merge_ratio = 0.1;
-constexpr double default_ratio = 0.5;
 
-std::string expression_argument(PyObject* args) {
-  PyObject* expression = PyTuple_GET_SIZE(args) > 0 ? PyTuple_GET_ITEM(args, 0) : nullptr;
-  if (expression == nullptr || type_name(Py_TYPE(expression)) != "str") {
+std::string expression_argument(Items items) {
+  if (items.empty() || type_name(Py_TYPE(items[0])) != "str") {
     fail(PyExc_Exception, "No regular expression provided");
   }
-  return text_argument(expression);
+  return text_argument(items[0]);
 }
 
 [[noreturn]] void fail_without_match(const std::string& expression) {
@@ -32,57 +29,54 @@ Ref container_object(const std::shared_ptr<Container>& container) {
   return Ref::share(reinterpret_cast<PyObject*>(container->object));
 }
 
+Ref find(Items items) {
+  const std::string expression = expression_argument(items);
+  const std::shared_ptr<TimeSeries> series = bank().find(expression);
+  if (!series) fail_without_match(expression);
+  return object_of(series);
+}
+
+Ref list(Items items) {
+  const std::string expression = expression_argument(items);
+  const auto matches = bank().list(expression);
+  if (matches.empty()) fail_without_match(expression);
+  Ref result = checked(PyList_New(0));
+  for (const auto& series : matches) {
+    if (PyList_Append(result.get(), object_of(series).get()) < 0) throw python_error();
+  }
+  return result;
+}
+
+Ref find_by_ratio(const char* path, double ratio) { return container_object(find_compatible(path, ratio)); }
+
+PyObject* merge(const char* path) {
+  const Ref container = container_object(find_compatible(path, merge_ratio));
+  if (container.get() == Py_None) {
+    fail(PyExc_Exception, "There's no container compatible with '{:s}'", path);
+  }
+  return PyObject_CallMethod(container.get(), "merge", "s", path);
+}
+
 }  // namespace
 
-PyObject* find(PyObject*, PyObject* args) {
-  return guard(PyExc_Exception, [&] {
-    const std::string expression = expression_argument(args);
-    const std::shared_ptr<TimeSeries> series = bank().find(expression);
-    if (!series) fail_without_match(expression);
-    return object_of(series).release();
-  });
+Rows search_rows() {
+  static const PyMethodDef rows[] = {
+      row<"find_by_ratio", "(path, ratio=0.5)", "s|d", "Find compatible kvalo.Container for merging",
+          find_by_ratio, Frame{.failures = &PyExc_Exception}>(),
+      row<"find", "(expression, /)", "*", "Find first kvalo.TimeSeries using regular expression", find,
+          Frame{.failures = &PyExc_Exception}>(),
+      row<"list", "(expression, /)", "*", "List all kvalo.TimeSeries using regular expression", list,
+          Frame{.failures = &PyExc_Exception}>(),
+  };
+  return rows;
 }
 
-PyObject* list(PyObject*, PyObject* args) {
-  return guard(PyExc_Exception, [&] {
-    const std::string expression = expression_argument(args);
-    const auto matches = bank().list(expression);
-    if (matches.empty()) fail_without_match(expression);
-    Ref result = checked(PyList_New(0));
-    for (const auto& series : matches) {
-      if (PyList_Append(result.get(), object_of(series).get()) < 0) throw python_error();
-    }
-    return result.release();
-  });
-}
-
-PyObject* find_by_ratio(PyObject*, PyObject* args, PyObject* kwargs) {
-  return guard(PyExc_Exception, [&] {
-    static const char* keywords[] = {"path", "ratio", nullptr};
-    const char* path = nullptr;
-    double ratio = default_ratio;
-    if (!PyArg_ParseTupleAndKeywords(args, kwargs, "s|d", const_cast<char**>(keywords), &path, &ratio)) {
-      throw python_error();
-    }
-    return container_object(find_compatible(path, ratio)).release();
-  });
-}
-
-PyObject* merge(PyObject*, PyObject* args, PyObject* kwargs) {
-  return guard(PyExc_Exception, [&]() -> PyObject* {
-    refuse_online("merge");
-    static const char* keywords[] = {"path", nullptr};
-    const char* path = nullptr;
-    if (!PyArg_ParseTupleAndKeywords(args, kwargs, "s", const_cast<char**>(keywords), &path)) {
-      throw python_error();
-    }
-    const Ref container = container_object(find_compatible(path, merge_ratio));
-    if (container.get() == Py_None) {
-      fail(PyExc_Exception, "There's no container compatible with '{:s}'", path);
-    }
-    const Ref method = checked(PyObject_GetAttrString(container.get(), "merge"));
-    return PyObject_Call(method.get(), args, kwargs);
-  });
+Rows merge_rows() {
+  static const PyMethodDef rows[] = {
+      row<"merge", "(path)", "s", "Find compatible kvalo.Container and merge file into it", merge,
+          Frame{.failures = &PyExc_Exception, .online = "merge"}>(),
+  };
+  return rows;
 }
 
 }  // namespace mirn2::fn

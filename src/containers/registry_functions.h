@@ -1,13 +1,12 @@
-// Module functions on the registry: finding series and containers, and merging a file into the one it fits.
+// Module functions on the registry and on container creation.
 #pragma once
 
-#include <Python.h>
+#include "objects/row.h"
 
 namespace mirn2::fn {
 
-PyObject* find(PyObject*, PyObject* args);
-PyObject* list(PyObject*, PyObject* args);
-PyObject* find_by_ratio(PyObject*, PyObject* args, PyObject* kwargs);
-PyObject* merge(PyObject*, PyObject* args, PyObject* kwargs);
+Rows search_rows();
+Rows merge_rows();
+Rows clipboard_rows();
 
 }  // namespace mirn2::fn

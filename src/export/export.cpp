@@ -8,7 +8,6 @@
 #include "containers/container_type.h"
 #include "export/replaced_file.h"
 #include "kernels/grid_text.h"
-#include "objects/frame.h"
 #include "objects/time_series.h"
 
 namespace mirn2::fn {
@@ -25,25 +24,13 @@ struct Column {
 };
 
 struct Request {
-  const char* path = nullptr;
+  const char* path;
   std::string delimiter;
-  kernels::Grid grid{};
-  PyObject* source = nullptr;
+  kernels::Grid grid;
 };
 
-Request parse(PyObject* args, PyObject* kwargs) {
-  static const char* keywords[] = {"path", "delimiter", "step", "tini", "tend", "src", nullptr};
-  Request request;
-  int delimiter = 0;
-  if (!PyArg_ParseTupleAndKeywords(args, kwargs, "sCdddO", const_cast<char**>(keywords), &request.path,
-                                   &delimiter, &request.grid.step, &request.grid.tini, &request.grid.tend,
-                                   &request.source)) {
-    throw python_error();
-  }
-  const auto code_point = static_cast<Py_UCS4>(delimiter);
-  const Ref text = checked(PyUnicode_FromKindAndData(PyUnicode_4BYTE_KIND, &code_point, 1));
-  request.delimiter = text_argument(text.get());
-  return request;
+std::string text_of(Py_UCS4 character) {
+  return text_argument(checked(PyUnicode_FromKindAndData(PyUnicode_4BYTE_KIND, &character, 1)).get());
 }
 
 void add_children(std::vector<Column>& columns, const TimeSeries& record) {
@@ -149,27 +136,34 @@ void write(const Request& request, const std::vector<Column>& columns) {
   file.commit();
 }
 
+void export_to_file(const char* path, Py_UCS4 delimiter, double step, double tini, double tend,
+                    PyObject* source) {
+  const Request request{path, text_of(delimiter), {.tini = tini, .step = step, .tend = tend}};
+  std::vector<Column> columns = select(source);
+  if (columns.empty()) fail(PyExc_ValueError, "No kvalo.TimeSeries was selected");
+  check_grid(request.grid);
+  load(columns);
+  try {
+    write(request, columns);
+  } catch (const python_error&) {
+    throw;
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& error) {
+    fail(PyExc_OSError, "Error at '{:s}': {:s}", path, error.what());
+  }
+}
+
 }  // namespace
 
-PyObject* export_to_file(PyObject*, PyObject* args, PyObject* kwargs) {
-  return guard(PyExc_ValueError, [&]() -> PyObject* {
-    refuse_online("export_to_file");
-    const Request request = parse(args, kwargs);
-    std::vector<Column> columns = select(request.source);
-    if (columns.empty()) fail(PyExc_ValueError, "No kvalo.TimeSeries was selected");
-    check_grid(request.grid);
-    load(columns);
-    try {
-      write(request, columns);
-    } catch (const python_error&) {
-      throw;
-    } catch (const std::bad_alloc&) {
-      throw;
-    } catch (const std::exception& error) {
-      fail(PyExc_OSError, "Error at '{:s}': {:s}", request.path, error.what());
-    }
-    Py_RETURN_NONE;
-  });
+Rows export_rows() {
+  static const PyMethodDef rows[] = {
+      row<"export_to_file", "(path, delimiter, step, tini, tend, src)", "sCdddO",
+          "Export a kvalo.Container or a list of kvalo.TimeSeries objects to a delimiter-separated values "
+          "file",
+          export_to_file, Frame{.online = "export_to_file"}>(),
+  };
+  return rows;
 }
 
 }  // namespace mirn2::fn

@@ -1,10 +1,10 @@
 // kvalo.export_to_file: series on a regular time grid, as delimited text.
 #pragma once
 
-#include <Python.h>
+#include "objects/row.h"
 
 namespace mirn2::fn {
 
-PyObject* export_to_file(PyObject*, PyObject* args, PyObject* kwargs);
+Rows export_rows();
 
 }  // namespace mirn2::fn

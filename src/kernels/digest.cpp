@@ -1,4 +1,4 @@
-// Computes the digest by which samples are compared with an earlier state.
+// The digest of samples, in eight lanes side by side.
 #include "kernels/digest.h"
 
 #include <bit>

@@ -2,7 +2,6 @@
 #include "module/config_functions.h"
 
 #include "hostlink/send.h"
-#include "objects/frame.h"
 #include "runtime/config.h"
 #include "runtime/str.h"
 
@@ -13,8 +12,6 @@ namespace {
 namespace config = mirn3::config;
 using mirn3::tag_t;
 using mirn3::var_t;
-
-constexpr const char* default_group = "general";
 
 PyObject* to_python(const var_t& stored) {
   const auto& value = stored.value;
@@ -91,40 +88,27 @@ var_t host_value(std::string_view group, PyObject* value) {
   return var_t::of(number);
 }
 
-}  // namespace
+PyObject* get_config(const char* key, const char* group) { return to_python(config::get(group, key)); }
 
-PyObject* get_config(PyObject*, PyObject* args, PyObject* keywords) {
-  return guard(PyExc_ValueError, [&] {
-    static const char* names[] = {"key", "group", nullptr};
-    const char* key = nullptr;
-    const char* group = default_group;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "s|s", const_cast<char**>(names), &key, &group)) {
-      throw python_error();
-    }
-    return to_python(config::get(group, key));
-  });
+void set_config(PyObject* value, const char* key_argument, const char* group_argument) {
+  const std::string group = mirn3::str::to_lower(group_argument);
+  const std::string key = mirn3::str::to_lower(key_argument);
+  for (const HostSetting& setting : host_settings) {
+    if (setting.group != group || setting.key != key) continue;
+    hostlink::send_info(setting.parameter, host_value(group, value));
+    return;
+  }
+  store(group, key, value);
 }
 
-PyObject* set_config(PyObject*, PyObject* args, PyObject* keywords) {
-  return guard(PyExc_ValueError, [&]() -> PyObject* {
-    static const char* names[] = {"value", "key", "group", nullptr};
-    PyObject* value = nullptr;
-    const char* key_argument = nullptr;
-    const char* group_argument = default_group;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "Os|s", const_cast<char**>(names), &value, &key_argument,
-                                     &group_argument)) {
-      throw python_error();
-    }
-    const std::string group = mirn3::str::to_lower(group_argument);
-    const std::string key = mirn3::str::to_lower(key_argument);
-    for (const HostSetting& setting : host_settings) {
-      if (setting.group != group || setting.key != key) continue;
-      hostlink::send_info(setting.parameter, host_value(group, value));
-      Py_RETURN_NONE;
-    }
-    store(group, key, value);
-    Py_RETURN_NONE;
-  });
+}  // namespace
+
+Rows config_rows() {
+  static const PyMethodDef rows[] = {
+      row<"get_config", "(key, group='general')", "s|s", "Get configuration parameter", get_config>(),
+      row<"set_config", "(value, key, group='general')", "Os|s", "Set configuration parameter", set_config>(),
+  };
+  return rows;
 }
 
 }  // namespace mirn2::fn

@@ -3,43 +3,39 @@
 
 #include "hostlink/send.h"
 #include "hostlink/text_field.h"
-#include "objects/frame.h"
 
 namespace mirn2::fn {
 
+namespace {
+
 namespace ilc = mirn3::ilc;
 
-PyObject* callback(PyObject*, PyObject* args) {
-  return guard(PyExc_RuntimeError, [&]() -> PyObject* {
-    PyObject* capsule = PyTuple_GET_SIZE(args) > 0 ? PyTuple_GET_ITEM(args, 0) : nullptr;
-    if (capsule == nullptr || !PyCapsule_CheckExact(capsule)) Py_RETURN_NONE;
-    void* handler = PyCapsule_GetPointer(capsule, nullptr);
-    if (handler == nullptr) throw python_error();
-    hostlink::channel().install(*static_cast<const ilc::handler_t*>(handler));
-    Py_RETURN_NONE;
+void callback(Items items) {
+  if (items.empty() || !PyCapsule_CheckExact(items[0])) return;
+  void* handler = PyCapsule_GetPointer(items[0], nullptr);
+  if (handler == nullptr) throw python_error();
+  hostlink::channel().install(*static_cast<const ilc::handler_t*>(handler));
+}
+
+void exit(Items) { hostlink::send_record("app_exit", std::make_shared<dto_exit_t>()); }
+
+void selfie(const char* path) {
+  hostlink::send<dto_misc_t>("app_selfie", [&](dto_misc_t& record) {
+    record.key = ilc::name_hash("path");
+    hostlink::put_text(record.text, path, "path");
   });
 }
 
-PyObject* exit(PyObject*, PyObject*) {
-  return guard(PyExc_RuntimeError, [&]() -> PyObject* {
-    hostlink::send_record("app_exit", std::make_shared<dto_exit_t>());
-    Py_RETURN_NONE;
-  });
-}
+}  // namespace
 
-PyObject* selfie(PyObject*, PyObject* args, PyObject* kwargs) {
-  return guard(PyExc_ValueError, [&]() -> PyObject* {
-    static const char* keywords[] = {"path", nullptr};
-    const char* path = nullptr;
-    if (!PyArg_ParseTupleAndKeywords(args, kwargs, "s", const_cast<char**>(keywords), &path)) {
-      throw python_error();
-    }
-    hostlink::send<dto_misc_t>({"app_selfie"}, [&](dto_misc_t& record) {
-      record.key = ilc::name_hash("path");
-      hostlink::put_text(record.text, path, "path");
-    });
-    Py_RETURN_NONE;
-  });
+Rows host_rows() {
+  static const PyMethodDef rows[] = {
+      row<"callback", "(capsule, /)", "*", "Internal use only", callback,
+          Frame{.failures = &PyExc_RuntimeError}>(),
+      row<"exit", "()", "*", "Exit application", exit, Frame{.failures = &PyExc_RuntimeError}>(),
+      row<"selfie", "(path)", "s", "Take screenshot of application window", selfie>(),
+  };
+  return rows;
 }
 
 }  // namespace mirn2::fn

@@ -7,8 +7,8 @@
 
 #include "kernels/array.h"
 #include "objects/array_operators.h"
-#include "objects/frame.h"
 #include "objects/many_floats.h"
+#include "objects/row.h"
 
 namespace mirn2 {
 
@@ -143,84 +143,63 @@ int array_set_subscript(PyObject* self, PyObject* key, PyObject* value) {
 
 // ---- methods ----
 
-PyObject* array_clone(PyObject* self, PyObject*) {
-  return guard(PyExc_ValueError, [&] {
-    Ref copy = make_array(self_of(self)->column->hold().clone());
-    self_of(copy.get())->aux = self_of(self)->aux;
-    return copy.release();
-  });
+Ref array_clone(PyObject* self, Items) {
+  Ref copy = make_array(self_of(self)->column->hold().clone());
+  self_of(copy.get())->aux = self_of(self)->aux;
+  return copy;
 }
 
-PyObject* array_to_list(PyObject* self, PyObject*) {
-  return guard(PyExc_ValueError, [&] {
-    const Samples data = self_of(self)->column->hold();
-    Ref list = checked(PyList_New(static_cast<Py_ssize_t>(data.size())));
-    const FloatRoom room(data.size());
-    for (uint64_t i = 0; i < data.size(); ++i) {
-      PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), checked(PyFloat_FromDouble(data[i])).release());
-    }
-    return list.release();
-  });
+Ref array_to_list(PyObject* self, Items) {
+  const Samples data = self_of(self)->column->hold();
+  Ref list = checked(PyList_New(static_cast<Py_ssize_t>(data.size())));
+  const FloatRoom room(data.size());
+  for (uint64_t i = 0; i < data.size(); ++i) {
+    PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), checked(PyFloat_FromDouble(data[i])).release());
+  }
+  return list;
 }
 
-PyObject* array_avg(PyObject* self, PyObject*) {
-  return PyFloat_FromDouble(kernels::mean(self_of(self)->column->values()));
-}
+double array_avg(PyObject* self, Items) { return kernels::mean(self_of(self)->column->values()); }
 
-PyObject* array_sum(PyObject* self, PyObject*) {
-  return PyFloat_FromDouble(kernels::sum(self_of(self)->column->values()));
-}
+double array_sum(PyObject* self, Items) { return kernels::sum(self_of(self)->column->values()); }
 
-constexpr const char* numeric_argument = "Argument must be a numeric value";
+double numeric(PyObject* value) { return number_argument(value, "Argument must be a numeric value"); }
 
-PyObject* array_count_between(PyObject* self, PyObject* args) {
-  return guard(PyExc_ValueError, [&] {
-    require_count(args, 2, "count_bt");
-    const double lo = number_argument(PyTuple_GET_ITEM(args, 0), numeric_argument);
-    const double hi = number_argument(PyTuple_GET_ITEM(args, 1), numeric_argument);
-    return PyLong_FromUnsignedLongLong(kernels::count_between(self_of(self)->column->values(), lo, hi));
-  });
+uint64_t array_count_between(PyObject* self, PyObject* lower, PyObject* upper) {
+  const double lo = numeric(lower);
+  const double hi = numeric(upper);
+  return kernels::count_between(self_of(self)->column->values(), lo, hi);
 }
 
 template <auto kernel>
-PyObject* array_count(PyObject* self, PyObject* args) {
-  return guard(PyExc_ValueError, [&] {
-    require_count(args, 1, "count_impl");
-    const double v = number_argument(PyTuple_GET_ITEM(args, 0), numeric_argument);
-    return PyLong_FromUnsignedLongLong(kernel(self_of(self)->column->values(), v));
-  });
+uint64_t array_count(PyObject* self, PyObject* value) {
+  const double v = numeric(value);
+  return kernel(self_of(self)->column->values(), v);
 }
 
 // The operator with other than a number or an Array gives NotImplemented, and so do these.
-template <kernels::Operator which, Name name>
-PyObject* array_logical(PyObject* self, PyObject* args) {
-  return guard(PyExc_ValueError, [&]() -> PyObject* {
-    require_count(args, 1, name.text);
-    return array_binary(self, PyTuple_GET_ITEM(args, 0), which);
-  });
+template <kernels::Operator which>
+PyObject* array_logical(PyObject* self, PyObject* other) {
+  return array_binary(self, other, which);
 }
 
-PyObject* array_logical_not(PyObject* self, PyObject*) {
+PyObject* array_logical_not(PyObject* self) {
   return array_unary(self, kernels::unary(kernels::Function::invert));
 }
 
-PyObject* array_round(PyObject* self, PyObject* args) {
-  return guard(PyExc_Exception, [&] {
-    const Py_ssize_t given = PyTuple_GET_SIZE(args);
-    if (given > 1) fail(PyExc_Exception, "Wrong number of arguments");
-    int64_t digits = 0;
-    if (given == 1) {
-      PyObject* precision = PyTuple_GET_ITEM(args, 0);
-      if (!PyLong_Check(precision)) fail(PyExc_Exception, "Precision must be an integer");
-      digits = PyLong_AsLongLong(precision);
-      if (digits == -1) check_python();
-    }
-    const Samples a = self_of(self)->column->hold();
-    Samples rounded;
-    rounded.resize_for_overwrite(a.size());
-    kernels::round_digits(a.span(), digits, rounded.span());
-    return make_array(std::move(rounded)).release();
-  });
+Ref array_round(PyObject* self, Items items) {
+  if (items.size() > 1) fail(PyExc_Exception, "Wrong number of arguments");
+  int64_t digits = 0;
+  if (items.size() == 1) {
+    if (!PyLong_Check(items[0])) fail(PyExc_Exception, "Precision must be an integer");
+    digits = PyLong_AsLongLong(items[0]);
+    if (digits == -1) check_python();
+  }
+  const Samples a = self_of(self)->column->hold();
+  Samples rounded;
+  rounded.resize_for_overwrite(a.size());
+  kernels::round_digits(a.span(), digits, rounded.span());
+  return make_array(std::move(rounded));
 }
 
 // ---- buffer protocol: a writable one-dimensional view of doubles that keeps the samples alive ----
@@ -279,32 +258,39 @@ PyMappingMethods array_mapping = {
     .mp_ass_subscript = array_set_subscript,
 };
 
+constexpr Frame counts{.counted = "count_impl"};
+
 PyMethodDef array_methods[] = {
-    {"clone", array_clone, METH_VARARGS, "Clone kvalo.Array and its content"},
-    {"to_list", array_to_list, METH_VARARGS, "Convert kvalo.Array to standard Python list"},
-    {"avg", array_avg, METH_VARARGS, "Return kvalo.Array's average value"},
-    {"sum", array_sum, METH_VARARGS, "Return kvalo.Array's values sum"},
-    {"count_bt", array_count_between, METH_VARARGS,
-     "Return number of elements that are between the specified limits"},
-    {"count_eq", array_count<kernels::count_equal>, METH_VARARGS,
-     "Return number of elements that are equal to the argument"},
-    {"count_gt", array_count<kernels::count_greater>, METH_VARARGS,
-     "Return number of elements that are greater than the argument"},
-    {"count_lt", array_count<kernels::count_less>, METH_VARARGS,
-     "Return number of elements that are less than the argument"},
-    {"count_ne", array_count<kernels::count_not_equal>, METH_VARARGS,
-     "Return number of elements that are not equal to the argument"},
-    {"logical_and", array_logical<kernels::Operator::conjunction, "logical_and">, METH_VARARGS,
-     "Return new kvalo.Array with 0's and 1's, result from logical and operation"},
-    {"logical_or", array_logical<kernels::Operator::disjunction, "logical_or">, METH_VARARGS,
-     "Return new kvalo.Array with 0's and 1's, result from logical or operation"},
-    {"logical_not", array_logical_not, METH_NOARGS,
-     "Return new kvalo.Array with 0's and 1's, result from logical not operation"},
-    {"logical_xor", array_logical<kernels::Operator::exclusive, "logical_xor">, METH_VARARGS,
-     "Return new kvalo.Array with 0's and 1's, result from logical xor operation"},
-    {"__round__", array_round, METH_VARARGS,
-     "Return kvalo.Array rounded to ndigits precision after the decimal point"},
-    {nullptr, nullptr, 0, nullptr},
+    row<"clone", "($self, /)", "*", "Clone kvalo.Array and its content", array_clone>(),
+    row<"to_list", "($self, /)", "*", "Convert kvalo.Array to standard Python list", array_to_list>(),
+    row<"avg", "($self, /)", "*", "Return kvalo.Array's average value", array_avg>(),
+    row<"sum", "($self, /)", "*", "Return kvalo.Array's values sum", array_sum>(),
+    row<"count_bt", "($self, lo, hi, /)", "OO",
+        "Return number of elements that are between the specified limits", array_count_between,
+        Frame{.counted = "count_bt"}>(),
+    row<"count_eq", "($self, value, /)", "O", "Return number of elements that are equal to the argument",
+        array_count<kernels::count_equal>, counts>(),
+    row<"count_gt", "($self, value, /)", "O", "Return number of elements that are greater than the argument",
+        array_count<kernels::count_greater>, counts>(),
+    row<"count_lt", "($self, value, /)", "O", "Return number of elements that are less than the argument",
+        array_count<kernels::count_less>, counts>(),
+    row<"count_ne", "($self, value, /)", "O", "Return number of elements that are not equal to the argument",
+        array_count<kernels::count_not_equal>, counts>(),
+    row<"logical_and", "($self, other, /)", "O",
+        "Return new kvalo.Array with 0's and 1's, result from logical and operation",
+        array_logical<kernels::Operator::conjunction>, Frame{.counted = "logical_and"}>(),
+    row<"logical_or", "($self, other, /)", "O",
+        "Return new kvalo.Array with 0's and 1's, result from logical or operation",
+        array_logical<kernels::Operator::disjunction>, Frame{.counted = "logical_or"}>(),
+    row<"logical_not", "($self, /)", "",
+        "Return new kvalo.Array with 0's and 1's, result from logical not operation", array_logical_not>(),
+    row<"logical_xor", "($self, other, /)", "O",
+        "Return new kvalo.Array with 0's and 1's, result from logical xor operation",
+        array_logical<kernels::Operator::exclusive>, Frame{.counted = "logical_xor"}>(),
+    row<"__round__", "($self, ndigits=0, /)", "*",
+        "Return kvalo.Array rounded to ndigits precision after the decimal point", array_round,
+        Frame{.failures = &PyExc_Exception}>(),
+    {},
 };
 
 }  // namespace
@@ -356,7 +342,7 @@ PyTypeObject ArrayType = {
     .tp_as_mapping = &array_mapping,
     .tp_as_buffer = &array_buffer,
     .tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE,
-    .tp_doc = "Kvalo array object",
+    .tp_doc = signature::docstring<"Array", "(source=..., unused=..., /)", "Kvalo array object">.data(),
     .tp_richcompare = array_richcompare,
     .tp_methods = array_methods,
     .tp_init = array_init,

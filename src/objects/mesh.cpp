@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "objects/frame.h"
+#include "objects/row.h"
 #include "runtime/num.h"
 
 namespace mirn2 {
@@ -101,7 +101,7 @@ PyTypeObject MeshType = {
     .tp_dealloc = mesh_dealloc,
     .tp_repr = mesh_repr,
     .tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE | Py_TPFLAGS_HAVE_GC,
-    .tp_doc = "Kvalo mesh object",
+    .tp_doc = signature::docstring<"Mesh", "()", "Kvalo mesh object">.data(),
     .tp_traverse = mesh_traverse,
     .tp_clear = mesh_clear,
     .tp_members = mesh_members,

@@ -10,7 +10,7 @@
 #include "readers/reader.h"
 #include "runtime/num_merge.h"
 #include "runtime/progress.h"
-#include "runtime/python.h"
+#include "runtime/python_lock.h"
 #include "runtime/tag.h"
 #include "runtime/utc.h"
 
