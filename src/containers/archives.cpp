@@ -45,7 +45,7 @@ class Deeper {
   Nesting& nesting_;
 };
 
-// What programs put beside the data: names that begin with a point, and resource forks.
+// Files that programs add to the data: names that begin with a point, and resource forks.
 bool is_hidden(const fs::path& file) {
   return std::any_of(file.begin(), file.end(), [](const fs::path& part) {
     return part.native().starts_with('.') || part == "__MACOSX";
@@ -76,7 +76,7 @@ ReaderPtr first_readable(const fs::path& archive, const mirn3::zip::Extracted& e
     } catch (const python_error&) {
       throw;  // an interruption
     } catch (const std::exception& error) {
-      mirn3::log::write(mirn3::log::info, fmt::format("'{:s}' in '{:s}' was passed over: {:s}", file.string(),
+      mirn3::log::write(mirn3::log::info, fmt::format("'{:s}' in '{:s}' was skipped: {:s}", file.string(),
                                                       archive.string(), error.what()));
       reason = error.what();
     }
@@ -92,7 +92,7 @@ ReaderPtr reader_in_archive(const fs::path& path, Nesting& nesting, ChooseReader
                    [&](const auto& row) { return mirn3::sys::ext_check(path, row.extension); });
   if (format == std::end(archive_formats)) return nullptr;
   if (nesting.depth >= Nesting::deepest) {
-    throw error_t(fmt::format("'{:s}' lies in too many archives: unpack them", path.string()));
+    throw error_t(fmt::format("'{:s}' is inside too many archives: unpack them", path.string()));
   }
   if (++nesting.archives > Nesting::most_archives) {
     throw error_t("There are too many archives within archives: unpack the outer one");

@@ -1,5 +1,4 @@
-// Archives as sources: the file inside that is read, and the archive that a script is told about in its
-// place.
+// Archives as sources: which file inside is read, and which path a script sees for it.
 #pragma once
 
 #include <filesystem>

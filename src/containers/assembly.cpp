@@ -1,4 +1,4 @@
-// How a container is put together.
+// Puts containers together: reader, variables, bit fields, registry.
 #include "containers/assembly.h"
 
 #include <fmt/format.h>

@@ -23,9 +23,9 @@ namespace mirn2::rd {
 
 namespace {
 
-// A compiled expression that neither a long name nor a hostile pattern can turn into a crash or an
-// endless search: the automaton of the standard library's polynomial mode needs no recursion per
-// character. Back-references exist only in its recursive mode, which gets short names alone.
+// A compiled expression with which no long name and no hostile pattern can cause a crash or an endless
+// search: the standard library's polynomial mode does not recurse for each character. Back-references need
+// its recursive mode, which gets only short names.
 class Expression {
  public:
   explicit Expression(const std::string& text) {
@@ -55,7 +55,7 @@ class Expression {
   }
 
  private:
-  // Searching is matching with anything around: std::regex_search would start anew at every character.
+  // To search is to match with anything around: std::regex_search would start again at every character.
   void compile(const std::string& text, std::regex::flag_type flags) {
     whole_.assign(text, flags);
     anywhere_.assign("[\\s\\S]*(?:" + text + ")[\\s\\S]*", flags);
@@ -110,8 +110,8 @@ std::shared_ptr<TimeSeries> Bank::find_by_id(uint64_t id) const {
   return found != variables_.end() ? found->second : nullptr;
 }
 
-// Entries leave the tables under the lock and are destroyed after it is released: what a series held
-// may be released in turn, and ask for the lock again.
+// Entries leave the tables under the lock and are destroyed after its release: what a series held is released
+// in turn, and may ask for the lock again.
 void Bank::drop(uint64_t id) noexcept {
   decltype(variables_)::node_type dropped;
   const std::lock_guard guard(lock_);

@@ -1,9 +1,9 @@
-// mirn2::rd::Bank: the process-wide registry, the one owner of every container and series record.
+// mirn2::rd::Bank: the process-wide registry, which owns every container and series record.
 //
 // Both tables iterate in order of creation (identifiers ascend). The lock guards them against the
 // memory-reserve operation, which any thread that allocates samples may call. Order of locks: the interpreter
-// lock first, then this one, then those of readers (forget) and of the runtime. Whoever holds this lock
-// releases no Python object and no series: their destruction may ask for it again.
+// lock first, then this one, then those of readers (forget) and of the runtime. Release no Python object and
+// no series while holding this lock: their destruction may ask for it again.
 #pragma once
 
 #include <map>
@@ -35,7 +35,7 @@ class Bank : public SeriesRegistry {
   void drop_container(uint64_t id) noexcept;
 
   // The first series whose whole main name matches, or in whose full name the expression is found.
-  // Null when there is none. Throws script_error "Invalid regular expression: ...".
+  // Null if there is none. Throws script_error "Invalid regular expression: ...".
   std::shared_ptr<TimeSeries> find(const std::string& expression) const;
 
   // The first series of exactly this main name, or else of this full name; null when there is none.
@@ -47,9 +47,9 @@ class Bank : public SeriesRegistry {
   // Every container, in table order.
   std::vector<std::shared_ptr<Container>> containers() const;
 
-  // Makes room: while memory_used is not below memory_bank, drops what readers learned, then the
-  // samples of the series that were loaded longest ago and can be loaded again. Takes the interpreter
-  // lock; callable from any thread.
+  // Makes room: while memory_used is not below memory_bank, drops what readers keep for speed, then the
+  // samples of the series that were loaded longest ago and can be loaded again. Any thread may call it; it
+  // takes the interpreter lock.
   void reserve_memory();
 
  private:

@@ -20,7 +20,7 @@ std::shared_ptr<Container> find_compatible(const std::filesystem::path& path, do
   for (const std::shared_ptr<Container>& container : bank().containers()) {
     const auto known = std::ranges::count_if(
         variables, [&](const auto& series) { return container->has_main_name(series->main_name); });
-    // Without variables the quotient is NaN, which is at least nothing.
+    // A file without variables makes this NaN, and the comparison false.
     if (static_cast<double>(known) / static_cast<double>(variables.size()) >= ratio) return container;
   }
   return nullptr;

@@ -9,7 +9,7 @@ namespace mirn2 {
 
 Container::Container() : id(mirn3::num::create_id()) {}
 
-// Collects what a reader brings, and makes it part of the container only when all of it is there.
+// Collects what a reader offers, and adds it to the container when it is complete.
 class Container::Insertion {
  public:
   explicit Insertion(Container& container) : container_(container) {}

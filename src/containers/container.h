@@ -28,8 +28,8 @@ class Container {
   // node of its variable tree. Nothing changes if this throws.
   void insert_reader(std::shared_ptr<rd::Reader> reader);
 
-  // Adds a variable that is computed from another one, beside it: it has the same parents. Does nothing when
-  // there is a variable of that full name; answers whether it was added.
+  // Adds a variable that is computed from another one and has the same parents. Returns false, and does
+  // nothing, if there is a variable of that full name.
   bool add_derived(const std::shared_ptr<TimeSeries>& source, const std::string& main_name,
                    std::shared_ptr<rd::Reader> reader);
 
@@ -41,8 +41,8 @@ class Container {
   // One per loaded source, in load order.
   const std::vector<std::shared_ptr<rd::Reader>>& readers() const noexcept { return readers_; }
 
-  // Every variable, groups before their members, in the order in which sources declare them; entries
-  // whose series is gone are left out of variables(), not of count().
+  // Every variable, groups before their members, in the order of their declaration. variables() leaves out
+  // entries whose series is gone; count() does not.
   std::vector<std::shared_ptr<TimeSeries>> variables() const;
   size_t count() const noexcept { return order_.size(); }
 
@@ -62,8 +62,8 @@ class Container {
 
   class Insertion;
 
-  // By main name, every entry that carries it, in order; by full name, the entry that find-or-create
-  // gives: fields called alike in different groups stay apart.
+  // By main name, every entry with that name, in order; by full name, the entry that find-or-create returns:
+  // fields of one name in different groups stay apart.
   std::vector<Entry> order_;
   std::unordered_multimap<std::string, size_t> by_main_name_;
   std::unordered_map<std::string, size_t> by_full_name_;

@@ -40,7 +40,7 @@ PyObject* container_new(PyTypeObject* type, PyObject*, PyObject*) {
   });
 }
 
-// Takes the container out of the registry; its variables go with the attributes that show them.
+// Removes the container from the registry; its variables leave with the attributes that show them.
 void leave_registry(ContainerObject* self) noexcept {
   if (self->container == nullptr) return;
   const std::shared_ptr<Container> container = std::move(*self->container);
@@ -48,7 +48,7 @@ void leave_registry(ContainerObject* self) noexcept {
   container->object = nullptr;
   if (series_registry != nullptr) {
     bank().drop_container(container->id);
-    // What a failed construction has not shown yet would stay for ever.
+    // Series that a failed construction has not shown yet would stay forever.
     for (const auto& series : container->variables()) {
       if (series->shown_by.empty()) series_registry->drop(series->id);
     }
@@ -102,7 +102,7 @@ void post_init(ContainerObject* self) {
   }
 }
 
-// The host hears of it too; the exception that creation left tells the script.
+// Reports the failure to the host too; the script gets the exception that creation left.
 [[noreturn]] void fail_with_host(const char* text) {
   hostlink::report_error(text);
   if (PyErr_Occurred() == nullptr) PyErr_SetString(PyExc_Exception, text);
@@ -222,7 +222,7 @@ void container_scale(PyObject* object, PyObject* gain_argument, PyObject* offset
 
 void container_merge(PyObject* object, const char* path) { merge_file(self_of(object), path); }
 
-// Gives a record that is loaded the stamps of its clock; every object that shows it sees them.
+// Gives a loaded record the stamps of its clock, in every object that shows it.
 void apply_clock(const std::shared_ptr<TimeSeries>& record) {
   if (!record->is_loaded()) return;
   LoadedSamples samples{record->x->hold(), record->y->hold()};
@@ -245,7 +245,7 @@ void container_replace_xdata(PyObject* object, PyObject* clock_argument) {
   std::ranges::copy(clock.y(), stamps.data());
   for (const auto& series : (*self->container)->variables()) {
     series->clock = stamps;
-    series->x_scale = {};  // it was meant for the former stamps
+    series->x_scale = {};  // it applied to the earlier stamps
     apply_clock(series);
   }
 }

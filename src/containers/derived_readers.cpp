@@ -12,8 +12,7 @@ namespace mirn2::rd {
 
 namespace {
 
-// The samples of a series as it is now. Called without the interpreter lock, under which the vectors of a
-// record change.
+// The samples of a series as it is now. Call without the interpreter lock.
 LoadedSamples samples_of(const TimeSeries& record) {
   std::optional<LoadPlan> plan;
   {

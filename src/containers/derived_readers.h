@@ -1,7 +1,7 @@
 // Readers whose source is another series: bit fields unpacked from it, and pieces cut out of it.
 //
-// They load their source when they are asked, through its own readers, so that nothing is read before it is
-// needed; samples that a script has changed are taken as they are.
+// A load of theirs loads the source, through its own readers, so nothing is read before it is needed; samples
+// that a script has changed are used as they are.
 #pragma once
 
 #include <memory>
@@ -35,17 +35,17 @@ class ReaderUnpacked : public Reader {
   kernels::Coding coding_;
 };
 
-// A stretch of time: both ends belong to it.
+// A stretch of time, including both ends.
 struct TimeWindow {
   double first;
   double last;
 };
 
-// The variables of a container between two times. A variable that has no sample at the beginning of the
-// window, but one before it, gets one there with the value held.
+// The variables of a container between two times. A variable without a sample at the beginning of the window,
+// but with one before it, gets a sample there with that value.
 class ReaderWindow : public Reader {
  public:
-  // `path` is what the script is told as the source's path.
+  // The script gets `path` as the source's path.
   ReaderWindow(std::filesystem::path path, const std::vector<std::shared_ptr<TimeSeries>>& variables,
                TimeWindow window);
 

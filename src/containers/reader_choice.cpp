@@ -40,7 +40,7 @@ constexpr const char* incompatible = "File is not compatible with any built-in l
 struct Candidate {
   fs::path path;
   Nesting& nesting;
-  std::string explanation;  // why the likeliest reader did not fit, for the log
+  std::string explanation;  // why the most likely reader did not fit, for the log
 
   // The first bytes of the file; fewer when it is shorter.
   std::string head(size_t n) const {
@@ -54,7 +54,7 @@ struct Candidate {
   bool has_extension(std::string_view extension) const { return sys::ext_check(path, extension); }
 };
 
-// HDF5 files carry their signature at offset 0 or at a power of two from 512 on.
+// HDF5 files have their signature at offset 0 or at a power of two from 512 on.
 bool is_hdf5(const Candidate& candidate) {
   constexpr std::string_view signature("\x89HDF\r\n\x1a\n", 8);
   std::ifstream file(candidate.path, std::ios::binary);

@@ -36,7 +36,7 @@ LoadedSamples latest(const TimeSeries& record, uint64_t n) {
   return samples;
 }
 
-// Hands what the variables have received to the bit fields within them.
+// Gives the bit fields of the variables what these have received.
 void receive_bit_fields(const Container& container, const Variables& variables,
                         const std::vector<LoadedSamples>& delivered, uint64_t samples,
                         std::vector<Ref>& dropped) {
@@ -52,8 +52,8 @@ void receive_bit_fields(const Container& container, const Variables& variables,
   }
 }
 
-// The reader's variables and what they were delivered. Two threads that read one source must not put their
-// deliveries in the wrong order, so the reader stays taken until they are in the series.
+// Reads one source. The reader stays taken until the samples are in the series, so that two threads cannot
+// put their deliveries in the wrong order.
 void read_source(const Container& container, rd::Reader& reader, uint64_t samples,
                  std::vector<Ref>& dropped) {
   std::optional<rd::Reader::Turn> turn;

@@ -20,7 +20,7 @@ struct Column {
   std::string title;
   Samples x;
   Samples y;
-  std::unique_ptr<InUse> in_use;  // so that making room for the next column does not empty this one
+  std::unique_ptr<InUse> in_use;  // making room for the next column must not empty this one
 };
 
 struct Request {

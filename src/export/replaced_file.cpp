@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 constexpr size_t random_length = 8;
 
-// A rename would replace a device or a pipe, and cut a link, instead of writing to what they stand for.
+// A rename would replace a device, a pipe or a link instead of writing to its target.
 bool is_written_directly(const fs::path& path) {
   std::error_code ignored;
   const fs::file_status status = fs::symlink_status(path, ignored);

@@ -2,6 +2,7 @@
 #include "hostlink/send.h"
 
 #include "hostlink/text_field.h"
+#include "objects/frame.h"
 #include "runtime/log.h"
 
 namespace mirn2::hostlink {
@@ -19,7 +20,7 @@ void send_record(const char* name, std::shared_ptr<void> record) {
 }
 
 void send_info(const char* parameter, mirn3::var_t value) {
-  send<dto_misc_t>({"app_info"}, [&](dto_misc_t& record) {
+  send<dto_misc_t>("app_info", [&](dto_misc_t& record) {
     record.key = ilc::name_hash(parameter);
     record.values[0] = std::move(value);
   });

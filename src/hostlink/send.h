@@ -1,10 +1,11 @@
 // Sending records to the host.
 //
-// A command that draws is its message and what it fills into the record:
+// A command that draws fills a record and sends it; its row (objects/row.h) parses the arguments and refuses
+// the call while a live source runs (Frame{.online = ...}):
 //
-//   constexpr Message circle{"obj2d_circle", WhileLive::refused};
-//   ...
-//   send<dto_obj2d_t>(circle, [&](dto_obj2d_t& record) { record.chart = chart; ... });
+//   void circle(uint64_t chart, double x, ...) {
+//     hostlink::send<dto_obj2d_t>("obj2d_circle", [&](dto_obj2d_t& record) { record.chart = chart; ... });
+//   }
 #pragma once
 
 #include <memory>
@@ -12,7 +13,6 @@
 #include <utility>
 
 #include "kvalo/host.h"
-#include "objects/frame.h"
 #include "runtime/ilc.h"
 
 namespace mirn2::hostlink {
@@ -20,26 +20,16 @@ namespace mirn2::hostlink {
 // The channel of this process. Throws RuntimeError after teardown.
 mirn3::ilc::Channel& channel();
 
-enum class WhileLive : bool { sent, refused };
-
-// A message's name, and whether it is sent while a live source runs.
-struct Message {
-  const char* name;
-  WhileLive while_live = WhileLive::sent;
-};
-
 // Hands the record to the host, which has handled it when this returns. Throws python_error when a handler
 // written in Python failed. Without a handler the process ends.
 void send_record(const char* name, std::shared_ptr<void> record);
 
-// Refuses a message that is not sent while a live source runs (RuntimeError, before anything else is done);
-// then makes a record with its initial values, lets `fill` complete it, and sends it.
+// Makes a record with its initial values, lets `fill` complete it, and sends it.
 template <typename Record, typename Fill>
-void send(const Message& message, Fill&& fill) {
-  if (message.while_live == WhileLive::refused) refuse_online(message.name);
+void send(const char* name, Fill&& fill) {
   auto record = std::make_shared<Record>();
   fill(*record);
-  send_record(message.name, std::move(record));
+  send_record(name, std::move(record));
 }
 
 // "app_info": one parameter of the host's window or theme.

@@ -20,7 +20,7 @@ void callback(Items items) {
 void exit(Items) { hostlink::send_record("app_exit", std::make_shared<dto_exit_t>()); }
 
 void selfie(const char* path) {
-  hostlink::send<dto_misc_t>({"app_selfie"}, [&](dto_misc_t& record) {
+  hostlink::send<dto_misc_t>("app_selfie", [&](dto_misc_t& record) {
     record.key = ilc::name_hash("path");
     hostlink::put_text(record.text, path, "path");
   });

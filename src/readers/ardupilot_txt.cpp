@@ -206,7 +206,7 @@ void ReaderArduPilotTXT::load(rto_t& request) {
             .x = has_times ? nullptr : x.data(),
             .y = y.data()};
   size_t samples = read_all(pass);
-  if (has_times && samples < lines.size()) {  // some lines end behind the other fields and before this one
+  if (has_times && samples < lines.size()) {  // some lines end between the other fields and this one
     x.make_unique();
     pass.x = x.data();
     samples = read_all(pass);

@@ -83,7 +83,7 @@ struct ReaderDelimited::Learned {
     return column < types.size() ? types[column] : ValueType::number;
   }
 
-  // The numbers of a column: read ahead, or read now, with the columns behind it if loads come in order.
+  // The numbers of a column: read ahead, or read now, with the columns after it if loads come in order.
   Column numbers(uint64_t column, bool in_order, uint64_t capacity);
 
   // Fills `time` unless it is there.
@@ -265,7 +265,7 @@ ReaderDelimited::Learned::Learned(const std::filesystem::path& path, const Reade
   if (filling) finish(std::move(*filling), rows.line_count() + spare_rows);
 }
 
-// Begins to read a column, with those behind it if it is the first. Not where the beginning of the text
+// Begins to read a column, with those after it if it is the first. Not where the beginning of the text
 // promises more rows than there is memory for: it may promise anything.
 DelimitedRows::Visit ReaderDelimited::Learned::read_while_found(std::string_view text, size_t pieces,
                                                                 uint64_t column,

@@ -34,7 +34,7 @@ class ReaderDelimited : public Reader {
  private:
   struct Learned;
 
-  // What is known of the file as it is now; learned anew, for a load of this column, when it has changed.
+  // What is known of the file as it is now; learned again, for a load of this column, when it has changed.
   std::shared_ptr<Learned> learn(uint64_t column);
 
   Kept<Learned> kept_;

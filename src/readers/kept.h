@@ -10,8 +10,8 @@
 
 namespace mirn2::rd {
 
-// Holds one Learned, which says in `stamp` what state of the file it belongs to. Safe from every thread;
-// the lock is never held while anything is done: whoever loads works with a share of its own.
+// Holds one Learned, whose `stamp` says what state of the file it belongs to. Every thread may call it. The
+// lock is held only to copy the pointer: a load works with its own share.
 template <typename Learned>
 class Kept {
  public:
@@ -31,7 +31,7 @@ class Kept {
     return keep(learn(stamp));
   }
 
-  // Keeps it in the place of what there was, and gives it back.
+  // Keeps it instead of the earlier one, and returns it.
   std::shared_ptr<Learned> keep(std::shared_ptr<Learned> fresh) {
     std::shared_ptr<Learned> before;  // destroyed without the lock
     const std::lock_guard lock(mutex_);

@@ -1,4 +1,4 @@
-// Memory that lies in no sample buffer, charged to the budget for as long as somebody holds it.
+// Charges memory outside sample buffers to the budget for as long as this object lives.
 #pragma once
 
 #include <cstdint>

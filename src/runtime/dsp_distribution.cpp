@@ -43,7 +43,7 @@ class Axis {
     const double width = limits.hi - limits.lo;
     per_unit_ = static_cast<double>(cells) / width;
     if (!std::isfinite(width) || !(per_unit_ > 0)) {
-      throw exc::error_t("The values of the selected range lie too far apart; limit them with clamp()");
+      throw exc::error_t("The values of the selected range are too far apart; limit them with clamp()");
     }
     step_ = width / static_cast<double>(cells);
     // What rounding may move a value against an edge, in cells: of the product, and of the edge.
@@ -116,7 +116,7 @@ class Axis {
     const __m256d guess = _mm256_mul_pd(_mm256_sub_pd(_mm256_loadu_pd(values + i), lo), per_unit);
     const __m128i cell = _mm256_cvttpd_epi32(guess);
     const __m256d behind_edge = _mm256_sub_pd(guess, _mm256_cvtepi32_pd(cell));
-    // False for NaN, too; the greatest value lies on an edge.
+    // False for NaN too; the greatest value lies on an edge.
     sure = _mm256_and_pd(sure, _mm256_and_pd(_mm256_cmp_pd(behind_edge, near, _CMP_GT_OQ),
                                              _mm256_cmp_pd(behind_edge, far, _CMP_LT_OQ)));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), cell);

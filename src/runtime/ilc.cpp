@@ -46,7 +46,7 @@ void Channel::install(handler_t handler) { handler_ = std::move(handler); }
 
 void Channel::send(const char* name, std::shared_ptr<void> record) const noexcept {
   if (!handler_) end_without_host(name);
-  // A handler may install another one while it runs: what runs stays alive until it returns.
+  // A handler may install another one while it runs; this copy stays alive until it returns.
   const handler_t handler = handler_;
   handler(std::make_shared<msgdata_t>(msgdata_t{name_hash(name), std::move(record)}));
 }

@@ -1,4 +1,4 @@
-// Identifiers. (Numeric kernels of the runtime join this header's family in files of their own.)
+// Identifiers of series, containers and other objects.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 namespace mirn3::num {
 
 // A new identifier, unique in this process: ascending, never zero, never a small number, and with
-// check bits, so that a number a script made up is not taken for one. Safe from every thread.
+// check bits, so that a number a script made up is not taken for one. Any thread may call it.
 MIRN3_API uint64_t create_id() noexcept;
 
 // The identifier that a script asked for, or a new one where it asked for none (0).

@@ -1,5 +1,5 @@
-// Evenly spaced numbers from 0 on: the times of audio frames, and the indexes that stand for times where a
-// source has none. Variables of one spacing share one vector, whatever their file and their length.
+// Evenly spaced numbers from 0 on: the times of audio frames, and the indexes that replace times where a
+// source has none. All variables of one spacing share one vector, whatever their file and length.
 #pragma once
 
 #include <cstdint>

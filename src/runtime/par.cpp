@@ -20,7 +20,7 @@ namespace {
 
 constexpr size_t most_threads = 1024;
 
-// KVALO_THREADS, or 0 if it is absent or no count.
+// KVALO_THREADS, or 0 if it is absent or not a count.
 size_t asked_threads() noexcept {
   const char* text = std::getenv("KVALO_THREADS");
   if (text == nullptr) return 0;
@@ -70,7 +70,7 @@ void run(size_t parts, const std::function<void(size_t part)>& task) {
   try {
     while (threads.size() < helpers) threads.emplace_back(work);
   } catch (const std::system_error&) {
-    // No more threads to be had: those that run, and this one, do all parts.
+    // The system gives no more threads: those that run, and this one, do all parts.
   }
   work();
   for (std::thread& thread : threads) thread.join();

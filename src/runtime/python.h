@@ -90,7 +90,7 @@ struct table_t {
 #undef MIRN3_OBJECT
 };
 
-// All null until the module has filled it: Py_DecRef tells.
+// All null until the module has filled it; is_filled() tests Py_DecRef.
 MIRN3_API extern table_t table;
 MIRN3_API bool is_filled() noexcept;
 

@@ -29,7 +29,7 @@ void open_blocking_again(int fd) {
   if (flags >= 0) fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
 }
 
-// Without O_NONBLOCK a pipe that nobody reads would hold us until somebody does.
+// Without O_NONBLOCK, opening a pipe that nobody reads would wait.
 Descriptor open_for_writing(const std::filesystem::path& path) {
   Descriptor file(
       ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666));
@@ -139,8 +139,8 @@ bool ext_check(const std::filesystem::path& path, std::string_view extension) {
 }
 
 void write_check(const std::filesystem::path& path) {
-  // The one honest answer comes from opening the file, as access rights alone know nothing of name
-  // lengths, quotas and read-only media. A file that is there keeps its content and its times.
+  // Only opening the file gives the answer: access rights say nothing about name lengths, quotas and
+  // read-only media. An existing file keeps its content and its times.
   std::filesystem::path target = path;
   for (int link = 0; link < most_links; ++link) {
     const Descriptor present(::open(target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));

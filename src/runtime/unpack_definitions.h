@@ -1,9 +1,9 @@
-// Bit-field definitions: variables that every loaded source gets beside those that it has.
+// Bit-field definitions: variables that every loaded source gets in addition to its own.
 //
-// They are kept in unpack.csv in the configuration folder, one a line under the header
+// They are kept in unpack.csv in the configuration folder, one per line under the header
 // "variable,name,msb,lsb,base,gain,bias,type": the main name of the variable that holds the bits, the name
 // of the new one, and the arguments of kvalo.unpack (empty cells: 0, gain 1, type USGN). Cells may be
-// quoted. A line that makes no sense is passed over; the log says which and why.
+// quoted. A line that makes no sense is skipped; the log says which and why.
 #pragma once
 
 #include <cstdint>

@@ -40,7 +40,7 @@ namespace fs = std::filesystem;
 constexpr uint64_t always_allowed = uint64_t{1} << 30;
 constexpr uint64_t largest_ratio = 200;
 
-// Never filled by us, so that others on the disk can go on.
+// Left free for others on the disk.
 constexpr uint64_t disk_reserve = uint64_t{64} << 20;
 
 // What a tar has besides the content of an entry, with long names.
@@ -69,7 +69,7 @@ class Utf8Names {
   locale_t before_ = nullptr;
 };
 
-// The bytes behind the gzip layer. libarchive has one of its own, which ignores the checksum. Extraction
+// The bytes inside the gzip layer. libarchive has one of its own, which ignores the checksum. Extraction
 // takes longer than all the rest, so it runs ahead in a thread of its own where there is a core for it.
 class GzipStream {
  public:
@@ -115,7 +115,7 @@ class GzipStream {
     return view(buffers_[taken_ % buffers_.size()]);
   }
 
-  // Reads what is behind the last entry, so that the checksum at the very end is looked at.
+  // Reads what is after the last entry, so that the checksum at the end is looked at.
   void finish() {
     while (!next().empty()) continue;
   }
@@ -230,7 +230,7 @@ class Extraction {
   }
   [[noreturn]] void fail_damaged(std::string_view why) const {
     throw exc::error_t(
-        fmt::format("'{}' is damaged or no {} archive: {}", path_.string(), format_.name, why));
+        fmt::format("'{}' is damaged or not a {} archive: {}", path_.string(), format_.name, why));
   }
   [[noreturn]] void fail_locked() const {
     throw exc::error_t(fmt::format(
@@ -377,7 +377,7 @@ class Extraction {
   // Has the disk begin with what is written, so that there is little left to wait for at the end.
   static void send_to_disk(const sys::Descriptor& file, uint64_t offset, uint64_t length) {
     ::sync_file_range(file.get(), static_cast<off_t>(offset), static_cast<off_t>(length),
-                      SYNC_FILE_RANGE_WRITE);  // a wish; fdatasync reports what goes wrong
+                      SYNC_FILE_RANGE_WRITE);  // a hint; fdatasync reports failures
   }
 
   static void write_all(const sys::Descriptor& file, const fs::path& path, const char* bytes, size_t length,

@@ -39,14 +39,14 @@ constexpr size_t name_length = 32;
 constexpr auto kept_unused = 30 * 24h;
 constexpr auto kept_temporary = 1min;  // time to lock a folder that was just made
 
-// What of an archive is looked at. The end holds the directory of zip and 7z with a checksum of every file,
-// and the checksum and length of everything in a gzipped tar.
+// Which parts of an archive are read for the digest. The end holds the directory of zip and 7z with a
+// checksum of every file, and the checksum and length of everything in a gzipped tar.
 constexpr uint64_t head_bytes = uint64_t{64} << 10;
 constexpr uint64_t tail_bytes = uint64_t{512} << 10;
 constexpr uint64_t samples = 16;
 constexpr uint64_t sample_bytes = 4096;
 
-// Two independent 64-bit digests of words; not meant against people who search for collisions.
+// Two independent 64-bit digests of words; no protection against deliberate collisions.
 class Digest {
  public:
   void add(uint64_t word) {
@@ -106,8 +106,8 @@ std::string identify(const fs::path& archive, Extract extract) {
   return digest.text();
 }
 
-// A folder below the cache that goes away unless it is published. The lock on it tells others that somebody
-// is at work here; it ends with the process, however that ends.
+// A folder below the cache that is removed unless it is published. The lock on it tells others that it is in
+// use, and ends with the process.
 class TemporaryFolder {
  public:
   explicit TemporaryFolder(const fs::path& cache) {
@@ -177,7 +177,7 @@ std::optional<Extracted> find_extracted(const fs::path& home) {
 
 void mark_used(const fs::path& home) { ::utimensat(AT_FDCWD, home.c_str(), nullptr, 0); }
 
-// Takes a folder away in one step, so that nobody ever finds half of it.
+// Removes a folder in one step, so that nobody ever finds half of it.
 void discard(const fs::path& folder, const fs::path& cache) {
   std::string aside = (cache / temporary_prefix).string() + "XXXXXX";
   if (::mkdtemp(aside.data()) == nullptr) return;

@@ -45,8 +45,7 @@ struct Table {
   std::vector<Leaf> leaves;
 };
 
-constexpr uint64_t most_columns = 4096;  // wider matrices are pictures, not recordings
-constexpr size_t longest_name = 1024;    // many entries can share one long name
+constexpr size_t longest_name = 1024;  // many entries can share one long name
 
 // Describes an open data set. Returns why it holds no samples; null when it does.
 const char* describe(hid_t dataset, Table& table);

@@ -23,8 +23,6 @@ using parquet::schema::Node;
 
 constexpr int no_leaf = ParquetColumn::sample_indexes;
 
-// Names of a time column, in any case; the first of these that a group has.
-
 // A field that may be offered: a group or a leaf.
 struct Field {
   std::string name;

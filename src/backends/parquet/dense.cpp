@@ -35,7 +35,7 @@ bool all_present(Bytes levels, size_t rows, int16_t present) {
 
 Bytes bytes_of(const parquet::Page& page) { return {page.data(), static_cast<size_t>(page.size())}; }
 
-// What lies behind the levels of a decompressed page; nothing unless they say that every row has a value.
+// What follows the levels of a decompressed page; nothing unless they say that every row has a value.
 std::optional<Bytes> behind_levels(Bytes all, const parquet::DataPageV1& page, int16_t present) {
   uint32_t levels = 0;
   if (page.definition_level_encoding() != parquet::Encoding::RLE || all.size() < sizeof levels) return {};

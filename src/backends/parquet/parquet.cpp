@@ -41,8 +41,8 @@ using mirn3::exc::error_t;
 // Pages and dictionaries being decoded may take this much, whatever a damaged file claims.
 constexpr int64_t most_working_memory = int64_t{2} << 30;
 
-// More rows than this a file of so many bytes does not have. Columns of one repeated value pack very well,
-// so the factor is generous; it only keeps damaged counts from becoming allocations.
+// No file of so many bytes has more rows than this. Columns of one repeated value compress very well, so the
+// factor is generous; it only keeps damaged counts from becoming allocations.
 uint64_t most_rows(size_t file_bytes) { return (uint64_t{1} << 26) + uint64_t{file_bytes} * 4096; }
 
 // Runs something that reads the file; every failure becomes one that names it.
@@ -134,7 +134,7 @@ struct ReaderParquet::Layout {
   std::string schema;  // as text, to notice that a rewritten file has other columns
 };
 
-// What one state of the file has taught. Changed only by the one thread that is inside load().
+// What is known of one state of the file. Only the thread inside load() changes it.
 struct ReaderParquet::Learned {
   Learned(const std::filesystem::path& path, const mirn3::sys::FileStamp& state) : stamp(state), bytes(path) {
     const auto content = bytes.bytes();
@@ -275,7 +275,7 @@ std::shared_ptr<ReaderParquet::Learned> ReaderParquet::learn() {
     auto fresh = reading(path_, [&] { return std::make_shared<Learned>(path_, stamp); });
     if (fresh->file->metadata()->schema()->ToString() != layout_->schema) {
       throw error_t(fmt::format(
-          "The columns of Parquet file '{}' have changed since it was opened; create its Container anew",
+          "The columns of Parquet file '{}' have changed since it was opened; create its Container again",
           path_.string()));
     }
     return fresh;

@@ -7,13 +7,13 @@ namespace mirn2::rd::snappy {
 
 namespace {
 
-// What the two low bits of a tag say about the piece behind it.
+// What the two low bits of a tag say about the piece after it.
 enum Kind : uint8_t { literal = 0, copy_near = 1, copy_usual = 2, copy_far = 3 };
 
 constexpr size_t word = 8;
 constexpr size_t short_literal = 2 * word;
 
-// Away from the ends by this much, the input holds whatever a short literal and the copy behind it can take,
+// Away from the ends by this much, the input holds whatever a short literal and the copy after it can take,
 // and the output has room for both, rounded up to words.
 constexpr ptrdiff_t input_reach = 32;
 constexpr ptrdiff_t output_reach = 96;

@@ -11,7 +11,7 @@
 
 namespace mirn2::rd::snappy {
 
-// How many bytes the compressed ones say they become; nothing when they do not even say that.
+// The decompressed size that the bytes state; nothing when even that is damaged.
 std::optional<uint32_t> decompressed_size(std::span<const uint8_t> compressed) noexcept;
 
 // Decompresses to all of `out`, never beyond it. False, with anything in `out`, when the compressed bytes are

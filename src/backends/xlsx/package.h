@@ -14,7 +14,7 @@ namespace mirn2::rd::xlsx {
 
 class Package {
  public:
-  // Throws mirn3::exc::error_t: no zip archive, protected by a password, damaged.
+  // Throws mirn3::exc::error_t: not a zip archive, protected by a password, damaged.
   explicit Package(const std::filesystem::path& path);
 
   bool contains(std::string_view part) const;

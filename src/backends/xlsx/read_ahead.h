@@ -19,7 +19,7 @@ class ReadAhead : public ByteSource {
   explicit ReadAhead(std::unique_ptr<ByteSource> source);
   ~ReadAhead() override;  // waits for the piece that is being decompressed
 
-  // As the source; what it throws comes out here, after the bytes before it.
+  // Like the source; throws what the source threw, after the bytes before it.
   size_t read(char* room, size_t size) override;
 
  private:

@@ -151,7 +151,7 @@ class ReaderXLSX::Learned {
       ColumnValues& time = (*columns)[*table.layout.time];
       if (time.kind == ColumnKind::text && !become_times(time, strings_)) {
         warn(fmt::format(
-            "Sheet '{:s}': the time column holds texts that are no time stamps; rows are counted instead",
+            "Sheet '{:s}': the time column holds texts that are not time stamps; rows are counted instead",
             table.sheet.name));
         table.layout.time.reset();
       }

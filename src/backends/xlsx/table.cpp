@@ -23,7 +23,7 @@ constexpr size_t head_rows = 256;
 
 bool is_text(CellType type) { return type == CellType::text || type == CellType::shared_text; }
 
-// Numbers as programs write them: up to 15 digits and a point are exact without more ado.
+// Numbers as programs write them: up to 15 digits and a point are exact in plain arithmetic.
 double plain_number(std::string_view text) {
   constexpr std::array<double, 16> powers = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                              1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
@@ -145,8 +145,8 @@ Head read_head(ByteSource& sheet, const Workbook& book, const Strings& strings) 
   return head;
 }
 
-// The row of titles is, of the rows of nothing but text above the first other one, the one with the most
-// texts: so neither a heading above it nor a row of units below it is taken for it.
+// Of the rows at the top that hold only text, the row of titles is the one with the most texts, so a heading
+// above it or a row of units below it does no harm.
 std::optional<size_t> find_titles(const Head& head, size_t above) {
   std::optional<size_t> best;
   for (size_t i = 0; i < above; ++i) {
