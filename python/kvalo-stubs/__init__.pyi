@@ -447,10 +447,10 @@ def set_config(value: bool | int | float | str, key: str, group: str = "general"
 def bookmark(tini: float, tend: float) -> None:
     """Insert bookmark in the horizontal scrollbar."""
 
-def close(*args: Any, **kwargs: Any) -> None:
+def close(what: str = "all", id: int = 0) -> None:
     """Close pages or charts."""
 
-def reset(*args: Any, **kwargs: Any) -> None:
+def reset() -> None:
     """Reset global parameters."""
 
 def set(attribute: str, value: Any, value2: float = ..., /) -> None:
@@ -754,7 +754,7 @@ def merge(path: str) -> None:
 def set_page(id: int, cols: int = -1) -> None:
     """Set page parameters."""
 
-def new_page(title: str = "", /, id: int = 0, name: str = "") -> int:
+def new_page(title: str = "", /, id: int = 0, name: str = ...) -> int:
     """Create page."""
 
 def del_page(id: int = 0, name: str = "") -> None:

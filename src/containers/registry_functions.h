@@ -7,5 +7,6 @@ namespace mirn2::fn {
 
 Rows search_rows();
 Rows merge_rows();
+Rows clipboard_rows();
 
 }  // namespace mirn2::fn

@@ -61,3 +61,38 @@ def flight(tmp_path_factory) -> dict[str, Path]:
     from sample_flight import write_flight
 
     return write_flight(tmp_path_factory.mktemp("flight"), minutes=5, forms=("bin", "log", "csv"))
+
+
+@pytest.fixture(scope="session")
+def _installed_host():
+    from host import Host
+
+    installed = Host()
+    assert kvalo.callback(installed.capsule()) is None
+    gc.collect()  # the module has a copy of the handler
+    assert kvalo.callback(42) is None  # not a capsule: the handler stays
+    return installed
+
+
+@pytest.fixture
+def host(_installed_host):
+    """The recording host, installed as this process's handler, without messages."""
+    _installed_host.library.recorder_clear()
+    yield _installed_host
+    _installed_host.library.recorder_clear()
+
+
+@pytest.fixture
+def live():
+    """Makes live containers; afterwards the process is off line again."""
+    from plugin_tools import NASTY
+
+    made = []
+
+    def make(plugin=NASTY, **arguments):
+        made.append(kvalo.Container(plugin=str(plugin), realtime=True, **arguments))
+        return made[-1]
+
+    yield make
+    made.clear()
+    gc.collect()

@@ -15,20 +15,6 @@ from plugin_tools import EXAMPLES, NASTY, TEST_PLUGINS, calls
 SENSOR = str(EXAMPLES / "sensor.so")
 
 
-@pytest.fixture
-def live():
-    """Makes live containers; afterwards the process is off line again."""
-    made = []
-
-    def make(plugin=NASTY, **arguments):
-        made.append(kvalo.Container(plugin=str(plugin), realtime=True, **arguments))
-        return made[-1]
-
-    yield make
-    made.clear()
-    gc.collect()
-
-
 def is_online():
     try:
         series([0, 1]).avg()
