@@ -148,7 +148,7 @@ Samples plain_load(const Bytes& log, std::map<int, int> lengths, const Declared&
   return samples;
 }
 
-void compare(const std::string& name, const char* axis, const mirn3::shared_vector<double>& got,
+void compare(const std::string& name, const char* axis, const mirn3::sample_vector& got,
              const std::vector<double>& expected, bool text) {
   if (got.size() != expected.size()) complain(name + ": wrong number of samples in " + axis);
   for (size_t i = 0; i < expected.size() && !text; ++i) {

@@ -69,8 +69,7 @@ Samples plain_load(const std::string& log, const TextFieldLocation& at,
   return samples;
 }
 
-void compare(const std::string& name, const mirn3::shared_vector<double>& got,
-             const std::vector<double>& expected) {
+void compare(const std::string& name, const mirn3::sample_vector& got, const std::vector<double>& expected) {
   if (got.size() != expected.size()) complain(name + ": wrong number of samples");
   for (size_t i = 0; i < expected.size(); ++i) {
     const double a = got[i], b = expected[i];

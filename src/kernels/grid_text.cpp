@@ -107,7 +107,7 @@ class GridWriter::Part {
       char* out = write(text_.get() + size_, t, grid.decimals_, room);
       for (size_t i = 0; i < columns; ++i, ++value) {
         for (const char c : delimiter) *out++ = c;
-        char* end = write_six_decimals(out, *value);
+        char* end = write_decimal(out, *value, 6);
         out = end != nullptr ? end : write(out, *value, 6, room);
       }
       *out++ = '\n';

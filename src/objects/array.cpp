@@ -7,7 +7,6 @@
 
 #include "kernels/array.h"
 #include "objects/array_operators.h"
-#include "objects/many_floats.h"
 #include "objects/row.h"
 
 namespace mirn2 {
@@ -152,7 +151,6 @@ Ref array_clone(PyObject* self, Items) {
 Ref array_to_list(PyObject* self, Items) {
   const Samples data = self_of(self)->column->hold();
   Ref list = checked(PyList_New(static_cast<Py_ssize_t>(data.size())));
-  const FloatRoom room(data.size());
   for (uint64_t i = 0; i < data.size(); ++i) {
     PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), checked(PyFloat_FromDouble(data[i])).release());
   }

@@ -16,11 +16,11 @@
 #include <memory>
 #include <span>
 
-#include "kvalo/shared_vector.h"
+#include "runtime/sample_vector.h"
 
 namespace mirn2 {
 
-using Samples = mirn3::shared_vector<double>;
+using Samples = mirn3::sample_vector;
 
 class Column {
  public:

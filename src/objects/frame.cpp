@@ -3,6 +3,7 @@
 
 #include "runtime/log.h"
 #include "runtime/python.h"
+#include "runtime/python_lock.h"
 #include "runtime/rtd.h"
 
 namespace mirn2 {
@@ -11,13 +12,12 @@ namespace log = mirn3::log;
 
 std::nullptr_t report_text(PyObject* type, std::string_view text) noexcept {
   log::write(log::error, text);
-  const PyGILState_STATE state = PyGILState_Ensure();
+  const mirn3::python::Lock interpreter;
   try {
     PyErr_SetString(type, std::string(text).c_str());
   } catch (...) {
     PyErr_NoMemory();
   }
-  PyGILState_Release(state);
   return nullptr;
 }
 

@@ -28,7 +28,7 @@ using ardupilot::FormatRecord;
 using ardupilot::Letter;
 using ardupilot::letter_of;
 using ardupilot::Records;
-using mirn3::shared_vector;
+using mirn3::sample_vector;
 
 namespace {
 
@@ -211,13 +211,13 @@ struct ReaderArduPilotBIN::Message {
 
 // What one state of the file has taught. Changed only by the one thread that is inside load().
 struct ReaderArduPilotBIN::Learned {
-  using Buffers = std::map<uint64_t, shared_vector<double>>;  // by field
+  using Buffers = std::map<uint64_t, sample_vector>;  // by field
 
   // The time column of a message.
   struct Times {
     bool known = false;
     uint64_t field = 0;
-    shared_vector<double> values;
+    sample_vector values;
   };
 
   Learned(const std::filesystem::path& path, const mirn3::sys::FileStamp& state,
@@ -225,7 +225,7 @@ struct ReaderArduPilotBIN::Learned {
       : stamp(state), file(path), walk(ardupilot::walk(file.bytes(), lengths)), charge(walk.bytes_held()) {}
 
   // Hands over the values of a field if they were decoded ahead; drops what waits for another message.
-  bool take_ready(uint8_t type, uint64_t field, shared_vector<double>& values);
+  bool take_ready(uint8_t type, uint64_t field, sample_vector& values);
 
   // Buffers for the numeric fields that come after the `ordinal`-th variable, as far as there is memory
   // to spare, and the columns that fill them.
@@ -242,7 +242,7 @@ struct ReaderArduPilotBIN::Learned {
   Buffers ready;  // fields of ready_type decoded ahead
 };
 
-bool ReaderArduPilotBIN::Learned::take_ready(uint8_t type, uint64_t field, shared_vector<double>& values) {
+bool ReaderArduPilotBIN::Learned::take_ready(uint8_t type, uint64_t field, sample_vector& values) {
   if (ready_type != type) ready.clear();
   ready_type = type;
   auto taken = ready.extract(field);
@@ -262,7 +262,7 @@ ReaderArduPilotBIN::Learned::Buffers ReaderArduPilotBIN::Learned::reserve_ahead(
     if (field.letter->text || ready.contains(index)) continue;
     if (samples * sizeof(double) > room) break;
     room -= samples * sizeof(double);
-    shared_vector<double> values;
+    sample_vector values;
     try {
       values.resize_for_overwrite(samples);
     } catch (const std::bad_alloc&) {
@@ -359,7 +359,7 @@ void ReaderArduPilotBIN::load(rto_t& request) {
                           ? std::find(message.offered.begin(), message.offered.end(), at.value_field)
                           : message.offered.end();
   Learned::Buffers ahead;
-  shared_vector<double> y;
+  sample_vector y;
   bool decoded = false;
   if (listed != message.offered.end()) {
     const auto ordinal = static_cast<size_t>(listed - message.offered.begin());

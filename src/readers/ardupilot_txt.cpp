@@ -133,8 +133,8 @@ struct ReaderArduPilotTXT::Learned {
 
   mirn3::sys::FileStamp stamp;
   mirn3::sys::Mapping file;
-  LineGroups groups;                                     // by position in the names
-  std::map<size_t, mirn3::shared_vector<double>> times;  // of messages in which every line gave a sample
+  LineGroups groups;                             // by position in the names
+  std::map<size_t, mirn3::sample_vector> times;  // of messages in which every line gave a sample
   mirn3::mem::Charge charge;
 };
 
@@ -194,7 +194,7 @@ void ReaderArduPilotTXT::load(rto_t& request) {
 
   const auto times = known->times.find(word);
   const bool has_times = times != known->times.end();
-  mirn3::shared_vector<double> x, y;
+  mirn3::sample_vector x, y;
   if (has_times) x = times->second;
   if (!has_times) x.resize_for_overwrite(lines.size());
   y.resize_for_overwrite(lines.size());

@@ -27,7 +27,7 @@ namespace mirn2::rd {
 
 namespace {
 
-using Samples = mirn3::shared_vector<double>;
+using Samples = mirn3::sample_vector;
 
 enum class ValueType : uint8_t { number, hexadecimal, text };
 

@@ -2,7 +2,6 @@
 #include "readers/delimited_rows.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <limits>
 #include <mutex>
@@ -40,35 +39,6 @@ uint64_t count_delimiters(std::string_view row, char delimiter) {
     if (p == end || *p != delimiter) return count;
   }
 }
-
-// A range of numbers below 2^32 that threads take from both ends.
-class Stretch {
- public:
-  void set(size_t first, size_t last) { ends_.store(uint64_t{first} << 32 | last); }
-
-  bool take_first(size_t& number) {
-    uint64_t ends = ends_.load(std::memory_order_relaxed);
-    do {
-      if (is_empty(ends)) return false;
-    } while (!ends_.compare_exchange_weak(ends, ends + (uint64_t{1} << 32)));
-    number = ends >> 32;
-    return true;
-  }
-
-  bool take_last(size_t& number) {
-    uint64_t ends = ends_.load(std::memory_order_relaxed);
-    do {
-      if (is_empty(ends)) return false;
-    } while (!ends_.compare_exchange_weak(ends, ends - 1));
-    number = (ends & 0xffffffff) - 1;
-    return true;
-  }
-
- private:
-  static bool is_empty(uint64_t ends) { return ends >> 32 >= (ends & 0xffffffff); }
-
-  alignas(64) std::atomic<uint64_t> ends_{0};
-};
 
 // Whether the line's text, line end included, has fewer than two characters.
 bool is_short(std::string_view rest) {
@@ -287,24 +257,7 @@ scan::RowSpan DelimitedRows::span(size_t number) const {
 }
 
 void DelimitedRows::for_each_piece(const std::function<void(size_t piece)>& task) const {
-  const size_t workers = std::min(mirn3::par::workers(), pieces_.size());
-  if (workers < 2) {
-    for (size_t piece = 0; piece < pieces_.size(); ++piece) task(piece);
-    return;
-  }
-  // Every thread begins with a stretch of its own, so that two threads seldom make the same page of the
-  // outputs at the same time, and then takes pieces from the ends of the others' stretches.
-  std::vector<Stretch> stretches(workers);
-  for (size_t i = 0; i < workers; ++i) {
-    stretches[i].set(i * pieces_.size() / workers, (i + 1) * pieces_.size() / workers);
-  }
-  mirn3::par::run(workers, [&](size_t own) {
-    size_t piece;
-    while (stretches[own].take_first(piece)) task(piece);
-    for (size_t other = own + 1; other < own + workers; ++other) {
-      while (stretches[other % workers].take_last(piece)) task(piece);
-    }
-  });
+  mirn3::par::run(pieces_.size(), task);
 }
 
 }  // namespace mirn2::rd

@@ -63,7 +63,7 @@ std::string compose_name(std::string_view prefix, std::string_view name) {
   return full;
 }
 
-void check_time_vector(const Reader& reader, mirn3::shared_vector<double>& x) {
+void check_time_vector(const Reader& reader, mirn3::sample_vector& x) {
   const std::span<const double> stamps = std::as_const(x).span();
   if (x.empty() || is_time_vector(stamps.first(std::min(stamps.size(), checked_values)))) return;
   x = mirn3::num::ramp(1.0, x.size());

@@ -16,18 +16,18 @@
 #include <unordered_map>
 #include <vector>
 
-#include "kvalo/shared_vector.h"
+#include "runtime/sample_vector.h"
 
 namespace mirn2::rd {
 
 // A load request and its result.
 struct rto_t {
-  std::string_view tag_key;        // tag table for the variable's text values
-  std::string_view name;           // full name of the variable; zero-terminated
-  mirn3::shared_vector<double> x;  // time, to be filled; several variables may share one vector
-  uint64_t spare = 0;              // not used by readers
-  mirn3::shared_vector<double> y;  // values, to be filled; as many as x
-  bool tolerate_unknown = false;   // an unknown name leaves x and y empty instead of throwing
+  std::string_view tag_key;       // tag table for the variable's text values
+  std::string_view name;          // full name of the variable; zero-terminated
+  mirn3::sample_vector x;         // time, to be filled; several variables may share one vector
+  uint64_t spare = 0;             // not used by readers
+  mirn3::sample_vector y;         // values, to be filled; as many as x
+  bool tolerate_unknown = false;  // an unknown name leaves x and y empty instead of throwing
 };
 
 // One entry of the variable tree.
@@ -102,7 +102,7 @@ std::string compose_name(std::string_view prefix, std::string_view name);
 
 // Looks at the first 512 values: they must not decrease, and the last must be greater than the first.
 // Otherwise all of x becomes 0, 1, 2, ... and two warnings are reported. An empty x stays.
-void check_time_vector(const Reader& reader, mirn3::shared_vector<double>& x);
+void check_time_vector(const Reader& reader, mirn3::sample_vector& x);
 
 // Saves the tags that a load created. If the store cannot be written, the log says so and the load goes on:
 // the numbers are valid for this session, and the next save writes them too.

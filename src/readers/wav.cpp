@@ -168,7 +168,7 @@ void ReaderWAV::load(rto_t& request) {
   const size_t width = head.bits / 8;
   const bool readable = head.format == pcm && (width == 1 || width == 2 || width == 4);
   request.x = mirn3::num::ramp(step, samples);
-  mirn3::shared_vector<double> y;
+  mirn3::sample_vector y;
   if (readable) y.resize_for_overwrite(samples);
   const wav::Channel from{file.data() + head.data, width * head.channels, width, channel};
   double* const values = y.data();

@@ -10,8 +10,8 @@
 #include <memory>
 #include <mutex>
 
-#include "kvalo/shared_vector.h"
 #include "runtime/par.h"
+#include "runtime/sample_vector.h"
 
 // The library's parallel loop: every part of the work once, on threads that live for the loop.
 namespace ducc0::detail_threading {

@@ -16,6 +16,7 @@
 #include <string>
 
 #include "runtime/log.h"
+#include "runtime/machine.h"
 #include "runtime/mem_pool.h"
 
 #include <fmt/format.h>
@@ -67,13 +68,6 @@ void make_room() {
 }
 
 // ---- the budget ----
-
-uint64_t physical_memory() {
-  const long pages = ::sysconf(_SC_PHYS_PAGES);
-  const long bytes = ::sysconf(_SC_PAGESIZE);
-  if (pages <= 0 || bytes <= 0) return unlimited;
-  return static_cast<uint64_t>(pages) * static_cast<uint64_t>(bytes);
-}
 
 // A whole text that is one decimal number; `unlimited` for everything else ("max" among it).
 uint64_t parse_bytes(std::string_view text) {
@@ -175,7 +169,7 @@ void release(size_t bytes) noexcept {
 }
 
 void configure() {
-  uint64_t bank = std::min(physical_memory(), cgroup_limit());
+  uint64_t bank = std::min(machine::physical_memory(), cgroup_limit());
   if (bank != unlimited) bank /= 2;
   if (const char* text = std::getenv("KVALO_MEMORY_BANK")) {
     const uint64_t asked = parse_bytes(text);

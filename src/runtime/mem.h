@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "kvalo/shared_vector.h"
+#include "runtime/sample_vector.h"
 
 namespace mirn3::mem {
 

@@ -131,7 +131,7 @@ std::vector<MergeShare> merge_shares(Axis a, Axis b, size_t parts) {
   return shares;
 }
 
-shared_vector<double> merge(const double* t1, const double* t2, size_t count1, size_t count2) {
+sample_vector merge(const double* t1, const double* t2, size_t count1, size_t count2) {
   std::vector<double> sorted1;
   std::vector<double> sorted2;
   const Axis a = in_order({t1, count1}, sorted1);
@@ -146,7 +146,7 @@ shared_vector<double> merge(const double* t1, const double* t2, size_t count1, s
   });
   size_t size = 0;
   for (size_t& begin : begins) size += std::exchange(begin, size);
-  shared_vector<double> merged;
+  sample_vector merged;
   merged.resize_for_overwrite(size);
   par::run(shares.size(), [&](size_t k) {
     const auto& [first1, last1, first2, last2] = shares[k];

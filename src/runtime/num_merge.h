@@ -6,14 +6,14 @@
 #include <vector>
 
 #include "kvalo/export.h"
-#include "kvalo/shared_vector.h"
+#include "runtime/sample_vector.h"
 
 namespace mirn3::num {
 
 // Every stamp of t1 and of t2 once, ascending: the sorted union without duplicates. NaN stamps are left
 // out; of 0.0 and -0.0 the one of t1 is kept, or the first one. Linear when both are ascending, else sorted
 // copies are made first. Works on all cores. Throws std::bad_alloc.
-MIRN3_API shared_vector<double> merge(const double* t1, const double* t2, size_t count1, size_t count2);
+MIRN3_API sample_vector merge(const double* t1, const double* t2, size_t count1, size_t count2);
 
 // One share of the merge of two strictly ascending vectors: t1[first1..last1) and t2[first2..last2). The
 // shares follow one another, and a stamp that both vectors have is never split between two of them.

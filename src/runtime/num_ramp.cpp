@@ -21,7 +21,7 @@ constexpr size_t least = size_t{1} << 17;  // worth a thread, and too many for i
 
 struct Ramp {
   double step = 0;
-  shared_vector<double> values;
+  sample_vector values;
 };
 
 std::mutex guard;  // never held while memory is charged or given back
@@ -54,7 +54,7 @@ __attribute__((target("avx2"))) void fill_avx2(size_t first, size_t last, double
 
 #endif
 
-void fill(double step, shared_vector<double>& values) {
+void fill(double step, sample_vector& values) {
   double* const x = values.data();
   par::ranges(values.size(), least, [&](size_t first, size_t last) {
 #if defined(__x86_64__)
@@ -66,9 +66,9 @@ void fill(double step, shared_vector<double>& values) {
 
 }  // namespace
 
-shared_vector<double> ramp(double step, uint64_t n) {
+sample_vector ramp(double step, uint64_t n) {
   if (n == 0) return {};
-  shared_vector<double> values;
+  sample_vector values;
   {
     const std::lock_guard lock(guard);
     if (kept().step == step && kept().values.size() >= n) values = kept().values;

@@ -1,5 +1,5 @@
-// A host for the tests, compiled against the public headers alone: records the messages it is handed and shows
-// their fields to Python through ctypes, by the table of fields that all hosts have.
+// A host for the tests, compiled against the public headers alone: records the messages it is handed and
+// shows their fields to Python through ctypes, by the table of fields that all hosts have.
 #include <atomic>
 #include <cstring>
 #include <memory>

@@ -187,10 +187,10 @@ TEST_F(Delimited, TimeThatDoesNotIncreaseBecomesIndexes) {
                                              {{0, 2, 1, 3}, {0, 1, 2, 3}},
                                              {late, late}};
   for (const auto& [given, expected] : cases) {
-    mirn3::shared_vector<double> kept;
+    mirn3::sample_vector kept;
     kept.resize(given.size());
     std::ranges::copy(given, kept.data());
-    mirn3::shared_vector<double> checked = kept;
+    mirn3::sample_vector checked = kept;
     check_time_vector(*reader, checked);
     EXPECT_EQ(Values(checked.begin(), checked.end()), expected);
     EXPECT_EQ(Values(kept.begin(), kept.end()), given) << "samples that others hold are not written";

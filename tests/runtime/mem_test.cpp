@@ -14,7 +14,7 @@
 #include "startup/startup.h"
 
 namespace mem = mirn3::mem;
-using Vector = mirn3::shared_vector<double>;
+using Vector = mirn3::sample_vector;
 
 namespace {
 

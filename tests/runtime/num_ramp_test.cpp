@@ -11,19 +11,19 @@ namespace {
 
 TEST(Ramp, IsTheIndexTimesTheStepRoundedOnce) {
   for (const uint64_t n : {0UL, 1UL, 5UL, 300'001UL}) {
-    const shared_vector<double> times = ramp(0.1, n);
+    const sample_vector times = ramp(0.1, n);
     ASSERT_EQ(times.size(), n);
     for (uint64_t i = 0; i < n; ++i) ASSERT_EQ(times[i], static_cast<double>(i) * 0.1) << i;
   }
 }
 
 TEST(Ramp, OneVectorServesAllThatHaveItsStep) {
-  const shared_vector<double> longest = ramp(0.25, 1000);
-  const shared_vector<double> prefix = ramp(0.25, 10);
+  const sample_vector longest = ramp(0.25, 1000);
+  const sample_vector prefix = ramp(0.25, 10);
   EXPECT_EQ(prefix.data(), longest.data());
   EXPECT_EQ(prefix.size(), 10U);
 
-  shared_vector<double> written = prefix;
+  sample_vector written = prefix;
   written.make_unique();
   written[3] = -1;
   EXPECT_EQ(longest[3], 0.75);

@@ -9,8 +9,8 @@
 #include "kvalo/records.h"
 #include "view/store.h"
 
-inline mirn3::shared_vector<double> shared(const std::vector<double>& values) {
-  mirn3::shared_vector<double> result;
+inline mirn3::sample_vector shared(const std::vector<double>& values) {
+  mirn3::sample_vector result;
   result.resize_for_overwrite(values.size());
   std::copy(values.begin(), values.end(), const_cast<double*>(std::as_const(result).data()));
   return result;

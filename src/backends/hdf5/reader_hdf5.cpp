@@ -21,7 +21,7 @@ using hdf5::Object;
 using hdf5::Session;
 using hdf5::Table;
 using hdf5::Wanted;
-using mirn3::shared_vector;
+using mirn3::sample_vector;
 using mirn3::exc::error_t;
 using samples::no_axis;
 
@@ -85,9 +85,9 @@ struct ReaderHDF5::Variable {
 // What is known of one state of the file. Only the thread inside load() changes it.
 struct ReaderHDF5::Learned {
   mirn3::sys::FileStamp stamp;
-  std::map<size_t, shared_vector<double>> axes;   // by variable
-  std::map<size_t, shared_vector<double>> ahead;  // read along with another variable of the same data set
-  std::set<size_t> failing;                       // data sets that the library fails on
+  std::map<size_t, sample_vector> axes;   // by variable
+  std::map<size_t, sample_vector> ahead;  // read along with another variable of the same data set
+  std::set<size_t> failing;               // data sets that the library fails on
   size_t last_dataset = SIZE_MAX;
 };
 
@@ -257,11 +257,11 @@ class ReaderHDF5::Load {
         file_(hdf5::open_file(reader.path())),
         inside_(hdf5::inside_only()) {}
 
-  shared_vector<double> values(size_t variable) {
+  sample_vector values(size_t variable) {
     if (const auto found = learned_.axes.find(variable); found != learned_.axes.end())
       return copy_of(found->second);
     if (const auto found = learned_.ahead.find(variable); found != learned_.ahead.end()) {
-      shared_vector<double> kept = std::move(found->second);
+      sample_vector kept = std::move(found->second);
       learned_.ahead.erase(found);
       return kept;
     }
@@ -269,14 +269,14 @@ class ReaderHDF5::Load {
   }
 
   // The time, kept for the other variables that share it.
-  shared_vector<double> axis(size_t variable) {
+  sample_vector axis(size_t variable) {
     const auto found = learned_.axes.find(variable);
     if (found != learned_.axes.end()) return found->second;
-    shared_vector<double> time = values(variable);
+    sample_vector time = values(variable);
     return learned_.axes.emplace(variable, std::move(time)).first->second;
   }
 
-  shared_vector<double> copy_of(const shared_vector<double>& values) {
+  sample_vector copy_of(const sample_vector& values) {
     const Session::Pause pause(session_);
     return values.clone();
   }
@@ -284,14 +284,14 @@ class ReaderHDF5::Load {
   bool created_tags() const noexcept { return created_tags_; }
 
  private:
-  shared_vector<double> new_vector(uint64_t samples) {
+  sample_vector new_vector(uint64_t samples) {
     const Session::Pause pause(session_);
-    shared_vector<double> values;
+    sample_vector values;
     values.resize_for_overwrite(samples);
     return values;
   }
 
-  shared_vector<double> read(size_t index) {
+  sample_vector read(size_t index) {
     const Variable& variable = reader_.variables_[index];
     const Dataset& known = reader_.datasets_[variable.dataset];
     const Object dataset(H5Oopen(file_, known.path.c_str(), inside_),
@@ -306,7 +306,7 @@ class ReaderHDF5::Load {
     samples::check_size(now.rows, variable.full_name);
     hdf5::check_chunks(dataset, now, variable.full_name);
     if (learned_.failing.contains(variable.dataset)) throw hdf5::LibraryFails(variable.full_name);
-    shared_vector<double> values = new_vector(now.rows);
+    sample_vector values = new_vector(now.rows);
     const Leaf& leaf = now.leaves[variable.leaf];
     const Wanted own{variable.column, &leaf, values.data()};
     try {
@@ -316,7 +316,7 @@ class ReaderHDF5::Load {
         return values;
       }
       std::vector<Wanted> wanted{own};
-      std::map<size_t, shared_vector<double>> ahead = room_for_others(index, now, wanted);
+      std::map<size_t, sample_vector> ahead = room_for_others(index, now, wanted);
       hdf5::read_numbers(dataset, now, now.rows, wanted, variable.full_name, learned_.stamp.size);
       learned_.ahead.merge(ahead);
       return values;
@@ -328,9 +328,9 @@ class ReaderHDF5::Load {
 
   // Decompressing a data set costs more than picking numbers from it: the load of a second variable also
   // reads the others, as far as the budget has room.
-  std::map<size_t, shared_vector<double>> room_for_others(size_t index, const Table& now,
-                                                          std::vector<Wanted>& wanted) {
-    std::map<size_t, shared_vector<double>> others;
+  std::map<size_t, sample_vector> room_for_others(size_t index, const Table& now,
+                                                  std::vector<Wanted>& wanted) {
+    std::map<size_t, sample_vector> others;
     const Variable& variable = reader_.variables_[index];
     if (std::exchange(learned_.last_dataset, variable.dataset) != variable.dataset) return others;
     uint64_t room = mirn3::mem::free_budget() / 2;
@@ -340,7 +340,7 @@ class ReaderHDF5::Load {
       if (other <= index || now.leaves[candidate.leaf].is_text() || learned_.axes.contains(other)) continue;
       if (bytes > room) break;
       room -= bytes;
-      shared_vector<double>& values = others[other] = new_vector(now.rows);
+      sample_vector& values = others[other] = new_vector(now.rows);
       wanted.push_back({candidate.column, &now.leaves[candidate.leaf], values.data()});
     }
     return others;
@@ -390,7 +390,7 @@ void ReaderHDF5::load(rto_t& request) {
   if (found == index_.end()) return refuse_name(request);
   const size_t variable = found->second, time = variables_[variable].axis;
   const std::shared_ptr<Learned> known = learned();
-  shared_vector<double> x, y;
+  sample_vector x, y;
   bool created_tags = false;
   {
     Session session;

@@ -17,7 +17,7 @@
 
 namespace mirn2::rd {
 
-using mirn3::shared_vector;
+using mirn3::sample_vector;
 using mirn3::exc::error_t;
 using samples::no_axis;
 
@@ -63,7 +63,7 @@ struct ReaderMAT::Learned {
   size_t inflated_element = SIZE_MAX;
   std::vector<unsigned char> inflated;
   mirn3::mem::Charge charge;
-  std::map<size_t, shared_vector<double>> axes;  // by variable
+  std::map<size_t, sample_vector> axes;  // by variable
 };
 
 // From arrays to variables, with their time axes.
@@ -242,7 +242,7 @@ void ReaderMAT::load(rto_t& request) {
   Load load(*this, *known);
   load.expect_same_file();
   load.check(variable);
-  shared_vector<double> x, y;
+  sample_vector x, y;
   y.resize_for_overwrite(variable.samples);
   const bool own_time = variable.axis == found->second, counted = variable.axis == no_axis;
   const auto known_axis = known->axes.find(variable.axis);

@@ -35,7 +35,7 @@ namespace mirn2::rd {
 
 namespace {
 
-using mirn3::shared_vector;
+using mirn3::sample_vector;
 using mirn3::exc::error_t;
 
 // Pages and dictionaries being decoded may take this much, whatever a damaged file claims.
@@ -84,7 +84,7 @@ std::vector<Rows> row_groups(const parquet::FileMetaData& metadata, size_t file_
 
 // Rows of a column, some of which may be missing.
 struct Samples {
-  shared_vector<double> values;
+  sample_vector values;
   bool has_missing = false;
 };
 
@@ -100,7 +100,7 @@ size_t compact(double* x, double* y, size_t rows) {
 }
 
 // The same over all row groups, each on its own and then closed up.
-void compact(shared_vector<double>& x, shared_vector<double>& y, std::span<const Rows> groups) {
+void compact(sample_vector& x, sample_vector& y, std::span<const Rows> groups) {
   std::vector<size_t> kept(groups.size());
   mirn3::par::run(groups.size(), [&](size_t i) {
     kept[i] = compact(x.data() + groups[i].first, y.data() + groups[i].first, groups[i].count);
@@ -292,7 +292,7 @@ void ReaderParquet::load(rto_t& request) {
   const std::shared_ptr<Learned> known = learn();
   const std::vector<Rows>& groups = known->groups;
 
-  shared_vector<double> y;
+  sample_vector y;
   y.resize_for_overwrite(known->rows);
   Times times(*known, column);
   TextTags tags(request.tag_key);

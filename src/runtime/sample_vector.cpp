@@ -1,15 +1,13 @@
-// The parts of mirn3::shared_vector<double> that are too long for its declaration.
-#pragma once
+// How sample buffers are made, charged and given back.
+#include "runtime/sample_vector.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
-#include "kvalo/shared_vector.h"
-
 namespace mirn3 {
 
-inline void shared_vector<double>::adopt(uint64_t n, double* buffer, mem::Content content) {
+void sample_vector::adopt(uint64_t n, double* buffer, mem::Content content) {
   using Origin = mem::BufferDeleter::Origin;
   mem::BufferDeleter deleter{.n = n, .room = n, .origin = buffer == nullptr ? Origin::pool : Origin::heap};
   try {
@@ -33,7 +31,7 @@ inline void shared_vector<double>::adopt(uint64_t n, double* buffer, mem::Conten
   capacity_ = n;
 }
 
-inline void shared_vector<double>::trim(uint64_t n) noexcept {
+void sample_vector::trim(uint64_t n) noexcept {
   auto* kept = deleter();
   if (kept == nullptr || n >= capacity_) return;
   kept->n -= capacity_ - n;
@@ -41,8 +39,8 @@ inline void shared_vector<double>::trim(uint64_t n) noexcept {
   capacity_ = n;
 }
 
-inline shared_vector<double> shared_vector<double>::clone() const {
-  shared_vector copy;
+sample_vector sample_vector::clone() const {
+  sample_vector copy;
   copy.resize_for_overwrite(size_);
   if (size_ != 0) std::memcpy(copy.data_, data_, size_ * sizeof(double));
   return copy;
