@@ -27,6 +27,7 @@ ALLOWED = {
     "charts": CONTAINERS,
     "models": CONTAINERS,
     "view": BASE,
+    "view/bridge": BASE | {"view"},
     "module": CONTAINERS | {"startup", "functions", "charts", "models"},
 }
 # The interpreter is out of reach here, so that these can be tested and fuzzed alone.
