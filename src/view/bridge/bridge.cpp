@@ -216,7 +216,8 @@ std::string picture(PyObject* call, uint64_t chart, const std::string& format, R
                                            format.c_str(), times.lo, times.hi);
   const bool fine = result != nullptr && PyBytes_Check(result);
   if (fine) content.assign(PyBytes_AS_STRING(result), static_cast<size_t>(PyBytes_GET_SIZE(result)));
-  if (result == nullptr) PyErr_WriteUnraisable(call);
+  if (result != nullptr && !fine) PyErr_SetString(PyExc_TypeError, "picture() must return bytes");
+  if (!fine) PyErr_WriteUnraisable(call);
   Py_XDECREF(result);
   PyGILState_Release(lock);
   if (!fine)
