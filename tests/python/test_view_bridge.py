@@ -8,6 +8,7 @@ import urllib.error
 import urllib.request
 
 import pytest
+from conftest import run_script
 from kvalo_view import _view
 from plugin_tools import BUILD
 
@@ -104,3 +105,26 @@ def test_server_and_pictures():
     assert (_view.address(), _view.clients(), _view.wait_left()) == ("", 0, True)
     with pytest.raises(urllib.error.URLError):
         urllib.request.urlopen(address)
+
+
+def test_a_chart_shows_what_was_there_when_it_was_plotted():
+    done = run_script("""
+import json
+import kvalo
+from kvalo_view import _view
+
+kvalo.callback(_view.handler())
+series = kvalo.TimeSeries([0.0, 1.0, 2.0], [5.0, 6.0, 7.0])
+chart = kvalo.plot(obj=series, name="Roll")
+assert kvalo.plot(id=chart, obj=series) == chart
+kvalo.mark(0.5, 1.0, "climb")
+state = json.loads(_view.state())
+assert [(c["id"], len(c["series"]), c["series"][0]["version"]) for c in state["charts"]] == [(str(chart), 1, 2)]
+assert state["objects"][0]["text"] == "climb"
+series += 1
+series.ydata[0] = 99.0
+assert memoryview(_view.samples(chart, 0)[1]).tolist() == [5.0, 6.0, 7.0]
+kvalo.close("charts")
+assert json.loads(_view.state())["charts"] == []
+""")
+    assert done.returncode == 0, done.stderr
