@@ -30,6 +30,7 @@ ALLOWED = {folder: below(folder) for folder in STACK} | {
     "models": CONTAINERS | {"blocks"},
     "module": CONTAINERS | {"startup", "functions", "charts", "export", "models"},
     "view": {"kvalo", "runtime"},
+    "view/bridge": {"kvalo", "runtime", "view"},
     "host": {"kvalo", "runtime", "startup", "view"},
 }
 # An object holds readers through their interface and knows no format.

@@ -48,12 +48,15 @@ class Pyramid {
 
  private:
   struct Level {
-    std::vector<double> lo, hi;
+    struct Ends {
+      double lo, hi;
+    };
+    std::vector<Ends> ends;
     std::vector<uint8_t> marks;
 
     void resize(size_t blocks);
     size_t size() const { return marks.size(); }
-    Extremes at(size_t block) const { return {lo[block], hi[block], marks[block]}; }
+    Extremes at(size_t block) const { return {ends[block].lo, ends[block].hi, marks[block]}; }
     void set(size_t block, const Extremes& value);
   };
 

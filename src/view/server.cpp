@@ -3,10 +3,11 @@
 
 #include <unistd.h>
 
-#include <atomic>
+// Boost's own headers forget these two.
 #include <exception>
 #include <utility>
-// Boost's own headers forget these two.
+
+#include <atomic>
 #include <boost/asio.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
@@ -521,11 +522,13 @@ void Server::changed() {
 }
 
 size_t Server::clients() const {
+  if (::getpid() != impl_->process) return 0;
   const std::lock_guard lock(impl_->count_guard);
   return impl_->clients;
 }
 
 bool Server::wait_left(std::chrono::milliseconds most) {
+  if (::getpid() != impl_->process) return true;
   const auto until = Clock::now() + most;
   std::unique_lock lock(impl_->count_guard);
   while (true) {

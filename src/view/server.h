@@ -49,7 +49,7 @@ class Server {
   size_t clients() const;  // pages that are open
 
   // Waits until the last page has left, for longer than a reload takes, but not longer than `most`. False
-  // while a page is open or none has come yet.
+  // while a page is open or none has come yet. True in a child process.
   bool wait_left(std::chrono::milliseconds most);
 
   struct Impl;

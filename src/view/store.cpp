@@ -210,23 +210,24 @@ class Change {
 
   void close(const dto_misc_t& record) {
     const uint64_t id = id_of(record.values[0]);
-    const std::string text = text_of(record.text);
-    const bool charts = record.key == name_hash("charts") || text == "charts";
-    const bool pages = record.key == name_hash("pages") || text == "pages";
+    const bool pages = record.key == name_hash("pages") || record.key == name_hash("all");
+    const bool charts = record.key == name_hash("charts") || pages;
     if (id != 0) {
-      if (charts) std::erase_if(state_.charts, [id](const auto& c) { return c->id == id; });
-      if (pages) delete_page({id, {}});
+      if (pages) {
+        delete_page({id, {}});
+      } else if (charts) {
+        std::erase_if(state_.charts, [id](const auto& c) { return c->id == id; });
+      }
       return;
     }
-    if (charts || pages) {
-      state_.charts.clear();
-      state_.objects.clear();
-    }
+    if (!charts) return;
+    state_.charts.clear();
+    state_.objects.clear();
+    state_.is_live = false;
     if (pages) {
       state_.pages.clear();
       state_.page = 0;
     }
-    if (charts || pages) state_.is_live = false;
   }
 
   void reset() {

@@ -11,6 +11,8 @@ namespace kvalo_view {
 namespace {
 
 constexpr double nan = View::nan;
+constexpr size_t widest_grid = 4096;  // cells cost four bytes each
+constexpr size_t highest_grid = 2048;
 constexpr double inf = std::numeric_limits<double>::infinity();
 
 bool is_set(Range range) { return range.lo < range.hi && std::isfinite(range.lo) && std::isfinite(range.hi); }
@@ -175,7 +177,8 @@ std::vector<Tile> Views::tiles(const Chart& chart, const View& view) {
     case Kind::spectro:
       if (data.spectrogram) {
         const Range range = range_of(view, data.spectrogram->times());
-        draw_grid(add(0, newest()), data.spectrogram->view(range, view.width, view.height));
+        draw_grid(add(0, newest()), data.spectrogram->view(range, std::min(view.width, widest_grid),
+                                                           std::min(view.height, highest_grid)));
       }
       break;
     case Kind::line3d:

@@ -47,6 +47,33 @@ TEST(Store, ChartsOnPages) {
   EXPECT_TRUE(store.state()->charts.empty() && store.state()->pages.empty());
 }
 
+TEST(Store, CloseOneOrAll) {
+  Store store;
+  const auto left = [&] { return std::pair(store.state()->charts.size(), store.state()->pages.size()); };
+  dto_page_t page;
+  for (page.id = 9; page.id <= 10; ++page.id) {
+    send(store, "page_new_page", page);
+    plot(store, page.id + 100, 1, ramp, ramp);
+    plot(store, page.id + 200, 1, ramp, ramp);
+  }
+  send(store, "misc_close", misc("tabs"));
+  EXPECT_EQ(left(), std::pair(4UL, 2UL));
+  dto_misc_t one = misc("charts");
+  one.values[0].tag = static_cast<uint8_t>(mirn3::tag_t::uint64);
+  one.values[0].value.uint64 = 109;
+  send(store, "misc_close", one);
+  EXPECT_EQ(left(), std::pair(3UL, 2UL));
+  one.key = mirn3::ilc::name_hash("pages");
+  one.values[0].value.uint64 = 10;
+  send(store, "misc_close", one);
+  EXPECT_EQ(left(), std::pair(1UL, 1UL));
+  send(store, "misc_close", misc("charts"));
+  EXPECT_EQ(left(), std::pair(0UL, 1UL));
+  plot(store, 5, 1, ramp, ramp);
+  send(store, "misc_close", misc("all"));
+  EXPECT_EQ(left(), std::pair(0UL, 0UL));
+}
+
 TEST(Store, TheSameSeriesAgainReplacesItsCurve) {
   Store store;
   plot(store, 5, 1, ramp, ramp);
