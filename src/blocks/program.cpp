@@ -1,0 +1,96 @@
+#include "blocks/program.h"
+
+#include <algorithm>
+
+namespace plexo {
+
+namespace {
+
+bool takes_any_number(Op op) {
+  switch (op) {
+    case Op::sum:
+    case Op::product:
+    case Op::smallest:
+    case Op::largest:
+    case Op::all_of:
+    case Op::any_of:
+    case Op::odd_of:
+    case Op::not_all_of:
+    case Op::none_of:
+    case Op::pick:
+      return true;
+    default:
+      return false;
+  }
+}
+
+Step make_step(const FlatModel& flat, const Cell& cell, uint32_t state, Program& program) {
+  Step step{.op = cell.op,
+            .count = cell.op == Op::bits ? cell.outputs : cell.inputs,
+            .out = cell.signal,
+            .in = {0, 0, 0},
+            .parameter = cell.parameter,
+            .state = state,
+            .table = cell.table};
+  if (takes_any_number(cell.op)) {
+    step.in[0] = static_cast<uint32_t>(program.operands.size());
+    for (uint32_t i = 0; i < cell.inputs; ++i) program.operands.push_back(flat.inputs[cell.input + i]);
+  } else {
+    std::copy_n(flat.inputs.begin() + cell.input, cell.inputs, step.in);
+  }
+  return step;
+}
+
+}  // namespace
+
+double count_states(const FlatModel& flat) {
+  double count = static_cast<double>(flat.states.size());
+  for (const Fill& fill : flat.fills) count += 1.0 + static_cast<double>(fill.count);
+  return count;
+}
+
+Program make_program(const FlatModel& flat) {
+  Program program;
+  program.parameters = flat.parameters;
+  program.tables = flat.tables;
+  program.signals.resize(flat.signal_count);
+  program.states = flat.states;
+  std::vector<uint32_t> fill_places;
+  for (const Fill& fill : flat.fills) {
+    fill_places.push_back(static_cast<uint32_t>(program.states.size()));
+    program.states.push_back(0.0);
+    program.states.resize(program.states.size() + fill.count, fill.value);
+  }
+
+  std::vector<Step> later;
+  size_t level_begin = 0;
+  uint32_t level = 0;
+  // Within a level no order matters. Equal operations side by side are run in a tight loop.
+  const auto group = [&] {
+    std::stable_sort(program.steps.begin() + static_cast<ptrdiff_t>(level_begin), program.steps.end(),
+                     [](const Step& a, const Step& b) { return a.op < b.op; });
+    level_begin = program.steps.size();
+  };
+  for (const Cell& cell : flat.cells) {
+    if (cell.level != level) group();
+    level = cell.level;
+    if (cell.op == Op::constant || cell.op == Op::external) {
+      program.signals[cell.signal] = flat.parameters[cell.parameter];
+      continue;
+    }
+    const uint32_t state = cell.next == Op::delay_next ? fill_places[cell.state] : cell.state;
+    program.steps.push_back(make_step(flat, cell, state, program));
+    if (cell.next != Op::end_of_sample) {
+      later.push_back(program.steps.back());
+      later.back().op = cell.next;
+    }
+  }
+  group();
+  std::ranges::stable_sort(later, {}, &Step::op);
+  program.steps.push_back({Op::end_of_outputs, 0, 0, {0, 0, 0}, 0, 0, 0});
+  program.steps.insert(program.steps.end(), later.begin(), later.end());
+  program.steps.push_back({Op::end_of_sample, 0, 0, {0, 0, 0}, 0, 0, 0});
+  return program;
+}
+
+}  // namespace plexo
