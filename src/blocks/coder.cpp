@@ -16,13 +16,13 @@ bool is_word(char c) {
   return c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
 }
 
-// Visits every word of a text.
+// Visits every word of a text that is called: names in comments never have a parenthesis behind them.
 template <typename Visit>
-void each_word(std::string_view text, Visit visit) {
+void each_call(std::string_view text, Visit visit) {
   for (size_t i = 0; i < text.size();) {
     size_t end = i;
     while (end < text.size() && is_word(text[end])) ++end;
-    if (end > i) visit(text.substr(i, end - i));
+    if (end > i && end < text.size() && text[end] == '(') visit(text.substr(i, end - i));
     i = std::max(end, i + 1);
   }
 }
@@ -61,7 +61,7 @@ std::vector<std::string> called_functions(std::string_view source, std::string_v
   while (!waiting.empty()) {
     const std::string_view caller = waiting.back();
     waiting.pop_back();
-    each_word(caller, [&](std::string_view called) {
+    each_call(caller, [&](std::string_view called) {
       const auto found = std::ranges::find(functions, called, &Function::name);
       if (found == functions.end() || found->is_called) return;
       found->is_called = true;

@@ -68,8 +68,12 @@ class Builder : public nlohmann::json::json_sax_t {
   }
 
  private:
-  uint32_t offset() const {
-    return static_cast<uint32_t>(std::max<ptrdiff_t>(1, *reached_ - tape_->source_.data()) - 1);
+  // Where the token begins that the parser has just read: after the one before and what parts them.
+  uint32_t offset() {
+    const size_t end = static_cast<size_t>(*reached_ - tape_->source_.data());
+    const size_t begin = std::min(tape_->source_.find_first_not_of(" \t\r\n,:]}", before_), end);
+    before_ = end;
+    return static_cast<uint32_t>(begin);
   }
 
   bool add(Type type) {
@@ -106,6 +110,7 @@ class Builder : public nlohmann::json::json_sax_t {
   Tape* tape_;
   const char* const* reached_;
   unsigned most_levels_;
+  size_t before_ = 0;  // end of the last token
   std::vector<uint32_t> open_;
   std::string why_;
 };

@@ -21,7 +21,7 @@ class Tape {
 
   struct Node {
     Type type;
-    uint32_t offset;  // of its last byte; of the first one of lists and objects
+    uint32_t offset;  // of its first byte
     uint32_t extent;  // nodes of a list or object with all that is in it; bytes of a text
     union {
       double number;

@@ -141,7 +141,7 @@ Kinds limit_kinds();
 Kinds table_kinds();
 Kinds dynamic_kinds();
 
-std::span<const Kind> all_kinds();
+PLEXO_API std::span<const Kind> all_kinds();
 const Kind* find_kind(std::string_view type) noexcept;  // null for an unknown one
 
 inline constexpr std::string_view comparisons[] = {"==", "!=", "<", "<=", ">", ">="};

@@ -67,7 +67,7 @@ std::string c_name(std::string_view name) {
 }
 
 std::string plain_text(std::string_view name) {
-  constexpr std::string_view harmless = " .,:;+-=<>()[]#%&!";
+  constexpr std::string_view harmless = " .,:;+-=<>[]#%&!";
   std::string result(name);
   for (char& c : result) {
     if (!is_word(c) && !is_digit(c) && harmless.find(c) == std::string_view::npos) c = '_';
