@@ -25,11 +25,14 @@ ALLOWED = {
     "containers": CONTAINERS,
     "functions": CONTAINERS,
     "charts": CONTAINERS,
-    "models": CONTAINERS,
+    "blocks": BASE,
+    "models": CONTAINERS | {"blocks"},
     "module": CONTAINERS | {"startup", "functions", "charts", "models"},
 }
 # The interpreter is out of reach here, so that these can be tested and fuzzed alone.
-WITHOUT_PYTHON = {"kvalo", "runtime", "startup", "readers", "backends", "functions/kernels", "charts/kernels"}
+WITHOUT_PYTHON = {
+    *("kvalo", "runtime", "startup", "readers", "backends", "functions/kernels", "charts/kernels", "blocks"),
+}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
 

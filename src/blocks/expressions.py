@@ -57,9 +57,9 @@ def value_of(node, names):
         return OPERATORS[type(node.op)](*values)
     if isinstance(node, ast.Call):
         return called(node, names)
-    if isinstance(node, ast.Attribute) and isinstance(node.value, ast.Name) and node.value.id == "math":
-        if node.attr in CONSTANTS:
-            return getattr(math, node.attr)
+    is_math = isinstance(node, ast.Attribute) and isinstance(node.value, ast.Name) and node.value.id == "math"
+    if is_math and node.attr in CONSTANTS:
+        return getattr(math, node.attr)
     if isinstance(node, ast.Name) and type(names.get(node.id)) in (int, float, bool):
         return float(names[node.id])
     return refuse(node)
