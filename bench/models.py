@@ -26,13 +26,11 @@ int main(void) {
   static mainsys_t m;
   mainsys_in_t in = {0};
   mainsys_out_t out;
-  struct timespec a, b;
   mainsys_init(&m);
-  clock_gettime(CLOCK_MONOTONIC, &a);
+  const clock_t start = clock();
   for (long k = 0; k < MAINSYS_SAMPLES; ++k) mainsys_step(&m, &in, &out);
-  clock_gettime(CLOCK_MONOTONIC, &b);
-  printf("{\\"seconds\\": %.17g, \\"last\\": %.17g}\\n",
-         (double)(b.tv_sec - a.tv_sec) + 1e-9 * (double)(b.tv_nsec - a.tv_nsec), *(double *)&out);
+  const double seconds = (double)(clock() - start) / CLOCKS_PER_SEC;
+  printf("{\\"seconds\\": %.17g, \\"last\\": %.17g}\\n", seconds, *(double *)&out);
   return 0;
 }
 """

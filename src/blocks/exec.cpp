@@ -18,7 +18,7 @@ namespace {
 enum : int { success = 0, failed_assert = 1, interrupted = 2, no_room = 3, not_ready = 4 };
 
 constexpr double most_samples = 2147483648.0;
-constexpr double most_states = 4294967295.0;
+constexpr double most_numbers = 4294967295.0;             // that a record can tell apart
 constexpr auto patience = std::chrono::milliseconds(50);  // between looks for an interrupt
 constexpr uint64_t steps_in_a_piece = 1'000'000;
 
@@ -54,7 +54,7 @@ bool ExecModel::fill(std::shared_ptr<const FlatModel> flat) {
   recorder_.reset();
   flat_.reset();
   const double states = count_states(*flat);
-  if (states > most_states || !fits(2.0 * states + flat->signal_count)) {
+  if (states + flat->signal_count > most_numbers || !fits(2.0 * (states + flat->signal_count))) {
     refuse(fmt::format("The model stores {:.0f} numbers from sample to sample, which do not fit into memory",
                        states));
     return false;
@@ -69,7 +69,7 @@ bool ExecModel::fill(std::shared_ptr<const FlatModel> flat) {
 }
 
 int ExecModel::simulate(uint64_t samples) {
-  Run run{.signals = program_.signals, .states = program_.states};
+  Run run{.numbers = program_.numbers};
   recorder_.emplace(shown_, samples);
   const uint64_t piece = std::max<uint64_t>(1, steps_in_a_piece / program_.steps.size());
   auto looked = std::chrono::steady_clock::now();

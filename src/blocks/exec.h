@@ -40,10 +40,8 @@ enum class Ended : uint8_t { not_yet, well, failed };
 
 // What changes while a program runs.
 struct Run {
-  std::vector<double> signals;
-  std::vector<double> states;
+  std::vector<double> numbers;  // signals and states
   uint64_t next_sample = 0;
-  uint32_t failed_step = 0;
 };
 
 // Runs the next `samples` samples.

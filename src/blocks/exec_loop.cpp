@@ -59,7 +59,7 @@ double number(bool b) { return b ? 1.0 : 0.0; }
 #define U2 s[step->in[1]]
 #define U3 s[step->in[2]]
 #define P(i) p[step->parameter + (i)]
-#define X (x + step->state)
+#define X (s + step->state)
 #define N step->count
 #define ALL Operands(s, operands + step->in[0], N).u
 #define TABLE(i) tables[step->table + (i)].data()
@@ -67,8 +67,7 @@ double number(bool b) { return b ? 1.0 : 0.0; }
 
 Ended run_samples(const Program& program, const Times& times, uint64_t samples, Run& run,
                   Recorder& recorder) {
-  double* const s = run.signals.data();
-  double* const x = run.states.data();
+  double* const s = run.numbers.data();
   const double* const p = program.parameters.data();
   const uint32_t* const operands = program.operands.data();
   const auto* const tables = program.tables.data();

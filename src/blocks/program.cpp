@@ -41,6 +41,19 @@ Step make_step(const FlatModel& flat, const Cell& cell, uint32_t state, Program&
   return step;
 }
 
+// Which signals another cell reads when it stores its state.
+std::vector<bool> signals_read_later(const FlatModel& flat) {
+  std::vector<bool> result(flat.signal_count);
+  for (const Cell& cell : flat.cells) {
+    if (cell.next == Op::end_of_sample) continue;
+    for (uint32_t i = 0; i < cell.inputs; ++i) {
+      const uint32_t signal = flat.inputs[cell.input + i];
+      if (signal != cell.signal) result[signal] = true;
+    }
+  }
+  return result;
+}
+
 }  // namespace
 
 double count_states(const FlatModel& flat) {
@@ -53,14 +66,15 @@ Program make_program(const FlatModel& flat) {
   Program program;
   program.parameters = flat.parameters;
   program.tables = flat.tables;
-  program.signals.resize(flat.signal_count);
-  program.states = flat.states;
+  program.numbers.resize(flat.signal_count);
+  program.numbers.insert(program.numbers.end(), flat.states.begin(), flat.states.end());
   std::vector<uint32_t> fill_places;
   for (const Fill& fill : flat.fills) {
-    fill_places.push_back(static_cast<uint32_t>(program.states.size()));
-    program.states.push_back(0.0);
-    program.states.resize(program.states.size() + fill.count, fill.value);
+    fill_places.push_back(static_cast<uint32_t>(program.numbers.size()));
+    program.numbers.push_back(0.0);
+    program.numbers.resize(program.numbers.size() + fill.count, fill.value);
   }
+  const std::vector<bool> is_read_later = signals_read_later(flat);
 
   std::vector<Step> later;
   size_t level_begin = 0;
@@ -75,13 +89,20 @@ Program make_program(const FlatModel& flat) {
     if (cell.level != level) group();
     level = cell.level;
     if (cell.op == Op::constant || cell.op == Op::external) {
-      program.signals[cell.signal] = flat.parameters[cell.parameter];
+      program.numbers[cell.signal] = flat.parameters[cell.parameter];
       continue;
     }
-    const uint32_t state = cell.next == Op::delay_next ? fill_places[cell.state] : cell.state;
-    program.steps.push_back(make_step(flat, cell, state, program));
+    Step step = make_step(flat, cell, flat.signal_count + cell.state, program);
+    if (cell.next == Op::delay_next) step.state = fill_places[cell.state];
+    if (cell.op == Op::stored && !is_read_later[cell.signal]) {
+      // The signal is the state itself: nobody minds that it is renewed once the outputs are done.
+      program.numbers[cell.signal] = program.numbers[step.state];
+      step.state = cell.signal;
+    } else {
+      program.steps.push_back(step);
+    }
     if (cell.next != Op::end_of_sample) {
-      later.push_back(program.steps.back());
+      later.push_back(step);
       later.back().op = cell.next;
     }
   }

@@ -26,8 +26,8 @@ struct Program {
   std::vector<Step> steps;
   std::vector<uint32_t> operands;  // signals
   std::vector<double> parameters;
-  std::vector<double> signals;  // before the first sample: constants are there for good
-  std::vector<double> states;   // before the first sample
+  // Signals, then states, as they are before the first sample: constants are there for good.
+  std::vector<double> numbers;
   std::vector<std::span<const double>> tables;
 };
 

@@ -1,5 +1,7 @@
 #include "blocks/recorder.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <new>
 #include <utility>
@@ -8,8 +10,23 @@
 
 namespace plexo {
 
-Column::Column(uint64_t room)
-    : room_(room), data_(static_cast<double*>(std::malloc(std::max<uint64_t>(room, 1) * sizeof(double)))) {
+namespace {
+
+// Big columns lie on huge pages, whose first use costs a fraction.
+constexpr size_t huge_page = size_t{2} << 20;
+
+double* allocate(size_t bytes) {
+  if (bytes < 2 * huge_page) return static_cast<double*>(std::malloc(std::max<size_t>(bytes, 1)));
+  const size_t whole = (bytes + huge_page - 1) / huge_page * huge_page;
+  void* memory = std::aligned_alloc(huge_page, whole);
+  if (memory != nullptr)
+    ::madvise(memory, whole, MADV_HUGEPAGE);  // a hint; without it nothing is lost but time
+  return static_cast<double*>(memory);
+}
+
+}  // namespace
+
+Column::Column(uint64_t room) : room_(room), data_(allocate(room * sizeof(double))) {
   if (data_ == nullptr) throw std::bad_alloc();
   try {
     mirn3::mem::reserve(room_ * sizeof(double));
@@ -26,6 +43,7 @@ Column::~Column() {
 Column::Column(Column&& other) noexcept : room_(other.room_), data_(std::exchange(other.data_, nullptr)) {}
 
 void Column::shrink(uint64_t room) noexcept {
+  if (room == room_) return;
   void* smaller = std::realloc(data_, std::max<uint64_t>(room, 1) * sizeof(double));
   if (smaller == nullptr) return;
   data_ = static_cast<double*>(smaller);
@@ -44,9 +62,16 @@ Recorder::Recorder(std::vector<uint32_t> signals, uint64_t samples)
 }
 
 void Recorder::flush() noexcept {
-  for (size_t column = 0; column < width_; ++column) {
-    double* to = columns_[column].data() + done_;
-    for (size_t row = 0; row < waiting_; ++row) to[row] = rows_[row * width_ + column];
+  // Eight columns at a time: the numbers of a row that share a cache line.
+  constexpr size_t group = 8;
+  for (size_t first = 0; first < width_; first += group) {
+    const size_t count = std::min(group, width_ - first);
+    double* to[group];
+    for (size_t i = 0; i < count; ++i) to[i] = columns_[first + i].data() + done_;
+    for (size_t row = 0; row < waiting_; ++row) {
+      const double* from = &rows_[row * width_ + first];
+      for (size_t i = 0; i < count; ++i) to[i][row] = from[i];
+    }
   }
   done_ += waiting_;
   waiting_ = 0;

@@ -47,7 +47,7 @@ class Recorder {
   void flush() noexcept;
 
   // Samples are gathered in rows first: writing to many columns at once would miss the caches every time.
-  static constexpr size_t block = 64;
+  static constexpr size_t block = 32;
 
   std::vector<uint32_t> signals_;
   size_t width_;
