@@ -6,6 +6,14 @@
 #include "runtime/home.h"
 #include "runtime/python.h"
 
+// What the interpreter leaves behind at its end is its own; memory of C++ is watched.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+  return "leak:libpython3.11";
+}
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_options() {
+  return "print_suppressions=0";
+}
+
 namespace {
 
 using namespace blocks_test;
@@ -48,6 +56,7 @@ class BlocksPythonTest : public Home {
   }
   static void TearDownTestSuite() {
     if (library == nullptr) return;
+    reinterpret_cast<int (*)()>(::dlsym(library, "Py_FinalizeEx"))();
     python::table = {};
     python::wrap().set_up();
   }
