@@ -25,6 +25,7 @@ void fill_interpreter_table() {
   fill(table.Py_IncRef, Py_IncRef);
   table.PyExc_Exception = PyExc_Exception;
   table.PyExc_RuntimeError = PyExc_RuntimeError;
+  fill(table.PyErr_CheckSignals, PyErr_CheckSignals);
   fill(table.PyErr_Clear, PyErr_Clear);
   fill(table.PyErr_Occurred, PyErr_Occurred);
   fill(table.PyErr_Fetch, PyErr_Fetch);
@@ -43,6 +44,7 @@ void fill_interpreter_table() {
   fill(table.PyModule_Create2, PyModule_Create2);
   fill(table.PyModule_GetDict, PyModule_GetDict);
   fill(table.PyCapsule_New, PyCapsule_New);
+  fill(table.PyCapsule_GetPointer, PyCapsule_GetPointer);
   fill(table.PyDict_New, PyDict_New);
   fill(table.PyDict_GetItemString, PyDict_GetItemString);
   fill(table.PyDict_SetItemString, PyDict_SetItemString);

@@ -22,6 +22,7 @@ using object = void*;
   F(Py_IncRef, void, (object))                                             \
   D(PyExc_Exception)                                                       \
   D(PyExc_RuntimeError)                                                    \
+  F(PyErr_CheckSignals, int, ())                                           \
   F(PyErr_Clear, void, ())                                                 \
   F(PyErr_Occurred, object, ())                                            \
   F(PyErr_Fetch, void, (object*, object*, object*))                        \
@@ -40,6 +41,7 @@ using object = void*;
   F(PyModule_Create2, object, (void*, int))                                \
   F(PyModule_GetDict, object, (object))                                    \
   F(PyCapsule_New, object, (void*, const char*, void (*)(object)))         \
+  F(PyCapsule_GetPointer, void*, (object, const char*))                    \
   F(PyDict_New, object, ())                                                \
   F(PyDict_GetItemString, object, (object, const char*))                   \
   F(PyDict_SetItemString, int, (object, const char*, object))              \

@@ -7,12 +7,13 @@
 #include <vector>
 
 #include "kvalo/records.h"
+#include "runtime/sample_vector.h"
 #include "view/store.h"
 
 inline mirn3::sample_vector shared(const std::vector<double>& values) {
   mirn3::sample_vector result;
   result.resize_for_overwrite(values.size());
-  std::copy(values.begin(), values.end(), const_cast<double*>(std::as_const(result).data()));
+  std::copy(values.begin(), values.end(), result.data());
   return result;
 }
 

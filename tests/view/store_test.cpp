@@ -91,15 +91,17 @@ TEST(Store, TheSameSeriesAgainReplacesItsCurve) {
 TEST(Store, AGrowingBufferKeepsItsPyramid) {
   Store store;
   dto_chart_t record = chart_record(1, 1, std::vector<double>(3000), std::vector<double>(3000));
-  double* x = const_cast<double*>(std::as_const(record.x).data());
-  double* y = const_cast<double*>(std::as_const(record.y).data());
+  mirn3::sample_vector x = shared(std::vector<double>(3000));
+  mirn3::sample_vector y = x.clone();
   for (size_t i = 0; i < 3000; ++i) {
     x[i] = static_cast<double>(i);
     y[i] = static_cast<double>(i * 7919 % 1009);
   }
   for (const size_t n : {1000, 1001, 2500, 3000}) {
-    record.x.resize(n);
-    record.y.resize(n);
+    x.resize(n);
+    y.resize(n);
+    record.x = x;
+    record.y = y;
     send(store, "chart2d_line", record);
     const auto data = store.state()->chart(1)->series[0]->data;
     if (n == 1001) continue;  // never looked at

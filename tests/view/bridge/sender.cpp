@@ -4,13 +4,14 @@
 #include <utility>
 
 #include "kvalo/records.h"
+#include "runtime/sample_vector.h"
 
 namespace {
 
-mirn3::shared_vector<double> shared(const double* values, size_t n) {
-  mirn3::shared_vector<double> result;
+mirn3::sample_vector shared(const double* values, size_t n) {
+  mirn3::sample_vector result;
   result.resize_for_overwrite(n);
-  if (n != 0) std::memcpy(const_cast<double*>(std::as_const(result).data()), values, n * sizeof *values);
+  if (n != 0) std::memcpy(result.data(), values, n * sizeof *values);
   return result;
 }
 
