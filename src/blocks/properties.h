@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "blocks/api.h"
-#include "kvalo/shared_vector.h"
+#include "runtime/sample_vector.h"
 
 namespace plexo {
 
@@ -55,7 +55,7 @@ PLEXO_API std::optional<Property> property_named(std::string_view name) noexcept
 
 // Recorded samples: y at the stamps x, in seconds.
 struct series_t {
-  mirn3::shared_vector<double> x, y;
+  mirn3::sample_vector x, y;
 };
 
 // Numbers of which some may be texts: a text stands for the number at its position, which is 0 until then.
