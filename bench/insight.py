@@ -42,7 +42,7 @@ def write(path, cells: np.ndarray) -> None:
 
 
 def by_the_rule(name: str, s: np.ndarray, v: np.ndarray, e: np.ndarray) -> list[str]:
-    """The findings of one series, every candidate looked up anew at every event."""
+    """The findings of one series, every candidate looked up again at every event."""
     found = []
     last = len(s) - 1
     i0 = min(np.searchsorted(s, e[0]), last)

@@ -58,14 +58,18 @@ def benchmark() -> list[Row]:
 
     print("one channel, with its times")
     one = measure(
-        {"kvalo": one_channel, "kvalo, times anew": one_channel_anew, "scipy": lambda: wavfile.read(PATH)},
+        {
+            "kvalo": one_channel,
+            "kvalo, times made again": one_channel_anew,
+            "scipy": lambda: wavfile.read(PATH),
+        },
         rounds=9,
     )
     print("both channels")
     both = measure({"kvalo": both_channels, "scipy": lambda: wavfile.read(PATH)}, rounds=5)
     return [
         ratio("WAV: one of two channels / scipy.io.wavfile.read", one, "kvalo", "scipy", 0.5),
-        ratio("WAV: the same, its times made anew / scipy", one, "kvalo, times anew", "scipy", 0.5),
+        ratio("WAV: the same, its times made again / scipy", one, "kvalo, times made again", "scipy", 0.5),
         ratio("WAV: both channels / scipy.io.wavfile.read", both, "kvalo", "scipy", 1.0),
     ]
 

@@ -68,7 +68,7 @@ one_at_a_time() {
 done_with_tree() { exec 9>&-; }
 
 # ensure_venv FOLDER REQUIREMENTS: a Python 3.11 environment with the listed packages. A stamp with the
-# requirements' hash is written last, so a half-made environment is finished or made anew.
+# requirements' hash is written last, so a half-made environment is finished or made again.
 ensure_venv() {
   local folder=$1 requirements=$2 wanted
   wanted="$folder $($system_python --version) $(sha256sum <"$requirements")"

@@ -75,7 +75,7 @@ static void release(struct recording* recording) {
 static uint8_t read_header(FILE* file, struct recording* recording) {
   unsigned char header[header_size];
   if (fread(header, 1, header_size, file) != header_size || memcmp(header, "TRK1", 4) != 0) {
-    return fail("This is no track file", recording->path);
+    return fail("This is not a track file", recording->path);
   }
   recording->channels = (uint32_t)unsigned_at(header + 4, 4);
   recording->rows = (uint32_t)unsigned_at(header + 8, 4);

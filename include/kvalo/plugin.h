@@ -61,7 +61,7 @@ KVALO_PLUGIN_EXPORT const char* GetParameterName(const char* path, uint32_t para
  * until the next call into the plug-in; they are copied and never freed. With *count 0 the pointers may be
  * null.
  *
- * A file: the whole variable, at every call anew. A live source: the samples of this variable that were
+ * A file: the whole variable, again at every call. A live source: the samples of this variable that were
  * received since its last Load; each sample is handed over once. Returns a code. */
 KVALO_PLUGIN_EXPORT uint8_t Load(const char* path, uint32_t parameter, uint64_t* count, double** x,
                                  double** y);

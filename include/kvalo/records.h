@@ -5,7 +5,7 @@
 // docs/host-messages.md shows the same tables.
 //
 // Texts are UTF-8 and end at their first zero byte; a text that fills its field has none. A record is a
-// snapshot: it shares the samples of its series, whoever writes to those afterwards writes to a copy, and the
+// snapshot: it shares the samples of its series, later writes of the script go to a copy, and the
 // host may keep it and read it on any thread.
 //
 // Several series on one chart come as several messages with the chart's id. The same series sent to the

@@ -1,7 +1,7 @@
 // mirn3::shared_vector<double>: samples as a host is handed them: their layout, and read access.
 //
 // Copies share one buffer, which is counted by reference and freed with its last holder. A share is a
-// snapshot: whoever writes to a series afterwards writes to a copy, so a host may keep its share and read it
+// snapshot: later writes to the series go to a copy, so a host may keep its share and read it
 // on any thread for as long as it likes. Kept samples count against the memory budget of the process.
 #pragma once
 

@@ -17,7 +17,7 @@ bool is_word(char c) {
   return c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
 }
 
-// Visits every word of a text that is called: names in comments never have a parenthesis behind them.
+// Visits every word of a text that is called: names in comments never have a parenthesis after them.
 template <typename Visit>
 void each_call(std::string_view text, Visit visit) {
   for (size_t i = 0; i < text.size();) {

@@ -16,8 +16,8 @@ bool plain_number(std::string_view text, double& value);
 
 // Replaces texts by the numbers that they give. With `is_from_file`, texts may hold nothing but numbers,
 // texts, lists, arithmetic, names of `math`, float(...), and plain numbers of __main__; others are refused
-// without being run. False, with the reason, for what raises or is refused. What is no number becomes a text
-// again, which fits nowhere.
+// without being run. False, with the reason, for what raises or is refused. What is not a number becomes a
+// text again, which fits nowhere.
 bool evaluate(const value_t& value, bool is_from_file, value_t& result, std::string& why);
 
 }  // namespace plexo

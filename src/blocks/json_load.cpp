@@ -289,7 +289,8 @@ void Loader::find_depths(std::vector<Read>& blocks) const {
       }
       at = static_cast<size_t>(up - ids_.begin());
       if (!blocks[at].block->is_system()) {
-        refuse(bad_ids, read.node, fmt::format("block {}: its parent {} is no subsys", read.id, read.parent));
+        refuse(bad_ids, read.node,
+               fmt::format("block {}: its parent {} is not a subsys", read.id, read.parent));
       }
     }
     if (blocks[at].depth != 0) depth = blocks[at].depth;
@@ -418,7 +419,7 @@ int load(IMetaModel* model, std::string_view path, uint64_t parent) {
   const MetaBlock* system = mine.find(parent);
   if (system == nullptr || !system->is_system()) {
     mirn3::log::write(mirn3::log::warning,
-                      fmt::format("{}: block {} is no subsys to load into", path, parent));
+                      fmt::format("{}: block {} is not a subsys to load into", path, parent));
     return bad_ids;
   }
   return load(mine, std::string(path), parent, false);

@@ -67,7 +67,7 @@ class Values {
   bool has(Property property) const noexcept;
   double number(Property property) const noexcept;
   std::string_view text(Property property) const noexcept;
-  // The place of the text among the kind's choices, -1 if it is none of them.
+  // The place of the text among the kind's choices, -1 if it is not among them.
   int choice(Property property) const noexcept;
   std::span<const double> list(Property property) const noexcept;
   const std::vector<list_t>& rows(Property property) const noexcept;

@@ -14,7 +14,7 @@ namespace plexo {
 // gives "_".
 std::string attribute_name(std::string_view name);
 
-// The attribute name, with "_" behind it where C gives the word a meaning of its own.
+// The attribute name, with "_" after it where C gives the word a meaning of its own.
 std::string c_name(std::string_view name);
 
 // The same text for a comment or a message in any language: what is not an ASCII letter, digit, blank or one

@@ -1,7 +1,7 @@
 // libplexo: block diagrams that are built, checked, simulated, saved, and turned into C or Python.
 //
 // A model is a tree of blocks below a top block of kind "subsys" with id 1. Links live in a PropertiesModel,
-// which whoever builds the model may share with it. A signal is one double per sample; sample k is at
+// which the builder of the model may share with it. A signal is one double per sample; sample k is at
 // t = ti + k * ts. Nothing here is safe from several threads at once, except that runs of different
 // execution models are independent.
 #pragma once

@@ -3,7 +3,7 @@
 
 #include "containers/bank.h"
 #include "hostlink/send.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 #include "runtime/num.h"
 
 namespace mirn2 {

@@ -6,7 +6,7 @@
 
 #include "objects/detached.h"
 #include "objects/frame.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 #include "runtime/log.h"
 #include "runtime/mem.h"
 #include "runtime/num.h"

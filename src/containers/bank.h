@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "containers/container.h"
-#include "objects/series.h"
+#include "objects/series_record.h"
 
 namespace mirn2::rd {
 

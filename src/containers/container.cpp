@@ -2,7 +2,7 @@
 #include "containers/container.h"
 
 #include "objects/frame.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 #include "runtime/num.h"
 
 namespace mirn2 {

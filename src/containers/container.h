@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "objects/series.h"
+#include "objects/series_record.h"
 #include "readers/reader.h"
 
 namespace mirn2 {

@@ -13,7 +13,7 @@
 #include "containers/realtime.h"
 #include "hostlink/send.h"
 #include "objects/row.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 #include "runtime/num.h"
 #include "runtime/num_merge.h"
 #include "runtime/rtd.h"

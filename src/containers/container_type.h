@@ -17,7 +17,7 @@ struct ContainerRequest {
   std::string plugin;
   double tini = earliest_time;
   double tend = latest_time;
-  unsigned int samples = 300;  // of a live source: each variable keeps at least so many
+  unsigned int samples = 300;  // of a live source: each variable keeps at least this many
 };
 
 struct ContainerObject {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "kernels/bit_field.h"
-#include "objects/series.h"
+#include "objects/series_record.h"
 #include "readers/reader.h"
 
 namespace mirn2::rd {

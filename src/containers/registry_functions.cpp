@@ -4,7 +4,7 @@
 #include "containers/bank.h"
 #include "containers/compatible.h"
 #include "containers/container_type.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 
 namespace mirn2::fn {
 

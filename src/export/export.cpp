@@ -8,7 +8,7 @@
 #include "containers/container_type.h"
 #include "export/replaced_file.h"
 #include "kernels/grid_text.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 
 namespace mirn2::fn {
 

@@ -1,6 +1,6 @@
 // Module functions: least-squares fits, which return their coefficients and print the formula.
 #include "functions/families.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 #include "runtime/dsp_fit.h"
 #include "runtime/log.h"
 #include "runtime/python.h"

@@ -8,7 +8,7 @@
 #include "functions/families.h"
 #include "kernels/random.h"
 #include "objects/mesh.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 #include "runtime/entropy.h"
 #include "runtime/machine.h"
 #include "runtime/mem.h"

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "objects/row.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 
 namespace mirn2::fn {
 

@@ -3,7 +3,7 @@
 
 #include "containers/container_type.h"
 #include "functions/families.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 #include "readers/reader.h"
 
 namespace mirn2::fn {

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "functions/families.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 #include "runtime/num_interpolate.h"
 #include "runtime/num_merge.h"
 #include "runtime/par.h"

@@ -5,7 +5,7 @@
 
 #include "functions/families.h"
 #include "objects/float_tuple.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 #include "runtime/dsp_distribution.h"
 #include "runtime/dsp_fft.h"
 

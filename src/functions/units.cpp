@@ -2,7 +2,7 @@
 #include "kernels/units.h"
 
 #include "functions/families.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 #include "runtime/str.h"
 
 namespace mirn2::fn {

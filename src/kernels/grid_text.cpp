@@ -119,7 +119,7 @@ class GridWriter::Part {
     return static_cast<size_t>(std::lower_bound(x.begin(), x.end(), t) - x.begin());
   }
 
-  // Writes a number of any size at `out` and leaves at least `room` behind it.
+  // Writes a number of any size at `out` and leaves at least `room` after it.
   char* write(char* out, double value, int decimals, size_t room) {
     if (decimals <= most_fast_decimals) {
       if (char* end = write_decimal(out, value, decimals)) return end;

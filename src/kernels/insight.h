@@ -28,7 +28,7 @@ struct Precursor {
 // from v[idx] to v[idx+1] crosses the threshold in the same direction. It is dropped at the first event
 // where it does not, or where idx is the last sample; where e[m] - t[idx] >= window, the whole search ends.
 //
-// Stamps ascend (NaN behind all numbers); with others the answer means nothing, but there is one. A NaN
+// Stamps ascend (NaN after all numbers); with others the answer means nothing, but there is one. A NaN
 // value makes no step. Time: the samples within the window, times the events a candidate gets to.
 std::vector<Precursor> find_precursors(std::span<const double> t, std::span<const double> v,
                                        std::span<const double> events, double window);

@@ -127,7 +127,7 @@ double interval_if(bool counts, double interval) {
 
 // ---- order of time ----
 
-// NaN sorts behind every number; the index decides between equal stamps.
+// NaN sorts after every number; the index decides between equal stamps.
 struct Stamp {
   double t;
   size_t index;

@@ -49,10 +49,10 @@ struct Slice {
 };
 Slice slice(std::span<const double> t, double tini, double tend);
 
-// Whether sort_by_time would change nothing: stamps ascend, NaN behind all numbers.
+// Whether sort_by_time would change nothing: stamps ascend, NaN after all numbers.
 bool is_sorted_by_time(std::span<const double> t);
 
-// The samples in order of time: equal stamps keep their order, NaN goes behind every number. All four
+// The samples in order of time: equal stamps keep their order, NaN goes after every number. All four
 // have the same size; results overlap no input. Takes memory for one stamp and one index a sample.
 void sort_by_time(std::span<const double> t, std::span<const double> y, std::span<double> sorted_t,
                   std::span<double> sorted_y);

@@ -9,7 +9,7 @@
 #include "objects/array.h"
 #include "objects/frame.h"
 #include "objects/mesh.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 
 #ifndef KVALO_BUILD_HASH
 #define KVALO_BUILD_HASH "00000000"

@@ -3,7 +3,7 @@
 // A series record, the script objects that show it, and Arrays made from one another hold one Column, so
 // what is written through one shows in all. Different columns may share a buffer: a result on its operand's
 // time stamps, the time axis of every variable of a table, the vector that a reader keeps, the record of a
-// chart. Whoever writes first gets a buffer of its own; all others keep the samples they have.
+// chart. The first writer gets a buffer of its own; all others keep the samples they have.
 //
 // The one exception is a writable view of a script (memoryview, NumPy): it pins the buffer, so a column with
 // an open view is written in place, and its samples are copied when somebody else wants to share them.

@@ -6,7 +6,7 @@
 
 #include "kernels/array.h"
 #include "objects/array.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 
 namespace mirn2 {
 

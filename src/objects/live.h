@@ -2,14 +2,14 @@
 //
 // A series holds the latest samples: as many as its window, or all of one delivery that is larger, so that
 // nothing is lost to a script that looks after every read. Samples are appended in a buffer of twice that
-// size, which is exchanged when it is full: memory stays constant, and whoever still holds samples of earlier
-// reads keeps them unchanged.
+// size, which is exchanged when it is full: memory stays constant, and holders of earlier samples
+// keep them unchanged.
 #pragma once
 
 #include <vector>
 
 #include "objects/ref.h"
-#include "objects/series.h"
+#include "objects/series_record.h"
 
 namespace mirn2 {
 

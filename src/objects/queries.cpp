@@ -5,7 +5,7 @@
 
 #include "kernels/array.h"
 #include "kernels/queries.h"
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 #include "readers/reader.h"
 #include "runtime/log.h"
 #include "runtime/str.h"

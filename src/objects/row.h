@@ -76,7 +76,7 @@ int guarded_init(PyObject* failures, Run* run, PyObject* self, PyObject* args, P
 
 template <typename Function>
 struct Traits {
-  using Tuple = std::tuple<>;  // of what is no function
+  using Tuple = std::tuple<>;  // of what is not a function
 };
 template <typename Result, typename... Arguments>
 struct Traits<Result (*)(Arguments...)> {

@@ -22,7 +22,7 @@ using mirn3::exc::error_t;
                 " the clipboard's text: " + std::generic_category().message(errno));
 }
 
-// Tools end their lines in their own ways; a byte order mark is no part of the first title.
+// Tools end their lines in their own ways; a byte order mark is not part of the first title.
 std::string_view without_mark(std::string_view text) {
   if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
   return text;

@@ -53,7 +53,7 @@ constexpr std::array<size_t, 3> columns_ahead = {4, 16, 32};
 // Room that a series gets beyond the lines of its file.
 constexpr uint64_t spare_rows = 100;
 
-// Of the budget that is left, the share that may be filled with columns nobody has asked for.
+// Of the budget that is left, the share that may be filled with columns that were not asked for.
 constexpr uint64_t share_ahead = 4;
 
 // A text of fewer pieces is in the caches anyway when its rows have been found.
@@ -98,7 +98,7 @@ struct ReaderDelimited::Learned {
   bool has_time = false;
   Samples time;
 
-  // Where each row was left behind when the fields before `left_before` were read; 0: nowhere.
+  // Where each row was left when the fields before `left_before` were read; 0: nowhere.
   std::unique_ptr<uint32_t[]> left_at;
   uint64_t left_before = 0;
 

@@ -58,7 +58,7 @@ struct RowSpan {
   }
 };
 
-// Where a row was left behind: the offset from its start of the next field, or one of these.
+// Where a row was left: the offset from its start of the next field, or one of these.
 constexpr uint32_t row_is_over = 0xffffffff;
 constexpr uint32_t row_is_too_long = 0xfffffffe;
 

@@ -32,7 +32,7 @@ void extract_plain(const Channel& channel, size_t first, size_t last, double* y)
 
 #if defined(__x86_64__)
 
-// Results that fit the caches are better left there, for whoever reads them next.
+// Results that fit the caches are better left there for the next reader.
 bool goes_past_caches(size_t samples) noexcept {
   return samples >= size_t{1} << 17 && mirn3::machine::has_avx2();
 }

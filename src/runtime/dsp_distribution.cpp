@@ -59,7 +59,7 @@ class Axis {
     }
   }
 
-  // The cells of values within the limits; NaN gets the number of cells, which is none of them.
+  // The cells of values within the limits; NaN gets the number of cells, which is not one of them.
   void cells_of(const double* values, size_t n, int32_t* out) const;
 
   double edge(size_t i) const { return edges_[i]; }
@@ -92,7 +92,7 @@ class Axis {
       out[i] = static_cast<int32_t>(value == value ? found : none);
     }
   }
-  // For cells so narrow that their number in a unit is no double.
+  // For cells so narrow that their number in a unit does not fit a double.
   void search(const double* values, size_t n, int32_t* out) const;
 #ifdef __x86_64__
   [[gnu::target("avx2")]] void locate_avx2(const double* values, size_t n, int32_t* out) const;

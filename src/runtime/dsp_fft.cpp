@@ -72,7 +72,7 @@ double fft_duration(const arg_t& range) {
 void fft_values(const arg_t& range, bool raw, std::span<double> values) {
   const std::span<const double> y = range.values();
   const size_t n = y.size();
-  // A NaN is no limit, but makes every line one.
+  // A NaN is not a limit, but makes every line one.
   const Limits limits = limits_of(y);
   const double greatest = std::max(-limits.lo, limits.hi);
   if (!std::isfinite(greatest)) refuse_values();

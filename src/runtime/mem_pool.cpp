@@ -30,7 +30,7 @@ constexpr bool enabled = false;
 constexpr bool enabled = true;
 #endif
 
-// Oldest first. Whoever finds the lock taken does without the pool: nobody waits, also not in a child
+// Oldest first. A thread that finds the lock taken does without the pool: nobody waits, also not in a child
 // process that was forked while another thread held it.
 std::mutex lock;
 std::array<Kept, most_buffers> kept;

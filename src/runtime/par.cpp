@@ -86,7 +86,7 @@ void ranges(size_t n, size_t least, const std::function<void(size_t first, size_
     return;
   }
   const size_t length = n / parts;
-  const size_t longer = n % parts;  // so many parts get one element more
+  const size_t longer = n % parts;  // this many parts get one element more
   run(parts, [&](size_t part) {
     const size_t first = part * length + std::min(part, longer);
     task(first, first + length + (part < longer ? 1 : 0));

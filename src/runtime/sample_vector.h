@@ -6,7 +6,7 @@
 // buffer is charged to the memory budget (mirn3::mem) when it is made, and the charge is given back once,
 // with the buffer.
 //
-// Growing never keeps the old content: whoever grows a vector refills it. Counting references is
+// Growing never keeps the old content: the caller that grows a vector refills it. Counting references is
 // thread safe. What the buffer knows besides (views, order) belongs to the interpreter lock.
 #pragma once
 
@@ -31,7 +31,7 @@ MIRN3_API void release(size_t bytes) noexcept;
 enum class Content : uint8_t { any, zeros };
 
 // Memory for `n` doubles, aligned for vector instructions. Not charged.
-// Throws std::bad_alloc, also for n >= 2^61.
+// Throws std::bad_alloc, also for n >= 2^60.
 MIRN3_API double* allocate_samples(size_t n, Content content);
 // Frees what allocate_samples(n) returned.
 MIRN3_API void free_samples(double* buffer, size_t n) noexcept;
@@ -42,7 +42,7 @@ struct MIRN3_API BufferDeleter {
 
   size_t n = 0;                  // elements charged
   size_t room = 0;               // elements the buffer was made for
-  Origin origin = Origin::pool;  // allocate_samples, or malloc by whoever handed it over
+  Origin origin = Origin::pool;  // allocate_samples, or malloc by the one who handed it over
   uint32_t views = 0;            // writable views of scripts (memoryview, NumPy) that are open now
 
   // The elements that are known to ascend strictly; empty when nothing is known.
@@ -121,8 +121,8 @@ class MIRN3_API sample_vector : public shared_vector<double> {
     forget_order();
   }
 
-  // Open views keep a buffer where it is, and whoever has one may write at any time; so a share of a
-  // viewed buffer is no snapshot.
+  // Open views keep a buffer where it is, and its owner may write at any time; so a share of a
+  // viewed buffer is not a snapshot.
   bool is_viewed() const noexcept {
     const auto* kept = deleter();
     return kept != nullptr && kept->views != 0;

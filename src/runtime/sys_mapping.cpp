@@ -86,14 +86,14 @@ bool map_zeros(uintptr_t first, uintptr_t last) noexcept {
 }
 
 // A page of ours beyond the end of its file: zeros take its place and the read is repeated. Everything
-// else is for whoever handled this signal before us.
+// else is for the handler that was there before.
 void on_bus_error(int signal_number, siginfo_t* info, void* context) {
   const int saved_errno = errno;
   if (info->si_code == BUS_ADRERR) {
     const auto address = reinterpret_cast<uintptr_t>(info->si_addr);
     const uintptr_t page = address & ~(page_size - 1);
     if (const uintptr_t end = end_of_mapping_around(address); end != 0) {
-      // A process may hold only so many separate mappings; one to the end needs no new one.
+      // A process may hold only a limited number of mappings; one to the end needs no new one.
       const uintptr_t rounded_end = (end + page_size - 1) & ~(page_size - 1);
       if (map_zeros(page, page + page_size) || map_zeros(page, rounded_end)) {
         errno = saved_errno;

@@ -53,7 +53,7 @@ Number number_of(const std::string& cell, const char* column, Number if_empty) {
   Number value{};
   const auto [end, error] = std::from_chars(cell.data(), cell.data() + cell.size(), value);
   if (error != std::errc() || end != cell.data() + cell.size()) {
-    throw std::runtime_error(fmt::format("'{}' is no number for {}", cell, column));
+    throw std::runtime_error(fmt::format("'{}' is not a number for {}", cell, column));
   }
   return value;
 }

@@ -35,7 +35,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// An archive may always grow to this much, and beyond it to so many times its own size. Logs of text
+// An archive may always grow to this much, and beyond it to this many times its own size. Logs of text
 // shrink to a tenth, at the very best to a hundredth; bombs to a thousandth and less.
 constexpr uint64_t always_allowed = uint64_t{1} << 30;
 constexpr uint64_t largest_ratio = 200;

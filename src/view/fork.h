@@ -7,7 +7,7 @@
 
 namespace kvalo_view {
 
-// A mutex that is free in the child, whoever held it in the parent.
+// A mutex that is free in the child, even if a thread of the parent held it.
 class ForkMutex {
  public:
   ForkMutex();

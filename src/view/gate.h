@@ -22,7 +22,7 @@ struct Target {
 // 32 hexadecimal digits from the system's entropy. Throws std::system_error.
 std::string new_token();
 
-// Compares in a time that does not depend on where the texts differ; their lengths are no secret.
+// Compares in a time that does not depend on where the texts differ; their lengths are not a secret.
 bool same_token(std::string_view a, std::string_view b);
 
 class Gate {

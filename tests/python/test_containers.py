@@ -88,7 +88,7 @@ NONE = "File is not compatible with any built-in loaders or plugins"
 ORDER = [
     ("archive before delimited", "x.zip", TABLE, "not a zip archive"),
     ("HDF5 before its extension", "x.mat", HDF5_SIGNATURE, "an HDF5 file"),
-    ("HDF5 behind a user block", "x.dat", b"\0" * 512 + HDF5_SIGNATURE, "an HDF5 file"),
+    ("HDF5 after a user block", "x.dat", b"\0" * 512 + HDF5_SIGNATURE, "an HDF5 file"),
     ("MAT before delimited", "x.mat", TABLE, "a MAT file"),
     ("XLSX before delimited", "x.xlsx", TABLE, "not an XLSX workbook"),
     ("delimited before Parquet", "x.parquet", TABLE, None),

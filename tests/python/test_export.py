@@ -3,7 +3,9 @@
 import math
 import os
 import re
+import shutil
 import stat
+import subprocess
 
 import kvalo
 import pytest
@@ -42,6 +44,26 @@ def test_rows_and_decimals(tmp_path, step, decimals):
 def test_values_that_are_no_numbers(tmp_path):
     source = [(series([math.nan, math.inf, -math.inf]), "v")]
     assert export(tmp_path / "o", 1, 0, 2, source) == "Time,v\n0,nan\n1,inf\n2,-inf\n"
+
+
+def test_variables_come_in_the_order_of_the_file(tmp_path):
+    c = opened(tmp_path / "in.csv", "t,zeta,b2,alpha,B1,m\n0,1,2,3,4,5\n1,6,7,8,9,10\n2,0,0,0,0,0\n")
+    assert export(tmp_path / "out.csv", 1, 0, 1, c).splitlines()[0] == "Time,zeta,b2,alpha,B1,m"
+
+
+def test_a_program_that_runs_is_not_replaced(tmp_path):
+    program = tmp_path / "program.csv"
+    shutil.copy(shutil.which("sleep"), program)
+    content = program.read_bytes()
+    running = subprocess.Popen([program, "60"])
+    try:
+        with pytest.raises(OSError, match="program.csv"):
+            export(program, 1, 0, 1, [(RAMP, "ramp")])
+    finally:
+        running.kill()
+        running.wait()
+    assert program.read_bytes() == content
+    assert os.listdir(tmp_path) == ["program.csv"]
 
 
 def test_a_container_exports_all_its_variables(tmp_path):

@@ -130,5 +130,9 @@ print(log.status[0])
         "(0.0, 18.0)",
     ]
     log = (tmp_path / "kvalo.log").read_text()
-    for part in ("line 5: msb is below lsb", "line 6: 'x' is no number for msb", "'y' is not unpacked from"):
+    for part in (
+        "line 5: msb is below lsb",
+        "line 6: 'x' is not a number for msb",
+        "'y' is not unpacked from",
+    ):
         assert part in log

@@ -53,6 +53,28 @@ def test_more_than_the_budget_loads_in_any_order(tmp_path):
     assert int(done.stdout) > columns // 2
 
 
+OLDEST_FIRST = """
+import sys, kvalo
+c = kvalo.Container(path=sys.argv[1])
+order = ("v2", "v0", "v3", "v1", "v4")
+for name in order:
+    c[name].load()
+print(*(name for name in order if "elements" in repr(c[name])))
+"""
+
+
+def test_room_is_made_by_what_was_loaded_longest_ago(tmp_path):
+    rows, columns = 20_000, 5
+    lines = [",".join(["t", *(f"v{k}" for k in range(columns))])]
+    lines += [",".join(map(str, [i, *range(i, i + columns)])) for i in range(rows)]
+    path = write(tmp_path / "big.csv", "\n".join(lines) + "\n")
+    done = run_script(OLDEST_FIRST, path, KVALO_MEMORY_BANK=str(rows * 8 * 5 + rows * 4), KVALO_THREADS="1")
+    assert done.returncode == 0, done.stderr
+    held = done.stdout.split()
+    assert 2 <= len(held) < columns
+    assert held == ["v2", "v0", "v3", "v1", "v4"][-len(held) :]
+
+
 def test_exporting_more_than_the_budget_is_right(tmp_path, flight):
     code = "import sys, kvalo; c = kvalo.Container(path=sys.argv[1])\n"
     code += 'kvalo.export_to_file(sys.argv[2], ",", 1.0, 0.0, 200.0, c)'

@@ -125,7 +125,7 @@ def test_the_time_column(tmp_path):
         "stamps as text": ([["Timestamp", "b"], [day.format(1), 1], [day.format(2), 2]],
                            {"b": [stamp(2024, 1, 1, 0, 0, 1), stamp(2024, 1, 1, 0, 0, 2)]}),
         "first numeric column": ([["s", "a", "b"], ["x", 5, 1], ["y", 6, 2]], {"s": [5, 6], "b": [5, 6]}),
-        "first numeric column is no time": ([["a", "b"], [6, 1], [5, 2]], {"a": [0, 1], "b": [0, 1]}),
+        "first numeric column is not a time": ([["a", "b"], [6, 1], [5, 2]], {"a": [0, 1], "b": [0, 1]}),
         "only one numeric column": ([["s", "a"], ["x", 5], ["y", 6]], {"s": [0, 1], "a": [0, 1]}),
         "named but falling": ([["t", "b"], [6, 1], [5, 2]], {"b": [0, 1]}),
         "named but words": ([["time", "b"], ["early", 1], ["late", 2]], {"b": [0, 1]}),

@@ -102,7 +102,7 @@ TEST_F(ArduPilotBin, OffersFieldsOfMessagesThatHaveATime) {
 TEST_F(ArduPilotBin, OnlyTheHeadDecidesWhatIsOffered) {
   EXPECT_TRUE(open(Log().record(A, text("no declaration", 86)))->variables().empty());
   EXPECT_TRUE(open(Log())->variables().empty());
-  // The sync bytes of the head are not looked at while scanning; its cut last piece is no declaration.
+  // The sync bytes of the head are not looked at while scanning; its cut last piece is not a declaration.
   Log log = small_log();
   log.bytes[declaration] = 0;
   EXPECT_EQ(open(log)->variables().size(), 2u);

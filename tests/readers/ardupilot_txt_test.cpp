@@ -35,7 +35,7 @@ TEST_F(ArduPilotTxt, OffersFieldsOfMessagesThatHaveATime) {
       {"FMT, 1, 9, A, B, timeus\n", {}},
       {"FMT, 1, 9, A, L, TimeUS\n", {"A"}},
       {"FMT, 1, 9, A, QB, TimeUS,a\nFMT, 2, 9, A, QB, TimeUS,b\n", {"A.b"}},
-      // Declarations behind the head, broken ones, and none.
+      // Declarations after the head, broken ones, and a log without any.
       {"FMT, 1, 9, A, QB, TimeUS,a\nA, 1, 2\nFMT, 1, 9, B, QB, TimeUS,b\n", {"A.a"}},
       {"FMT, 1, 9\nFMT, 1, 9, , QB, TimeUS,a\nnot FMT, 1\nFMT, 1, 9, B, QB, TimeUS,b", {"B.b"}},
       {"PARM, 1, A, 2\nFMT, 1, 9, A, QB, TimeUS,a\n", {}},

@@ -140,7 +140,7 @@ TEST_F(Delimited, RowsAndFields) {
       {"and a line cut to one character", "0,1,2\n1,3,4\n2\0,9\n2,5,6\n"s, {1, 3}, {2, 4}},
       {"a carriage return alone is a short row", "0,1,2\n1,3,4\n\r\n2,5,6\n", {1, 3, 5}, {2, 4, 6}},
       {"the last line feed may be missing", "0,1,2\n1,3,4\n2,5,6", {1, 3, 5}, {2, 4, 6}},
-      {"an unfinished last line is no row", "0,1,2\n1,3,4\n2,5", {1, 3}, {2, 4}},
+      {"an unfinished last line is not a row", "0,1,2\n1,3,4\n2,5", {1, 3}, {2, 4}},
       {"a finished one is", "0,1,2\n1,3,4\n2,5\n", {1, 3, 5}, {2, 4}},
       {"numbers read as far as they go", "0,12abc,-0.5\n1,1e2,.5\n2,0x10,5.\n", {12, 100, 0}, {-0.5, 0.5, 5}},
   };

@@ -56,7 +56,7 @@ TEST_F(WavReader, CountsWholeFramesOfTheDataOnly) {
   } cases[] = {
       {{.channels = 3, .data = three}, {1, -32768}, {-1, 32767}},
       {{.channels = 2, .bits = 32, .data = bytes_of({INT32_MIN, INT32_MAX})}, {INT32_MIN}, {INT32_MAX}},
-      // A frame begun is no frame; what follows the data is not data.
+      // An unfinished frame does not count; what follows the data is not data.
       {{.channels = 2, .data = three.substr(0, 11), .rest = three}, {1, 2}, {-1, -32768}},
       {{.channels = 2, .data = three, .format_size = 18, .extension = "UU"}, {1, 2, 32767}, {-1, -32768, -3}},
       // Twelve bits count as twelve, but stand in whole bytes.

@@ -34,7 +34,7 @@ class Home : public testing::Test {
     ::unsetenv("KVALO_LOG_LEVEL");
   }
 
-  // Ends the runtime; whatever is used next begins anew, as in another process.
+  // Ends the runtime; what is used next starts afresh, as in another process.
   static void restart(const std::filesystem::path& home) {
     mirn3::shut();
     ::setenv("KVALO_HOME", home.c_str(), 1);

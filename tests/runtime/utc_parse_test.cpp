@@ -108,7 +108,7 @@ TEST(UtcParse, WhatLooksLikeNoTimeIsSeconds) {
                            "20261121T042201", "0x1F"}) {
     EXPECT_EQ(guess_type(text), seconds) << text;
   }
-  // A slip behind the beginning does not hide the form.
+  // A slip after the beginning does not hide the form.
   EXPECT_EQ(guess_type("2026-11-21T99:99"), iso8601);
   EXPECT_EQ(guess_type("31.31.2026 noon"), day_month);
   EXPECT_EQ(guess_type("12:61:00"), time_of_day);

@@ -209,7 +209,7 @@ TEST_F(Zip, UnpackedOnceAndFoundByContent) {
   EXPECT_EQ(content(changed.files.at(0)), "3,4");
   EXPECT_EQ(content(first.files[0]), "1,2");
 
-  // A file of the cache that is cut or gone is extracted anew.
+  // A file of the cache that is cut or gone is extracted again.
   std::ofstream(changed.files[0]) << "3";
   EXPECT_EQ(content(extracted().files.at(0)), "3,4");
   fs::remove_all(changed.folder);

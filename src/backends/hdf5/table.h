@@ -53,8 +53,7 @@ const char* describe(hid_t dataset, Table& table);
 // Whether elements lie in the file as they are read: nothing in them points elsewhere.
 bool is_stored_as_read(hid_t type);
 
-// Throws when the data set claims so many chunks that looking for each would take forever, and more than the
-// file can hold.
+// Throws when the data set claims more chunks than the file can hold: looking for each would take forever.
 void check_chunks(hid_t dataset, const Table& table, std::string_view name);
 
 // Reads one value of each row into `to`, `rows` samples from the first. The elements are read in blocks that

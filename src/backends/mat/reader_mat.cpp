@@ -189,7 +189,7 @@ class ReaderMAT::Load {
     }
   }
 
-  // Throws where the file cannot hold so many numbers; before anything is allocated for them.
+  // Throws where the file cannot hold that many numbers; before anything is allocated for them.
   void check(const Variable& variable) const {
     const mat::Element& element = reader_.elements_->list[variable.numbers.element];
     const uint64_t most = element.compressed ? mat::most_inflated(element.size) : element.size;

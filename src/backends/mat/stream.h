@@ -30,7 +30,7 @@ class Stream {
 std::unique_ptr<Stream> plain_stream(Bytes bytes);
 std::unique_ptr<Stream> inflating_stream(Bytes bytes);
 
-// The most that so many compressed bytes can decompress to.
+// The most that this many compressed bytes can decompress to.
 constexpr uint64_t most_inflated(uint64_t compressed) noexcept { return compressed * 1032 + 1024; }
 
 }  // namespace mirn2::rd::mat

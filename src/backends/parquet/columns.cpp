@@ -148,7 +148,7 @@ void gather(const std::vector<Field>& fields, std::map<int, Meaning>& leaves, st
   }
 }
 
-// Every leaf that is no time column becomes a variable.
+// Every leaf that is not a time column becomes a variable.
 struct Assembly {
   std::map<int, Meaning> leaves;
   std::set<int> axes;

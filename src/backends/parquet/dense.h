@@ -1,7 +1,7 @@
 // Column chunks in which every row has a value, straight from their pages.
 //
 // The library's own column reader decompresses a page, takes its levels apart, row for row, and copies the
-// values twice. Most chunks of recorded numbers need none of that. Unusual chunks are left to it.
+// values twice. Most chunks of recorded numbers do not need that. Unusual chunks are left to it.
 #pragma once
 
 #include <parquet/column_page.h>

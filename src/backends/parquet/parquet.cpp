@@ -41,7 +41,7 @@ using mirn3::exc::error_t;
 // Pages and dictionaries being decoded may take this much, whatever a damaged file claims.
 constexpr int64_t most_working_memory = int64_t{2} << 30;
 
-// No file of so many bytes has more rows than this. Columns of one repeated value compress very well, so the
+// No file of that size has more rows than this. Columns of one repeated value compress very well, so the
 // factor is generous; it only keeps damaged counts from becoming allocations.
 uint64_t most_rows(size_t file_bytes) { return (uint64_t{1} << 26) + uint64_t{file_bytes} * 4096; }
 

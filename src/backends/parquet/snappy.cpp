@@ -117,7 +117,7 @@ class Decompression {
     const auto kind = static_cast<Kind>(tag & 3);
     size_t length = (size_t{tag} >> 2) + 1;
     if (kind == literal) {
-      if (length > 60) {  // its length, less one, follows in so many bytes
+      if (length > 60) {  // its length, less one, follows in that many bytes
         const size_t bytes = length - 60;
         if (in_left() < bytes) return false;
         length = size_t{read_number(in_, bytes)} + 1;

@@ -25,7 +25,7 @@ namespace {
 
 using namespace xlsx;
 
-// Of the budget, the share that may be filled with columns nobody has asked for.
+// Of the budget, the share that may be filled with columns that were not asked for.
 constexpr uint64_t share_kept = 4;
 
 struct KeptColumn {

@@ -1,5 +1,5 @@
 // The series record: its objects, and how its samples are loaded.
-#include "objects/series.h"
+#include "objects/series_record.h"
 
 #include <fmt/format.h>
 
@@ -44,7 +44,7 @@ bool TimeSeries::can_unload() const noexcept {
 
 namespace {
 
-// NaN sorts behind every number.
+// NaN sorts after every number.
 bool is_earlier(double s, double t) { return std::isnan(t) ? !std::isnan(s) : s < t; }
 
 // Merges parts by time, stable. No part is empty; they are in order of their first stamp.

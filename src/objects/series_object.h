@@ -9,7 +9,7 @@
 #include "objects/array.h"
 #include "objects/frame.h"
 #include "objects/ref.h"
-#include "objects/series.h"
+#include "objects/series_record.h"
 
 namespace mirn2 {
 
@@ -58,12 +58,12 @@ void ensure_loaded(TimeSeriesObject* series);
 // Shows `record` in a new script object, with its children as attributes. Throws python_error.
 Ref show_record(uint64_t id, double tini, double tend);
 
-// The script object that shows the record, made anew when there is none. Throws python_error.
+// The script object that shows the record, made again when there is none. Throws python_error.
 Ref object_of(const std::shared_ptr<TimeSeries>& record);
 
 // Puts the script object of a series into an instance dictionary under its attribute name. It goes in
 // directly: a series that is called like a member ("flags", "xdata") must not overwrite it. A series
-// that had the name before moves to a key that is no identifier, so that it lives on and the mapping
+// that had the name before moves to a key that is not an identifier, so that it lives on and the mapping
 // still finds it. Throws python_error.
 void set_child_attribute(PyObject** dict, const TimeSeries& series, PyObject* object);
 
@@ -77,7 +77,7 @@ void set_script(TimeSeriesObject* series, const std::string& script);
 bool unload(TimeSeries& record, std::vector<Ref>& dropped);
 
 // Forgets the loaded samples of a record whose sources have changed, so that the next use loads them
-// anew; Arrays that a script holds keep theirs. Samples that a script has changed stay, with a warning.
+// again; Arrays that a script holds keep theirs. Samples that a script has changed stay, with a warning.
 void forget_samples(TimeSeries& record);
 
 // Gives a record a gain and an offset for one axis and applies them to the samples that are loaded.

@@ -1,4 +1,4 @@
-// The series record, mirn2::TimeSeries: what is known about one variable, whoever shows it.
+// The series record, mirn2::TimeSeries: what is known about one variable, whatever objects show it.
 //
 // The registry owns records; a script object (kvalo.TimeSeries) shows one. Records hold the names, the
 // readers that can fill the samples, the loaded samples, and the child records of a structured signal.

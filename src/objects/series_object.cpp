@@ -1,5 +1,5 @@
 // Loading, showing and unloading of series: what the rest of the module asks of a TimeSeries object.
-#include "objects/time_series.h"
+#include "objects/series_object.h"
 
 #include <cstring>
 
