@@ -1,0 +1,92 @@
+"""Builds what the live page loads into one flat folder: scripts/page_assets.py --out FOLDER.
+
+Fetches the packages of python/kvalo_view/page/package-lock.json with `npm ci` (once; the network is needed
+for nothing else, and never by the page), then makes every module and style sheet smaller without joining
+them, copies uPlot, and joins what belongs together for pages with 3-D charts and for pages in one file.
+
+Ends with status 3 and a sentence where npm is missing: kvalo_view is then built without its page.
+"""
+
+import argparse
+import hashlib
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+SOURCE = Path(__file__).resolve().parent.parent / "python" / "kvalo_view" / "page"
+NO_NPM = 3
+
+
+def run(command: list, folder: Path) -> None:
+    result = subprocess.run([str(part) for part in command], cwd=folder, capture_output=True, text=True)
+    if result.returncode != 0:
+        sys.exit(f"page_assets: {command[0]} failed in {folder}:\n{result.stdout}{result.stderr}")
+
+
+def fetch(folder: Path) -> None:
+    """The locked packages into `folder`/node_modules, again only when the lock changed."""
+    lock = (SOURCE / "package-lock.json").read_bytes()
+    stamp = folder / "node_modules" / ".stamp"
+    wanted = hashlib.sha256(lock).hexdigest()
+    if stamp.is_file() and stamp.read_text() == wanted:
+        return
+    if not shutil.which("npm") or not shutil.which("node"):
+        print(
+            "page_assets: npm is not installed, so kvalo_view is built without its live page.\n"
+            "Install it (Debian: apt-get install npm) and build again; pictures and files work without it.",
+            file=sys.stderr,
+        )
+        sys.exit(NO_NPM)
+    folder.mkdir(parents=True, exist_ok=True)
+    for name in ("package.json", "package-lock.json"):
+        shutil.copyfile(SOURCE / name, folder / name)
+    # No package may run anything while it is installed.
+    run(["npm", "ci", "--ignore-scripts", "--no-audit", "--no-fund"], folder)
+    stamp.write_text(wanted)
+
+
+def build(packages: Path, out: Path) -> None:
+    out.mkdir(parents=True, exist_ok=True)
+    for old in out.iterdir():
+        old.unlink()
+    # The modules lie beside the packages while they are built, so that the source folder stays as it is.
+    work = packages / "source"
+    shutil.rmtree(work, ignore_errors=True)
+    work.mkdir()
+    for path in [*SOURCE.glob("*.js"), SOURCE / "style.css"]:
+        shutil.copyfile(path, work / path.name)
+    modules = sorted(path.name for path in work.glob("*.js") if path.name != "space-scene.js")
+    tool = packages / "node_modules" / ".bin" / "esbuild"
+    common = [tool, "--minify", "--target=es2022", "--charset=utf8", "--log-level=warning"]
+    run([*common, "--format=esm", f"--outdir={out}", *modules, "style.css"], work)
+    run([*common, "--bundle", "--format=esm", f"--outfile={out}/space-scene.js", "space-scene.js"], work)
+    single = [*common, "--bundle", "--format=iife"]
+    run([*single, "--external:./space-scene.js", f"--outfile={out}/embed.js", "main.js"], work)
+    run([*single, "--global-name=kvaloSpace", f"--outfile={out}/embed-space.js", "space-scene.js"], work)
+    for name in ("uPlot.iife.min.js", "uPlot.min.css"):
+        shutil.copyfile(packages / "node_modules" / "uplot" / "dist" / name, out / name)
+    loaded_later = {"space-scene.js", "embedded.js", "export.js", "finder.js", "view-table.js", "main.js"}
+    first = "\n".join(
+        f'<link rel="modulepreload" href="a/{name}">' for name in modules if name not in loaded_later
+    )
+    page = (SOURCE / "index.html").read_text("utf-8").replace("<!-- preload -->", first)
+    (out / "index.html").write_text(page, "utf-8")
+    for name in ("uPlot.iife.min.js", "embed.js", "embed-space.js"):
+        if "</script" in (out / name).read_text("utf-8").lower():
+            sys.exit(f"page_assets: {name} holds the text that ends a script element")
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("--out", type=Path, required=True, help="folder for the page's files; emptied first")
+    parser.add_argument("--packages", type=Path, help="folder for npm's packages (next to --out)")
+    arguments = parser.parse_args()
+    out = arguments.out.resolve()
+    packages = (arguments.packages or out.parent / "page-packages").resolve()
+    fetch(packages)
+    build(packages, out)
+
+
+if __name__ == "__main__":
+    main()
