@@ -64,14 +64,8 @@ def build(packages: Path, out: Path) -> None:
     single = [*common, "--bundle", "--format=iife"]
     run([*single, "--external:./space-scene.js", f"--outfile={out}/embed.js", "main.js"], work)
     run([*single, "--global-name=kvaloSpace", f"--outfile={out}/embed-space.js", "space-scene.js"], work)
-    for name in ("uPlot.iife.min.js", "uPlot.min.css"):
-        shutil.copyfile(packages / "node_modules" / "uplot" / "dist" / name, out / name)
-    loaded_later = {"space-scene.js", "embedded.js", "export.js", "finder.js", "view-table.js", "main.js"}
-    first = "\n".join(
-        f'<link rel="modulepreload" href="a/{name}">' for name in modules if name not in loaded_later
-    )
-    page = (SOURCE / "index.html").read_text("utf-8").replace("<!-- preload -->", first)
-    (out / "index.html").write_text(page, "utf-8")
+    shutil.copyfile(packages / "node_modules/uplot/dist/uPlot.iife.min.js", out / "uPlot.iife.min.js")
+    shutil.copyfile(SOURCE / "index.html", out / "index.html")
     for name in ("uPlot.iife.min.js", "embed.js", "embed-space.js"):
         if "</script" in (out / name).read_text("utf-8").lower():
             sys.exit(f"page_assets: {name} holds the text that ends a script element")

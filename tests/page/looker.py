@@ -1,9 +1,10 @@
 """A page of the browser under test, with a small language for what tests do and look at."""
 
 import io
-import struct
-import zlib
 from urllib.parse import urlsplit
+
+import numpy as np
+from matplotlib.image import imread
 
 # Records calls on every canvas before the page draws on it.
 RECORD = """
@@ -17,6 +18,16 @@ for (const name of ["moveTo", "lineTo", "rect", "arc", "fill", "stroke", "fillTe
   };
 }
 window.recording = true;
+window.lastActive = 0;
+const active = () => { window.lastActive = performance.now(); };
+for (const name of ["stroke", "fillText", "drawImage"]) {
+  const old = CanvasRenderingContext2D.prototype[name];
+  CanvasRenderingContext2D.prototype[name] = function (...args) { active(); return old.apply(this, args); };
+}
+window.WebSocket = class extends WebSocket {
+  constructor(...args) { super(...args); this.addEventListener("message", active); active(); }
+  send(data) { active(); super.send(data); }
+};
 """
 
 
@@ -41,14 +52,17 @@ class Looker:
 
     # ---- doing ----
 
-    def settle(self, ms=400):
-        """Waits until nothing has been drawn for a while: the overscan has come."""
-        self.page.wait_for_timeout(ms)
+    def settle(self, ms=300):
+        """Waits until nothing was drawn, asked or answered for a while: all has come, the overscan too."""
+        self.page.wait_for_timeout(80)
+        # Asked again and again from here: the page's policy forbids what wait_for_function does.
+        while self.page.evaluate("performance.now() - window.lastActive") < ms:
+            self.page.wait_for_timeout(30)
 
     def key(self, *keys):
         for key in keys:
             self.page.keyboard.press(key)
-        self.page.wait_for_timeout(60)
+        self.page.wait_for_timeout(40)
 
     def focus(self, i=0):
         self.page.locator("figure").nth(i).focus()
@@ -85,42 +99,10 @@ class Looker:
         """Pixels of a colour in the plot area: a set of (column, row) from its upper left corner."""
         box = self.plot(i)
         clip = {"x": round(box["x"]), "y": round(box["y"]), "width": round(box["width"]), "height": round(box["height"])}
-        width, rows = pixels(self.page.screenshot(clip=clip))
-        wanted = bytes.fromhex(color.lstrip("#"))
-        return {(x, y) for y, row in enumerate(rows) for x in range(width) if row[3 * x : 3 * x + 3] == wanted}
+        picture = np.rint(255 * imread(io.BytesIO(self.page.screenshot(clip=clip)), format="png")[..., :3])
+        wanted = [int(color[i : i + 2], 16) for i in (1, 3, 5)]
+        rows, columns = np.nonzero((abs(picture - wanted) <= 1).all(axis=2))
+        return set(zip(columns.tolist(), rows.tolist(), strict=True))
 
     def text(self, selector):
         return self.page.locator(selector).inner_text()
-
-
-def pixels(png):
-    """Width and rows (three bytes a pixel) of a PNG as the browser writes it."""
-    file = io.BytesIO(png[8:])
-    data = b""
-    while chunk := file.read(8):
-        size, name = struct.unpack(">I4s", chunk)
-        body = file.read(size)
-        file.read(4)
-        if name == b"IHDR":
-            width, height, _, color = struct.unpack(">IIBB", body[:10])
-        elif name == b"IDAT":
-            data += body
-    raw, step = zlib.decompress(data), 4 if color == 6 else 3
-    line, rows, last = width * step, [], bytes(width * step)
-    for y in range(height):
-        kind, row = raw[y * (line + 1)], bytearray(raw[y * (line + 1) + 1 : (y + 1) * (line + 1)])
-        for i in range(line):
-            left, up, corner = (row[i - step], last[i], last[i - step]) if i >= step else (0, last[i], 0)
-            if kind == 1:
-                row[i] = (row[i] + left) & 255
-            elif kind == 2:
-                row[i] = (row[i] + up) & 255
-            elif kind == 3:
-                row[i] = (row[i] + (left + up) // 2) & 255
-            elif kind == 4:
-                p = left + up - corner
-                best = min((abs(p - left), 0, left), (abs(p - up), 1, up), (abs(p - corner), 2, corner))
-                row[i] = (row[i] + best[2]) & 255
-        rows.append(bytes(row) if step == 3 else b"".join(bytes(row[i : i + 3]) for i in range(0, line, 4)))
-        last = bytes(row)
-    return width, rows

@@ -165,6 +165,7 @@ class Chart:
         rows = []
         for i, c in enumerate(self.curves):
             part = c.y[(c.x >= a) & (c.x <= b)]
+            part = part[np.isfinite(part)]
             few = len(part) < 2
             rows.append({"series": i, "n": len(part), "finite": len(part), **{
                 name: None if few else float(f(part)) for name, f in {

@@ -20,6 +20,12 @@ function lineLabel(surface, text, x, y, map, color) {
 }
 
 const PAINTERS = {
+  mark(surface, object, map) {
+    const left = toX(map, object.x);
+    if (left > map.right || toX(map, object.x + object.width) < map.left) return;
+    const x = Math.max(left, map.left) + 4 * surface.ratio;
+    surface.text(object.text ?? "", x, map.bottom - 9 * surface.ratio, { fill: palette.ink.text, size: SIZE, back: palette.ink.back });
+  },
   circle(surface, object, map, color, r) {
     const radius = Math.abs((object.diameter / 2) * map.kx);
     surface.circle(toX(map, object.x), toY(map, object.y), radius, { stroke: color, width: 2 * r });
@@ -57,17 +63,13 @@ const PAINTERS = {
   },
 };
 
-// Spans of time lie behind the curves.
+// Spans of time lie behind the curves, their texts before them.
 export function paintMarks(surface, objects, map) {
   for (const object of objects) {
     if (object.type !== "mark") continue;
     const color = annotationColor(object.color);
     const left = toX(map, object.x);
     surface.path((pen) => pen.rect(left, map.top, object.width * map.kx, map.bottom - map.top), { fill: color, alpha: 0.16 });
-    if (left < map.right && toX(map, object.x + object.width) > map.left) {
-      const x = Math.max(left, map.left) + 4 * surface.ratio;
-      surface.text(object.text ?? "", x, map.bottom - 9 * surface.ratio, { fill: palette.ink.text, size: SIZE, back: palette.ink.back });
-    }
   }
 }
 

@@ -3,14 +3,14 @@ import { applyTheme, onSystemTheme } from "./palette.js";
 import { commands } from "./commands.js";
 import { make } from "./dom.js";
 import { PlotCard } from "./plot-card.js";
-import { SpaceCard } from "./space-card.js";
 import { Speech } from "./speech.js";
-import { SynopticCard } from "./synoptic-card.js";
 import { Toolbar } from "./toolbar.js";
 import { ValuesPanel } from "./values-panel.js";
 import { Views } from "./view-state.js";
 
-const CARDS = { line3d: SpaceCard, mesh: SpaceCard, synoptic: SynopticCard };
+// Kinds that need more than the plot's card, and where it is fetched from with the first such chart.
+const space = () => import("./space-card.js").then((module) => module.SpaceCard);
+const OTHERS = { line3d: space, mesh: space, synoptic: () => import("./synoptic-card.js").then((module) => module.SynopticCard) };
 const LIVE_WINDOW = 30; // seconds shown while live data move
 const HASH_MS = 300;
 const FLOW = 700; // pixels: narrower pages have one column
@@ -36,6 +36,7 @@ export class App {
   #frame = 0;
   #afterFrame = [];
   #byKey = new Map();
+  #types = new Map(); // kind -> card that was fetched
   #known = {}; // of the last state: what the script may change and the reader too
   #fresh = false;
   #timer = 0;
@@ -94,12 +95,13 @@ export class App {
       if (old && old.kind === chart.kind) old.update(chart, this.#fresh);
       else {
         old?.element.remove();
-        const card = new (CARDS[chart.kind] ?? PlotCard)(this, chart);
+        const type = this.#cardType(chart.kind);
+        if (!type) continue; // taken when its module has come
+        const card = new type(this, chart);
         this.cards.set(chart.id, card);
         card.update(chart, false);
       }
       const card = this.cards.get(chart.id);
-      card.element.dataset.kind = chart.kind;
       this.#byKey.set(chart.key, card);
     }
     this.#fresh = false;
@@ -123,6 +125,15 @@ export class App {
     this.restyle();
     this.#showPage();
     this.toolbar.update();
+  }
+
+  #cardType(kind) {
+    if (!OTHERS[kind] || this.#types.has(kind)) return this.#types.get(kind) ?? PlotCard;
+    OTHERS[kind]().then((type) => {
+      this.#types.set(kind, type);
+      this.#takeState(this.state);
+    });
+    return null;
   }
 
   // ---- pages and layout ----
@@ -283,7 +294,7 @@ export class App {
 
   valuesChanged(card) {
     if (this.shown.includes(card)) this.panel.update();
-    this.speech.answered(card);
+    if (card.probes.knows(card.cursors.at)) this.speech.answered(card);
     this.schedule();
   }
 

@@ -40,7 +40,9 @@ def pack_columns(message: bytes) -> bytes:
     scale = (GAP - 1) / (high - low) if high > low else 0.0
     rows = bytearray()
     for row, rounded in enumerate((round, math.floor, math.ceil, round)):
-        steps = [rounded((v - low) * scale) if math.isfinite(v) else GAP for v in values[row::4]]
+        steps = [
+            min(rounded((v - low) * scale), GAP - 1) if math.isfinite(v) else GAP for v in values[row::4]
+        ]
         differences = ((b - a) & 0xFFFF for a, b in zip([0, *steps], steps, strict=False))
         rows += array("H", differences).tobytes()
     return message[:HEADER] + struct.pack("<2d", low + offset, high + offset) + bytes(rows) + marks
@@ -77,8 +79,7 @@ def assemble(assets: Path, state: str, tiles: list[bytes]) -> str:
     lines.append('<meta name="color-scheme" content="light dark">')
     lines.append(f"<title>{html.escape(contents.get('title') or 'kvalo')}</title>")
     lines.append('<link rel="icon" href="data:,">')
-    for name in ("uPlot.min.css", "style.css"):
-        lines.append(f"<style>{(assets / name).read_text('utf-8')}</style>")
+    lines.append(f"<style>{(assets / 'style.css').read_text('utf-8')}</style>")
     lines.append('<div id="app"></div>')
     lines.append(f'<script type="application/json" id="kvalo-data">{script_text(data)}</script>')
     for name in scripts:

@@ -31,7 +31,7 @@ export class Card {
     this.message = make("p", { class: "message", role: "status", hidden: true });
     this.body = make("div", { class: "body" });
     this.xlabel = make("div", { class: "xlabel" });
-    this.element = make("figure", { class: "card", tabindex: "0", "aria-labelledby": label },
+    this.element = make("figure", { class: kindOf(chart).titled ? "card titled" : "card", tabindex: "0", "aria-labelledby": label },
       make("figcaption", {}, this.heading, this.summary, this.legend, this.badge,
         ...menu("⋯", "Actions of this chart", () => this.actions())),
       this.body, this.message, this.xlabel);
@@ -79,8 +79,8 @@ export class Card {
   }
 
   get title() {
-    const { name } = kindOf(this.chart);
-    const curves = this.curves.map((curve) => curve.label).join(", ");
+    const { name, title } = kindOf(this.chart);
+    const curves = title?.(this.chart) ?? this.curves.map((curve) => curve.label).join(", ");
     return curves ? `${name}: ${curves}` : name;
   }
 
@@ -177,10 +177,16 @@ export class Card {
     return row ? row.y : null;
   }
 
+  // A value with the name of its state, where it is one.
+  textOf(curve, value, digits) {
+    return curve.states?.find(([state]) => state === value)?.[1] ?? valueText(value, digits);
+  }
+
   #showValues() {
     for (const place of this.legend.querySelectorAll(".value")) {
-      const value = this.valueOf(Number(place.dataset.key));
-      place.textContent = this.cursors.at === null || value === null ? "" : valueText(value);
+      const curve = this.curves.find((one) => String(one.key) === place.dataset.key);
+      const value = this.valueOf(curve?.key);
+      place.textContent = this.cursors.at === null || value === null ? "" : this.textOf(curve, value);
     }
   }
 
@@ -193,7 +199,7 @@ export class Card {
 
   // What a screen reader says about the cursor.
   spoken() {
-    const values = this.curves.filter((curve) => !curve.hidden).map((curve) => `${curve.label} ${valueText(this.valueOf(curve.key))}`);
+    const values = this.curves.filter((curve) => !curve.hidden).map((curve) => `${curve.label} ${this.textOf(curve, this.valueOf(curve.key))}`);
     return [this.placeText(this.cursors.at), ...values].join("; ");
   }
 

@@ -1,5 +1,6 @@
 // Saves what a chart shows: picture as PNG or SVG, numbers as CSV.
-import { CanvasSurface, SvgSurface } from "./surface.js";
+import { CanvasSurface } from "./surface.js";
+import { SvgSurface } from "./svg-surface.js";
 import { download, make } from "./dom.js";
 import { itemRange } from "./tiles.js";
 import { palette } from "./palette.js";

@@ -7,12 +7,15 @@ const fixed = (curves) => () => curves;
 
 const unitTitle = (chart) => (chart.x?.unit === "s" ? "s" : chart.x?.unit ?? "");
 
-// curves: what is drawn; panes: titles of the plot areas; x: title of the x axis where the script sets none;
-// whole: all data come whatever the range; zero: the y range has 0 in it.
+// curves: what is drawn; title: what is seen, if not the names of the curves; panes: titles of the plot areas; x: title of the x axis where the script sets none;
+// whole: all data come whatever the range; zero: the y range has 0 in it; titled: a title instead of a legend.
 const KINDS = {
   line: { name: "Time series", curves: each, x: (chart) => (chart.x?.time ? "" : unitTitle(chart)) },
   bool: { name: "States", curves: each, x: () => "" },
-  cross: { name: "Cross plot", curves: (chart) => each(chart).slice(1), x: (chart) => nameOf(chart, 0), dots: true },
+  cross: {
+    name: "Cross plot", curves: (chart) => each(chart).slice(1), x: (chart) => nameOf(chart, 0), dots: true,
+    title: (chart) => `${chart.series.slice(1).map((series) => series.name).join(", ")} over ${nameOf(chart, 0)}`,
+  },
   fft: { name: "Spectrum", curves: each, x: () => "Hz", zero: true },
   bode: {
     name: "Frequency response",
@@ -22,6 +25,7 @@ const KINDS = {
       { key: 2, label: "Coherence", side: "right", pane: 0, unit: [0, 1] },
     ]),
     panes: ["Gain, dB", "Phase, °"], x: () => "Hz",
+    title: (chart) => `${nameOf(chart, 0)} to ${nameOf(chart, 1)}`,
   },
   xcorr: {
     name: "Cross-correlation",
@@ -31,15 +35,15 @@ const KINDS = {
   hist: { name: "Histogram", curves: each, x: () => "value", whole: true, zero: true },
   heatmap: {
     name: "Heat map", curves: (chart) => [{ key: 0, label: `${nameOf(chart, 1)} over ${nameOf(chart, 0)}`, side: "left" }],
-    x: (chart) => nameOf(chart, 0), whole: true, cells: "count",
+    x: (chart) => nameOf(chart, 0), whole: true, cells: "count", titled: true,
   },
   spectro: {
     name: "Spectrogram", curves: (chart) => [{ key: 0, label: nameOf(chart, 0), side: "left" }],
-    panes: ["Hz"], x: () => "", cells: "dB",
+    panes: ["Hz"], x: () => "", cells: "dB", titled: true,
   },
-  line3d: { name: "3-D line", curves: each, x: () => "", whole: true, space: true },
-  mesh: { name: "Surface", curves: each, x: () => "", whole: true, space: true },
-  synoptic: { name: "Synoptic", curves: each, x: () => "" },
+  line3d: { name: "3-D line", curves: each, x: () => "", whole: true, titled: true },
+  mesh: { name: "Surface", curves: each, x: () => "", whole: true, titled: true },
+  synoptic: { name: "Synoptic", curves: each, x: () => "", titled: true },
 };
 
 const UNKNOWN = { name: "Chart", curves: each, x: unitTitle };

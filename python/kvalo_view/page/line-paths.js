@@ -196,7 +196,8 @@ export function bandPaths(full, half, base, { tile, a, b }, map, top, bottom) {
   const height = bottom - top;
   let from = NaN;
   let kind = NaN; // 1 on, 0 off, 0.5 both, NaN nothing known
-  const close = (to) => {
+  const close = (end) => {
+    const to = Math.max(from + 1, Math.round(end)); // whole pixels, so that nothing is half-toned by chance
     if (kind === 1) full.rect(from, top, to - from, height);
     else if (kind === 0.5) half.rect(from, top, to - from, height);
     else if (kind === 0) base.rect(from, bottom - 1, to - from, 1);
@@ -204,7 +205,7 @@ export function bandPaths(full, half, base, { tile, a, b }, map, top, bottom) {
   const turn = (x, next) => {
     if (Object.is(next, kind)) return;
     close(x);
-    from = x;
+    from = Math.round(x);
     kind = next;
   };
   const state = (value) => (value === value ? Number(value >= 0.5) : NaN);

@@ -39,8 +39,22 @@ export function curveStyle(i) {
 
 // The colour of an annotation: three numbers from the script, or the page's own.
 export function annotationColor(rgb) {
-  return rgb ? `rgb(${rgb.map((c) => Math.max(0, Math.min(255, Number(c) || 0))).join(" ")})` : palette.ink.accent;
+  if (!rgb) return palette.ink.accent;
+  // Towards white or black until it can be told from the background.
+  const back = palette.theme === "dark" ? 0.009 : 1;
+  let color = rgb.map((c) => Math.max(0, Math.min(255, Number(c) || 0)));
+  for (let i = 0; i < 20 && contrast(luminance(color), back) < 3; i++) {
+    color = color.map((c) => Math.round(c + (palette.theme === "dark" ? 255 - c : -c) * 0.12));
+  }
+  return `rgb(${color.join(" ")})`;
 }
+
+// Relative luminance and contrast as WCAG 2 defines them.
+function luminance(rgb) {
+  const [r, g, b] = rgb.map((c) => (c <= 10 ? c / 3294.6 : ((c / 255 + 0.055) / 1.055) ** 2.4));
+  return 0.2126 * r + 0.7152 * g + 0.0722 * b;
+}
+const contrast = (a, b) => (Math.max(a, b) + 0.05) / (Math.min(a, b) + 0.05);
 
 // Viridis at nine places, as red, green, blue.
 const VIRIDIS = [

@@ -8,7 +8,8 @@ import { paintCursors, paintMarks, paintObjects } from "./annotations.js";
 
 const RIGHT_WIDTH = 58;
 const FONT = "12px system-ui, sans-serif";
-const same = (u, low, high) => [low, high];
+// uPlot's own scales stay at 0 to 1: its ticks know neither 3 as a step nor values of 1e18.
+const SCALE = { time: false, auto: false, range: [0, 1], min: 0, max: 1 };
 
 // The owner is a card: it has pane(ranges), timeFormat, and takes select, hover, pan, wheel and reset.
 export class Pane {
@@ -41,9 +42,7 @@ export class Pane {
     const ink = (name) => () => palette.ink[name];
     const axis = (scale, more) => ({
       scale, font: FONT, stroke: ink("soft"), labelFont: FONT, labelSize: 18, gap: 4,
-      incrs: (u, i, low, high, length) => [this.#step(scale, low, high, length)], space: 1,
-      splits: (u, i, low, high, step) => (scale === "r" && !this.hasRight ? [] : multiples(low, high, step)),
-      values: (u, ticks, i, space, step) => this.#texts(scale, ticks, step),
+      incrs: [1], space: 1, splits: () => this.#shares(scale), values: () => this.ticks(scale).texts,
       grid: { stroke: ink("grid"), width: 1 }, ticks: { stroke: ink("line"), width: 1, size: 5 },
       border: { show: true, stroke: ink("line"), width: 1 },
       ...more,
@@ -53,14 +52,12 @@ export class Pane {
       width: Math.max(80, Math.floor(width)), height: Math.max(60, Math.floor(height)),
       padding: [this.titled ? 20 : 8, null, 0, null], legend: { show: false },
       scales: {
-        x: { time: false, auto: false, range: same, min: 0, max: 1 },
-        l: { auto: false, range: same, min: 0, max: 1 },
-        r: { auto: false, range: same, min: 0, max: 1 },
+        x: SCALE, l: SCALE, r: SCALE,
       },
       axes: [
         axis("x", { size: () => this.card.xAxisHeight(this) }),
         axis("l", { size: () => this.card.app.leftWidth }),
-        axis("r", { side: 1, size: () => (this.card.rightAxis ? RIGHT_WIDTH : 12), grid: { show: false } }),
+        axis("r", { side: 1, size: () => (this.card.rightAxis ? RIGHT_WIDTH : 20), grid: { show: false } }),
       ],
       series: [{}, ...["l", "r"].map((scale) => ({ scale, paths: () => null, points: { show: false } }))],
       cursor: {
@@ -77,7 +74,7 @@ export class Pane {
       hooks: {
         draw: [(u) => this.#paint(u)],
         setCursor: [(u) => {
-          if (!this.#moving && u.cursor.left >= 0) this.card.hover(u.posToVal(u.cursor.left, "x"));
+          if (!this.#moving && u.cursor.left >= 0) this.card.hover(this.#at("x", u.cursor.left / u.over.clientWidth));
         }],
         setSelect: [(u) => this.#selected(u)],
       },
@@ -89,7 +86,7 @@ export class Pane {
     if (wanted && (high - low) / wanted <= 50) return wanted;
     const span = high - low;
     if (!(span > 0)) return 1;
-    if (scale !== "x") return niceStep((span * 30) / length);
+    if (scale !== "x") return niceStep((span * 42) / length);
     const format = this.card.timeFormat;
     const room = format === "datetime" ? 95 : format ? 78 : 66;
     return format ? timeStep((span * room) / length, format) : niceStep((span * room) / length);
@@ -103,10 +100,22 @@ export class Pane {
     return this.card.stateTexts(scale, ticks, this) ?? numberTexts(ticks, step);
   }
 
+  // The value at a share of an axis.
+  #at(scale, share) {
+    const [low, high] = this[scale];
+    return low + share * (high - low);
+  }
+
+  #shares(scale) {
+    const [low, high] = this[scale];
+    return this.ticks(scale).ticks.map((tick) => (tick - low) / (high - low));
+  }
+
   // Places and texts of an axis, as they are drawn.
   ticks(scale) {
-    const { width, height } = this.u.over.getBoundingClientRect();
-    const step = this.#step(scale, ...this[scale], scale === "x" ? width : height);
+    if ((scale === "r" && !this.hasRight) || (scale === "l" && this.card.kind === "bool")) return { ticks: [], texts: [] };
+    const { width, height } = this.u.bbox;
+    const step = this.#step(scale, ...this[scale], (scale === "x" ? width : height) / this.ratio);
     const ticks = multiples(...this[scale], step);
     return { ticks, texts: this.#texts(scale, ticks, step) };
   }
@@ -127,11 +136,7 @@ export class Pane {
     this.curves = curves;
     const u = this.u;
     this.#moving = true;
-    u.batch(() => {
-      u.setScale("x", { min: x[0], max: x[1] });
-      u.setScale("l", { min: l[0], max: l[1] });
-      u.setScale("r", { min: r[0], max: r[1] });
-    });
+    u.batch(() => u.setScale("x", { min: 0, max: 1 })); // draws everything anew, now
     this.moveCursor(this.card.cursorPlace());
     this.#moving = false;
   }
@@ -164,7 +169,7 @@ export class Pane {
   moveCursor(place) {
     const inside = place !== null && place >= this.x[0] && place <= this.x[1];
     this.#moving = true;
-    this.u.setCursor({ left: inside ? this.u.valToPos(place, "x") : -10, top: -10 }, false);
+    this.u.setCursor({ left: inside ? ((place - this.x[0]) / (this.x[1] - this.x[0])) * this.u.over.clientWidth : -10, top: -10 }, false);
     this.#moving = false;
   }
 
@@ -173,17 +178,16 @@ export class Pane {
     u.setSelect({ left: 0, top: 0, width: 0, height: 0 }, false);
     if (width < 3 && height < 3) return;
     const full = { x: width >= u.over.clientWidth - 1, y: height >= u.over.clientHeight - 1 };
-    const range = (scale, from, to) => [u.posToVal(from, scale), u.posToVal(to, scale)];
+    const x = [left, left + width].map((px) => px / u.over.clientWidth);
+    const y = [top + height, top].map((px) => 1 - px / u.over.clientHeight);
+    const range = (scale, shares) => shares.map((share) => this.#at(scale, share));
     this.card.select(this, {
-      x: full.x ? null : range("x", left, left + width),
-      l: full.y ? null : range("l", top + height, top),
-      r: full.y ? null : range("r", top + height, top),
+      x: full.x ? null : range("x", x), l: full.y ? null : range("l", y), r: full.y ? null : range("r", y),
     });
   }
 
   // Shift and drag: the picture follows the pointer.
   #pan(event) {
-    event.preventDefault();
     const start = { x: event.clientX, y: event.clientY, ranges: { x: this.x, l: this.l, r: this.r } };
     const width = this.u.over.clientWidth;
     const height = this.u.over.clientHeight;

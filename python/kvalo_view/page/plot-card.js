@@ -10,6 +10,7 @@ import { valueText } from "./ticks.js";
 
 const SETTLE_MS = 120; // after so long without a move, the overscan is asked for
 const WIDEST = 16384;
+const ROOM = 0.35; // widths of the range that are held on each side, or more is asked for
 const SIDES = { l: "left", r: "right" };
 
 const pad = ([low, high], share) => {
@@ -20,7 +21,7 @@ const pad = ([low, high], share) => {
 export class PlotCard extends Card {
   canSvg = true;
   #panes = [];
-  #asked = { key: "", seq: 0, wide: false };
+  #asked = { key: "", wide: false };
   #moved = 0; // when the range changed last
   #range = null;
   fitSeen = null; // the reader's choice of fitting y to what is seen; null: the script's
@@ -115,9 +116,8 @@ export class PlotCard extends Card {
     return this.timeFormat === "datetime" ? 42 : 26;
   }
 
-  // Names of states instead of numbers, where the server sent them; nothing on the lanes of states.
+  // Names of states instead of numbers, where the server sent them.
   stateTexts(scale, ticks, pane) {
-    if (this.kind === "bool") return ticks.map(() => "");
     const series = pane.curves.filter((curve) => curve.side === SIDES[scale]);
     if (series.length !== 1 || !series[0].states) return null;
     const names = new Map(series[0].states);
@@ -134,7 +134,7 @@ export class PlotCard extends Card {
   frame() {
     if (!this.element.isConnected || !this.body.offsetWidth) return;
     const x = this.xRange;
-    if (`${x}` !== `${this.#range}`) {
+    if (String(x) !== String(this.#range)) {
       this.#moved = performance.now();
       this.#range = x;
     }
@@ -147,10 +147,6 @@ export class PlotCard extends Card {
     this.#showBadge();
     this.summarize(x);
     this.ask();
-  }
-
-  redraw() {
-    this.changed();
   }
 
   cursorPlace() {
@@ -174,18 +170,14 @@ export class PlotCard extends Card {
     if (seen === this.seen) return;
     this.seen = seen;
     if (!seen) this.app.source.send(KIND.view, { flags: 2, chart: this.chart.key, width: 1, height: 1 });
-    this.#asked = { key: "", seq: 0, wide: false };
+    this.#asked = { key: "", wide: false };
     this.app.schedule();
   }
 
   // A new conversation knows nothing of what was asked before.
   update(chart, fresh) {
-    if (fresh) this.#asked = { key: "", seq: 0, wide: false };
+    if (fresh) this.#asked = { key: "", wide: false };
     super.update(chart, fresh);
-  }
-
-  get #answered() {
-    return this.curves.some((curve) => this.tiles.newest(curve.key)?.seq === this.#asked.seq);
   }
 
   #request(x) {
@@ -206,16 +198,14 @@ export class PlotCard extends Card {
     const shown = this.curves.filter((curve) => !curve.hidden);
     const covered = !masked && a < b && shown.every((curve) => this.tiles.covers(curve.key, a, b, width * ((b - a) / (x[1] - x[0]))));
     if (!covered) {
-      const [c, d] = masked ? this.yRange("l", 0, x) : [NaN, NaN];
-      if (!(this.#asked.wide && !this.#answered && this.#asked.a <= a && this.#asked.b >= b && this.#asked.step <= (x[1] - x[0]) / width)) {
-        this.#send({ a: x[0], b: x[1], c, d, width, height }, false);
-      }
+      const [c, d] = masked ? this.yRange("l", 0, x) : [];
+      this.#send({ a: x[0], b: x[1], c, d, width, height }, false);
       return;
     }
     const span = x[1] - x[0];
-    const room = Math.max(full[0], x[0] - 0.35 * span) < full[0] + 1e-12 && Math.min(full[1], x[1] + 0.35 * span) >= full[1];
-    const margin = shown.every((curve) => this.tiles.covers(curve.key, Math.max(full[0], x[0] - 0.35 * span), Math.min(full[1], x[1] + 0.35 * span), 0.5 * width));
-    if (margin || (room && margin) || 3 * width > WIDEST) return;
+    const [from, to] = [Math.max(full[0], x[0] - ROOM * span), Math.min(full[1], x[1] + ROOM * span)];
+    // Half as fine: what is held and reaches far enough is never asked for again.
+    if (3 * width > WIDEST || shown.every((curve) => this.tiles.covers(curve.key, from, to, 0.5 * width))) return;
     const moving = performance.now() - this.#moved < SETTLE_MS;
     if (moving && !this.#asked.wide) {
       this.app.later(SETTLE_MS);
@@ -232,7 +222,7 @@ export class PlotCard extends Card {
   #send(fields, wide, key = Object.values(fields).join(" ")) {
     if (this.#asked.key === key) return;
     const seq = this.app.source.send(KIND.view, { ...fields, chart: this.chart.key });
-    if (seq) this.#asked = { key, seq, wide, a: fields.a, b: fields.b, step: (fields.b - fields.a) / fields.width };
+    if (seq) this.#asked = { key, wide };
   }
 
   take(tile) {

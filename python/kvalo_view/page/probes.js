@@ -49,6 +49,11 @@ export class Probes {
     this.#statsSeq = seq;
   }
 
+  // Whether the values at the cursor are those of this place.
+  knows(place) {
+    return this.#waiting?.role !== "at" && Object.is(this.#asked.at, place);
+  }
+
   take(message) {
     if (message.type === "stats") {
       if (message.seq !== this.#statsSeq) return;

@@ -45,12 +45,12 @@ export function numberTexts(ticks, step) {
 }
 
 // A value for people: up to seven digits, never longer than twelve characters.
-export function valueText(value) {
+export function valueText(value, digits = 7) {
   if (value === null || value === undefined) return "–";
   if (!Number.isFinite(value)) return Number.isNaN(value) ? "no value" : value > 0 ? "∞" : "-∞";
   const size = Math.abs(value);
-  if (size !== 0 && (size >= 1e7 || size < 1e-4)) return value.toExponential(4);
-  return String(Number(value.toPrecision(7)));
+  if (size !== 0 && (size >= 1e7 || size < 1e-4)) return value.toExponential(digits - 3);
+  return String(Number(value.toPrecision(digits)));
 }
 
 // What "auto" means for stamps of this size.

@@ -16,7 +16,7 @@ export class Toolbar {
     this.tabs = make("div", { role: "tablist", class: "tabs", "aria-label": "Pages" });
     this.undo = button("undo", "↶", "View before");
     this.redo = button("redo", "↷", "View after");
-    this.follow = button("follow", "Live", "Follow live data");
+    this.follow = button("follow", "Live", "Live: follow new data");
     this.values = button("values", "Values", "Table of values");
     const [marks, list] = menu("Bookmarks", "Bookmarks", () => this.#bookmarks());
     this.bookmarks = marks;
@@ -26,7 +26,7 @@ export class Toolbar {
       make("a", { class: "skip", href: "#charts", onclick: (event) => { event.preventDefault(); app.current?.element.focus(); } }, "To the charts"),
       this.title, this.tabs,
       make("div", { class: "tools", role: "toolbar", "aria-label": "View" },
-        this.follow, this.bookmarks, list, this.undo, this.redo, button("all", "All", "Whole range"),
+        this.follow, this.bookmarks, list, this.undo, this.redo, button("all", "All", "All of the range"),
         button("find", "Find", "Find a series"), this.values,
         button("theme", "◐", "Theme"), button("help", "?", "Keys")),
       this.status, this.notices);

@@ -2,6 +2,7 @@
 import { make, swatch } from "./dom.js";
 import { valueText } from "./ticks.js";
 
+const short = (value) => valueText(value, 6);
 const STATISTICS = [["min", "min"], ["max", "max"], ["mean", "mean"], ["std", "std"], ["rms", "rms"], ["slope", "slope/s"], ["n", "n"]];
 const OPEN_FROM = 1000; // pixels: wider pages show the table from the start
 
@@ -51,15 +52,15 @@ export class ValuesPanel {
     const place = [make("th", { scope: "row" }, cards[0].timeFormat ? "Time" : cards[0].xlabel.textContent || "x"), ...roles.map(([, , where]) => make("td", { class: "place" }, text(where)))];
     if (both) {
       head.push(make("th", { scope: "col" }, "B − A"));
-      place.push(make("td", {}, valueText(b - a)));
+      place.push(make("td", {}, short(b - a)));
     }
     const rows = [make("tr", {}, ...place)];
     for (const card of cards) {
       for (const curve of card.curves) {
         if (curve.hidden) continue;
         const values = roles.map(([role]) => card.valueOf(curve.key, role));
-        const cells = values.map((value, i) => make("td", {}, roles[i][2] === null ? "" : valueText(value)));
-        if (both) cells.push(make("td", {}, values.at(-1) === null || values.at(-2) === null ? "–" : valueText(values.at(-1) - values.at(-2))));
+        const cells = values.map((value, i) => make("td", {}, roles[i][2] === null ? "" : card.textOf(curve, value, 6)));
+        if (both) cells.push(make("td", {}, values.at(-1) === null || values.at(-2) === null ? "–" : short(values.at(-1) - values.at(-2))));
         rows.push(make("tr", {}, make("th", { scope: "row" }, swatch(curve), make("span", {}, curve.shown)), ...cells));
       }
     }
@@ -73,7 +74,7 @@ export class ValuesPanel {
       const row = card.probes.stats.get(curve.key);
       return make("tbody", {},
         make("tr", {}, make("th", { colspan: "4", scope: "rowgroup" }, swatch(curve), make("span", {}, curve.shown))),
-        ...[0, 2, 4, 6].map((i) => make("tr", {}, ...STATISTICS.slice(i, i + 2).flatMap(([key, name]) => [make("th", { scope: "row" }, name), make("td", {}, valueText(row[key]))]))));
+        ...[0, 2, 4, 6].map((i) => make("tr", {}, ...STATISTICS.slice(i, i + 2).flatMap(([key, name]) => [make("th", { scope: "row" }, name), make("td", {}, short(row[key]))]))));
     }));
     return make("table", { class: "statistics" }, make("caption", {}, "From A to B"), ...blocks);
   }
