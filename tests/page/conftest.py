@@ -18,7 +18,12 @@ ASSETS = BUILD / "assets"
 PACKAGES = BUILD / "packages"
 BROWSER = {
     "executable_path": shutil.which("chromium"),
-    "args": ["--no-sandbox", "--font-render-hinting=none", "--disable-lcd-text", "--force-color-profile=srgb"],
+    "args": [
+        "--no-sandbox",
+        "--font-render-hinting=none",
+        "--disable-lcd-text",
+        "--force-color-profile=srgb",
+    ],
 }
 
 

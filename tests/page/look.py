@@ -59,10 +59,17 @@ def scenes():
             page.wait_for_timeout(60)
 
     def dates():
-        return [samples.Chart("line", [samples.Curve("Roll", unix[0], unix[1]), samples.Curve("Pitch", unix[0], unix[2])])]
+        return [
+            samples.Chart(
+                "line", [samples.Curve("Roll", unix[0], unix[1]), samples.Curve("Pitch", unix[0], unix[2])]
+            )
+        ]
 
     few = [annotated(), samples.steps(), samples.states()]
-    pages = [{"id": "11", "name": "Attitude", "cols": -1, "charts": []}, {"id": "12", "name": "Power", "cols": 1, "charts": []}]
+    pages = [
+        {"id": "11", "name": "Attitude", "cols": -1, "charts": []},
+        {"id": "12", "name": "Power", "cols": 1, "charts": []},
+    ]
     marked = {"objects": marks, "pages": pages, "bookmarks": [[100, 200]]}
     zoomed = {"viewport": {"width": 750, "height": 450}, "device_scale_factor": 2}
     narrow = {"viewport": {"width": 380, "height": 760}}

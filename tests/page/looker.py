@@ -98,7 +98,12 @@ class Looker:
     def ink(self, color, i=0):
         """Pixels of a colour in the plot area: a set of (column, row) from its upper left corner."""
         box = self.plot(i)
-        clip = {"x": round(box["x"]), "y": round(box["y"]), "width": round(box["width"]), "height": round(box["height"])}
+        clip = {
+            "x": round(box["x"]),
+            "y": round(box["y"]),
+            "width": round(box["width"]),
+            "height": round(box["height"]),
+        }
         picture = np.rint(255 * imread(io.BytesIO(self.page.screenshot(clip=clip)), format="png")[..., :3])
         wanted = [int(color[i : i + 2], 16) for i in (1, 3, 5)]
         rows, columns = np.nonzero((abs(picture - wanted) <= 1).all(axis=2))

@@ -45,13 +45,18 @@ CanvasRenderingContext2D.prototype.stroke = function (...args) {
 
 def twelve():
     t, roll, pitch = samples.flight(150_000)
-    return [Chart("line", [Curve("Roll" if i % 2 else "Pitch", t, (roll if i % 2 else pitch) + i)]) for i in range(12)]
+    return [
+        Chart("line", [Curve("Roll" if i % 2 else "Pitch", t, (roll if i % 2 else pitch) + i)])
+        for i in range(12)
+    ]
 
 
 def main():
     with sync_playwright() as playwright:
         browser = playwright.chromium.launch(**BROWSER)
-        server = StandIn(ASSETS, twelve(), theme="light", pages=[{"id": "11", "name": "p", "cols": 1, "charts": []}])
+        server = StandIn(
+            ASSETS, twelve(), theme="light", pages=[{"id": "11", "name": "p", "cols": 1, "charts": []}]
+        )
         page = browser.new_page(viewport={"width": 1560, "height": 3100})
         page.goto(server.url)
         page.wait_for_timeout(2500)
@@ -62,7 +67,9 @@ def main():
             page.wait_for_timeout(1500)
         for _ in range(3):
             frames = sorted(page.evaluate(PAN))
-            print(f"pan of 12 charts: median {statistics.median(frames):.1f} ms, p95 {frames[int(0.95 * len(frames))]:.1f} ms, worst {frames[-1]:.1f} ms")
+            print(
+                f"pan of 12 charts: median {statistics.median(frames):.1f} ms, p95 {frames[int(0.95 * len(frames))]:.1f} ms, worst {frames[-1]:.1f} ms"
+            )
             page.wait_for_timeout(1500)
         server.close()
         for _ in range(3):

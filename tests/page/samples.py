@@ -22,9 +22,13 @@ def grid_chart(kind, **more):
     def make(chart, view):
         n, m = 120, 80
         x, y = np.meshgrid(np.linspace(-2, 2, n), np.linspace(-2, 2, m))
-        cells = np.exp(-(x**2 + y**2)) * (400 if kind == "heatmap" else 1) + (1e-5 if kind == "spectro" else 0)
+        cells = np.exp(-(x**2 + y**2)) * (400 if kind == "heatmap" else 1) + (
+            1e-5 if kind == "spectro" else 0
+        )
         cells[cells < 1e-6] = 0
-        return [tile(6, [cells.astype("<f4")], chart=chart.key, seq=view["seq"], x=chart.x, y=(0, 50), n=n, m=m)]
+        return [
+            tile(6, [cells.astype("<f4")], chart=chart.key, seq=view["seq"], x=chart.x, y=(0, 50), n=n, m=m)
+        ]
 
     curves = [Curve("Speed", [0, 1], [0, 1]), Curve("Current", [0, 1], [0, 1])]
     time = kind == "spectro"
@@ -38,7 +42,9 @@ def histogram():
         tiles = []
         for key, width in enumerate((6, 9)):
             count = np.round(4000 * np.exp(-((centre / width) ** 2)))
-            tiles.append(tile(7, [centre, count], chart=chart.key, series=key, seq=view["seq"], x=(-20, 20), n=20))
+            tiles.append(
+                tile(7, [centre, count], chart=chart.key, series=key, seq=view["seq"], x=(-20, 20), n=20)
+            )
         return tiles
 
     curves = [Curve("Roll", [0], [0], style="bar"), Curve("Pitch", [0], [0], style="outline")]
@@ -72,7 +78,9 @@ def cross():
 
     def make(chart, view):
         c = chart.curves[1]
-        return [tile(3, [c.x, c.y], chart=chart.key, series=1, seq=view["seq"], flags=8, x=(-14, 14), n=len(c.x))]
+        return [
+            tile(3, [c.x, c.y], chart=chart.key, series=1, seq=view["seq"], flags=8, x=(-14, 14), n=len(c.x))
+        ]
 
     chart.make = make
     return chart
@@ -93,7 +101,12 @@ def mask(form=4):
         bits[0, (w - 1) // 32] = 1 << ((w - 1) % 32)
         return [tile(4, [bits], n=w, m=h, **common)]
 
-    return Chart("line", [Curve("Dots", [0, 10], [0, 1], style="dots")], make=make, left={"min": 0, "max": 1, "tick": None})
+    return Chart(
+        "line",
+        [Curve("Dots", [0, 10], [0, 1], style="dots")],
+        make=make,
+        left={"min": 0, "max": 1, "tick": None},
+    )
 
 
 def states():
@@ -115,9 +128,14 @@ def steps():
 
 def correlation():
     lag = np.linspace(-5, 5, 2000)
-    curves = [Curve("Stick", lag, np.exp(-((lag - 0.4) ** 2)) * np.cos(6 * (lag - 0.4))), Curve("Roll", [0], [0])]
+    curves = [
+        Curve("Stick", lag, np.exp(-((lag - 0.4) ** 2)) * np.cos(6 * (lag - 0.4))),
+        Curve("Roll", [0], [0]),
+    ]
     chart = Chart("xcorr", curves, time=False, x=(-5, 5))
-    chart.make = lambda c, view: [tile(3, [lag, curves[0].y], chart=c.key, seq=view["seq"], x=(-5, 5), n=2000)]
+    chart.make = lambda c, view: [
+        tile(3, [lag, curves[0].y], chart=c.key, seq=view["seq"], x=(-5, 5), n=2000)
+    ]
     return chart
 
 
@@ -145,7 +163,10 @@ def synoptic():
     t = np.linspace(0, 600, 1000)
     objects = [{"x": 30, "y": 20, "width": 150, "min": 0.0, "max": 100.0, "color": [0, 120, 200]},
                {"x": 230, "y": 60, "width": None, "min": None, "max": None, "color": None}]  # fmt: skip
-    curves = [Curve("Battery", t, 100 - t / 8, object=objects[0]), Curve("Altitude", t, 80 * np.sin(t / 200), object=objects[1])]
+    curves = [
+        Curve("Battery", t, 100 - t / 8, object=objects[0]),
+        Curve("Altitude", t, 80 * np.sin(t / 200), object=objects[1]),
+    ]
     return Chart("synoptic", curves)
 
 

@@ -86,7 +86,9 @@ def curve_tile(x, y, view, *, chart, series, hold=False, dots=False, flags=0, ve
         after = (x[x > b][0], y[x > b][0])
     flags |= (HOLD if hold else 0) | (DOTS if dots else 0) | (0 if len(inside) else NOTHING)
     if len(inside) < 2 * n or dots:
-        return tile(3, [x[inside], y[inside]], n=len(inside), flags=flags, before=before, after=after, **common)
+        return tile(
+            3, [x[inside], y[inside]], n=len(inside), flags=flags, before=before, after=after, **common
+        )
     values, marks = columns(x, y, a, b, n, hold)
     finite = values[np.isfinite(values)]
     offset = float(finite.mean()) if len(finite) else 0.0
@@ -120,7 +122,13 @@ class Chart:
     """A chart of curves. Kinds with other tiles give `make(view) -> [bytes]`."""
 
     def __init__(self, kind="line", curves=(), *, make=None, unit="s", time=True, x=None, page="11", **more):
-        self.id, self.kind, self.curves, self.make, self.page = str(next(_ids)), kind, list(curves), make, page
+        self.id, self.kind, self.curves, self.make, self.page = (
+            str(next(_ids)),
+            kind,
+            list(curves),
+            make,
+            page,
+        )
         self.unit, self.time, self.x, self.more = unit, time, x, more
         self.key = 0
 
@@ -156,7 +164,11 @@ class Chart:
         for i, c in enumerate(self.curves):
             k = len(c.x) - 1 if math.isnan(at) else int(np.searchsorted(c.x, at, "right")) - 1
             y = float(c.y[k]) if k >= 0 else None
-            y = str(y).replace("nan", "NaN").replace("inf", "Infinity") if y is not None and not math.isfinite(y) else y
+            y = (
+                str(y).replace("nan", "NaN").replace("inf", "Infinity")
+                if y is not None and not math.isfinite(y)
+                else y
+            )
             x = float(c.x[k]) if k >= 0 else None
             rows.append({"series": i, "x": x, "y": y, "near_x": x, "near_y": y})
         return rows
@@ -351,7 +363,9 @@ class Session:
         for name, asked in (("values", self.probes), ("stats", self.stats)):
             for key, r in asked.items():
                 rows = charts[key].values(r["a"]) if name == "values" else charts[key].stats(r["a"], r["b"])
-                out.append(json.dumps({"type": name, "chart": key, "seq": r["seq"], "t": None, "values": rows}))
+                out.append(
+                    json.dumps({"type": name, "chart": key, "seq": r["seq"], "t": None, "values": rows})
+                )
         self.views, self.probes, self.stats, self.dirty = {}, {}, {}, set()
         if not out:
             return

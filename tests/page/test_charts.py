@@ -76,7 +76,8 @@ def test_both_values_of_a_transition_are_drawn_half_toned(serve, show):
     page = show(serve([Chart("bool", [Curve("Blink", t, on, hold=True)])]))
     box = page.plot()
     half = page.ink("#80b9d9")  # the first colour half way to white
-    assert {x for x, _ in half} and all(abs(x - 0.55 * box["width"]) <= 2 for x, _ in half)
+    assert {x for x, _ in half}
+    assert all(abs(x - 0.55 * box["width"]) <= 2 for x, _ in half)
 
 
 @pytest.mark.parametrize("form", [4, 5])
@@ -99,7 +100,7 @@ def test_axes_limits_ticks_titles_and_formats(serve, show):
     page.forget_calls()
     server.send_state(timeformat="datetime")
     page.settle()
-    assert any(text == "1970-01-01" for text in page.texts())
+    assert "1970-01-01" in page.texts()
 
 
 def test_fit_shows_what_is_seen_instead_of_all_data(serve, show):

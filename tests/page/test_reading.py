@@ -69,7 +69,8 @@ def test_shift_and_drag_pans_within_the_overscan_without_asking(serve, show):
     page.drag((0.5, 0.5), (0.45, 0.5), shift=True)
     page.settle()
     assert len([r for r in server.requests if r["kind"] == VIEW]) == before
-    assert "t=24" in page.page.url or page.settle() or "t=24" in page.page.url
+    page.settle(500)
+    assert "t=24" in page.page.url
 
 
 def test_the_wheel_and_keys_zoom(serve, show):
@@ -102,7 +103,9 @@ def test_keyboard_walk_reads_held_values_aloud(serve, show):
     page.settle()
     step = 600 / page.plot()["width"]
     assert server.wait_for(lambda r: r["kind"] == PROBE and r["chart"] == 2)["a"] == pytest.approx(60 + step)
-    assert page.page.locator("figure").nth(1).locator(".value").text_content() == "-60", "the cursor is shared"
+    assert page.page.locator("figure").nth(1).locator(".value").text_content() == "-60", (
+        "the cursor is shared"
+    )
     page.key("End")
     page.settle()
     assert "Ramp 1200" in page.page.locator("[aria-live=polite]").text_content()
@@ -132,7 +135,7 @@ def test_the_table_of_the_view_has_at_most_a_hundred_rows(serve, show):
     page.key("s")
     rows = page.page.locator("dialog tbody tr")
     assert rows.count() == 100
-    assert rows.nth(50).inner_text().startswith("300.000 s\t300 to 306") or "30" in rows.nth(50).inner_text()
+    assert rows.nth(50).inner_text().startswith("300.000 s\t")
     page.key("Escape")
     assert page.page.locator("dialog").count() == 0
 
@@ -168,7 +171,10 @@ def test_legend_follows_the_script(serve, show):
 
 
 def test_finding_a_series_opens_its_page_and_chart(serve, show):
-    pages = [{"id": "11", "name": "One", "cols": 1, "charts": []}, {"id": "12", "name": "Two", "cols": 2, "charts": []}]
+    pages = [
+        {"id": "11", "name": "One", "cols": 1, "charts": []},
+        {"id": "12", "name": "Two", "cols": 2, "charts": []},
+    ]
     server = serve([ramp(), Chart("line", [Curve("Needle", [0, 1], [0, 1])], page="12")], pages=pages)
     page = show(server)
     assert page.page.get_by_role("tab").all_inner_texts() == ["One", "Two"]
@@ -197,11 +203,10 @@ def test_help_lists_the_keys_and_the_theme_can_be_chosen(serve, show):
     page = show(serve([ramp()], theme="light"))
     page.key("?")
     assert page.page.locator("dialog dt").count() == 27 + 5, "every command and every use of the pointer"
-    page.key("Escape", "t")
-    page.key("t")
-    page.settle()
-    theme = page.page.evaluate("document.documentElement.dataset.theme")
-    assert f"theme={theme}" in page.page.url or "theme=system" in page.page.url
+    page.key("Escape", "t", "t")
+    page.settle(500)
+    assert page.page.evaluate("document.documentElement.dataset.theme") == "dark"
+    assert "theme=dark" in page.page.url
 
 
 @pytest.mark.parametrize("scheme", ["light", "dark"])
@@ -214,7 +219,9 @@ def test_the_theme_follows_the_reader(serve, show, scheme):
 
 
 def test_export_of_what_is_seen(serve, show):
-    page = show(serve([samples.line(objects=[{"type": "text", "x": 9, "y": 0, "text": "<b>&", "color": None}])]))
+    page = show(
+        serve([samples.line(objects=[{"type": "text", "x": 9, "y": 0, "text": "<b>&", "color": None}])])
+    )
 
     def save(name):
         page.page.get_by_label("Actions of this chart").click()
@@ -238,12 +245,17 @@ def test_export_of_what_is_seen(serve, show):
 # ---- strangers and readers of the screen ----
 
 
-@pytest.mark.parametrize("name", ["<img src=x onerror=alert(1)>", "</script><b>x", "\u202egnp.exe", "a" * 600, "NaN"])
+@pytest.mark.parametrize(
+    "name", ["<img src=x onerror=alert(1)>", "</script><b>x", "\u202egnp.exe", "a" * 600, "NaN"]
+)
 def test_hostile_names_are_text(serve, show, name):
     objects = [{"type": "text", "x": 300, "y": 0, "text": name, "color": None}]
     chart = samples.line(objects=objects, xlabel=name, error=name)
     chart.curves[0].json.update(name=name, full_name=name)
-    pages = [{"id": "11", "name": name, "cols": 1, "charts": []}, {"id": "12", "name": "b", "cols": 1, "charts": []}]
+    pages = [
+        {"id": "11", "name": name, "cols": 1, "charts": []},
+        {"id": "12", "name": "b", "cols": 1, "charts": []},
+    ]
     page = show(serve([chart], title=name, pages=pages, notices=[{"level": "warning", "text": name}]))
     for key in ("s", "Escape", "/", "Escape"):
         page.key(key)
@@ -260,9 +272,15 @@ def test_hostile_names_are_text(serve, show, name):
      {"viewport": {"width": 640, "height": 400}, "device_scale_factor": 2}],
 )  # fmt: skip
 def test_axe_finds_nothing(serve, show, options):
-    pages = [{"id": "11", "name": "One", "cols": 2, "charts": []}, {"id": "12", "name": "Two", "cols": 1, "charts": []}]
+    pages = [
+        {"id": "11", "name": "One", "cols": 2, "charts": []},
+        {"id": "12", "name": "Two", "cols": 1, "charts": []},
+    ]
     charts = [make() for name, make in samples.EVERY_KIND.items() if name not in ("line3d", "mesh")]
-    page = show(serve(charts, pages=pages, bookmarks=[[0, 9]], notices=[{"level": "warning", "text": "much memory"}]), **options)
+    page = show(
+        serve(charts, pages=pages, bookmarks=[[0, 9]], notices=[{"level": "warning", "text": "much memory"}]),
+        **options,
+    )
     page.focus()
     page.key("Home", "Shift+ArrowRight", "a", "Shift+ArrowRight", "b")
     page.settle()
@@ -273,7 +291,9 @@ def test_axe_finds_nothing(serve, show, options):
             page.settle()
         # Through the protocol of the browser, not as an element: the page allows no inline script.
         page.page.evaluate(axe)
-        found = page.page.evaluate("axe.run().then(r => r.violations.map(v => [v.id, v.nodes.map(n => n.html + n.failureSummary)]))")
+        found = page.page.evaluate(
+            "axe.run().then(r => r.violations.map(v => [v.id, v.nodes.map(n => n.html + n.failureSummary)]))"
+        )
         assert not found, json.dumps(found, indent=1)
         if opened:
             page.key("Escape")

@@ -168,7 +168,7 @@ export class App {
       }
     }
     this.cols = page?.cols ?? -1;
-    if (!this.shown.length) this.grid.replaceChildren(make("p", { class: "empty" }, this.state.version ? "No charts yet. They appear here as soon as the script plots something." : "Waiting for the script …"));
+    if (!this.shown.length) this.grid.replaceChildren(make("p", { class: "empty" }, this.state.version ? "No charts yet. They appear as soon as the script plots." : "Waiting for the script …"));
     this.#arrange();
     this.stamp++;
     this.schedule();

@@ -70,7 +70,7 @@ export class Card {
     this.heading.textContent = this.title;
     this.xlabel.textContent = chart.xlabel || kindOf(chart).x(chart);
     this.xlabel.hidden = !this.xlabel.textContent;
-    const text = chart.error ?? (chart.busy ? "Computing …" : chart.series.length || chart.kind === "line" ? "" : "Nothing to show yet");
+    const text = chart.error ?? (chart.busy ? "Computing …" : chart.series.length || chart.kind === "line" ? "" : "Nothing yet");
     this.message.textContent = text;
     this.message.hidden = !text;
     this.element.setAttribute("aria-busy", String(!!chart.busy));
@@ -165,7 +165,7 @@ export class Card {
     };
     const button = make("button", {
       type: "button", "aria-pressed": String(!curve.hidden), onclick: click, ondblclick: () => this.isolate(curve.key), onkeydown: key,
-      title: `${curve.full_name || curve.label}\nClick: hide or show. Ctrl and click, or i: this one alone`,
+      title: `${curve.full_name || curve.label}\nClick: hide or show; with Ctrl: alone`,
     }, swatch(curve), make("span", { class: "name" }, curve.shown + (curve.side === "right" ? " (right)" : "")));
     return make("li", {}, button, make("span", { class: "value", "data-key": curve.key }));
   }

@@ -42,7 +42,7 @@ function history(step) {
     if (!app.views[step]()) return;
     app.following = null;
     app.viewChanged();
-    app.speech.say(step === "undo" ? "View before" : "View after");
+    app.speech.say(`View ${step === "undo" ? "before" : "after"}`);
   };
 }
 

@@ -3,7 +3,6 @@ import { curveStyle } from "./palette.js";
 
 const each = (chart) => chart.series.map((series) => ({ ...series, label: series.name }));
 const nameOf = (chart, i) => chart.series[i]?.name ?? "";
-const fixed = (curves) => () => curves;
 
 const unitTitle = (chart) => (chart.x?.unit === "s" ? "s" : chart.x?.unit ?? "");
 
@@ -19,11 +18,11 @@ const KINDS = {
   fft: { name: "Spectrum", curves: each, x: () => "Hz", zero: true },
   bode: {
     name: "Frequency response",
-    curves: fixed([
+    curves: () => [
       { key: 0, label: "Gain", side: "left", pane: 0 },
       { key: 1, label: "Phase", side: "left", pane: 1 },
       { key: 2, label: "Coherence", side: "right", pane: 0, unit: [0, 1] },
-    ]),
+    ],
     panes: ["Gain, dB", "Phase, °"], x: () => "Hz",
     title: (chart) => `${nameOf(chart, 0)} to ${nameOf(chart, 1)}`,
   },
@@ -46,9 +45,7 @@ const KINDS = {
   synoptic: { name: "Synoptic", curves: each, x: () => "", titled: true },
 };
 
-const UNKNOWN = { name: "Chart", curves: each, x: unitTitle };
-
-export const kindOf = (chart) => KINDS[chart.kind] ?? UNKNOWN;
+export const kindOf = (chart) => KINDS[chart.kind] ?? { name: "Chart", curves: each, x: unitTitle };
 
 // The curves of a chart with their colours; `isHidden(key)` tells which the reader has switched off.
 export function curvesOf(chart, isHidden) {

@@ -136,7 +136,7 @@ export class Pane {
     this.curves = curves;
     const u = this.u;
     this.#moving = true;
-    u.batch(() => u.setScale("x", { min: 0, max: 1 })); // draws everything anew, now
+    u.batch(() => u.redraw(true, true)); // all of it, axes too, and at once
     this.moveCursor(this.card.cursorPlace());
     this.#moving = false;
   }
@@ -169,7 +169,7 @@ export class Pane {
   moveCursor(place) {
     const inside = place !== null && place >= this.x[0] && place <= this.x[1];
     this.#moving = true;
-    this.u.setCursor({ left: inside ? ((place - this.x[0]) / (this.x[1] - this.x[0])) * this.u.over.clientWidth : -10, top: -10 }, false);
+    this.u.setCursor({ left: inside ? ((place - this.x[0]) / (this.x[1] - this.x[0])) * this.u.over.clientWidth : -10, top: this.u.cursor.top }, false);
     this.#moving = false;
   }
 

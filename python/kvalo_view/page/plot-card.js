@@ -187,7 +187,11 @@ export class PlotCard extends Card {
       this.#send({ a: NaN, b: NaN, width, height }, false);
       return;
     }
-    const full = this.ownRange ?? x;
+    const full = this.ownRange;
+    if (!full) {
+      this.#send({ width, height }, false); // nobody knows the range yet: all of it
+      return;
+    }
     const [a, b] = [Math.max(x[0], full[0]), Math.min(x[1], full[1])];
     const follow = this.group === "time" && this.app.following;
     const masked = this.#masked;

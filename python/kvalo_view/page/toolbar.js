@@ -60,7 +60,7 @@ export class Toolbar {
   }
 
   #tab(page, selected) {
-    const tab = make("button", {
+    return make("button", {
       type: "button", role: "tab", "aria-selected": String(selected), "aria-controls": "charts", tabindex: selected ? "0" : "-1",
       onclick: () => this.app.setPage(page.id),
       onkeydown: (event) => {
@@ -71,7 +71,6 @@ export class Toolbar {
         this.app.setPage(next.id);
       },
     }, page.name || "Page");
-    return tab;
   }
 
   #bookmarks() {

@@ -40,7 +40,7 @@ export class ValuesPanel {
     const groups = [...new Set(cards.map((card) => card.group))];
     this.element.classList.toggle("wide", cards.some((card) => card.cursors.a !== null && card.cursors.b !== null));
     this.content.replaceChildren(...groups.flatMap((group) => this.#group(cards.filter((card) => card.group === group))));
-    if (!groups.length) this.content.append(make("p", { class: "soft" }, "Move the pointer over a chart, or focus one and use the arrow keys, to read its values."));
+    if (!groups.length) this.content.append(make("p", { class: "soft" }, "Point at a chart, or use the arrow keys, to read values."));
   }
 
   #group(cards) {
