@@ -23,10 +23,10 @@ constexpr size_t most_unpacked = 1 << 20;
 
 void unpack_both_ways(std::span<const uint8_t> packed) {
   namespace snappy = mirn2::rd::snappy;
-  const auto size = snappy::unpacked_size(packed);
+  const auto size = snappy::decompressed_size(packed);
   if (!size || *size > most_unpacked) return;
   std::vector<uint8_t> ours(*size), theirs(*size);
-  const bool is_fine = snappy::unpack(packed, ours);
+  const bool is_fine = snappy::decompress(packed, ours);
   static const auto codec = arrow::util::Codec::Create(arrow::Compression::SNAPPY).ValueOrDie();
   const auto unpacked = codec->Decompress(static_cast<int64_t>(packed.size()), packed.data(),
                                           static_cast<int64_t>(theirs.size()), theirs.data());

@@ -17,7 +17,7 @@ CALLED = {"c++", "linux", "asm-generic", "python3.11", "hdf5", "minizip"}
 # Where headers that come with Python packages lie, and the notice they need.
 PACKAGES = {"/pyarrow/include/": "arrow", "/ducc0/": "ducc0"}
 # Of this project.
-OWN = re.compile(r"kvalo\.cpython-311-.*\.so|lib(mirn\d|kvalo_\w+)\.so")
+OWN = re.compile(r"(kvalo|_view)\.cpython-311-.*\.so|lib(mirn\d|kvalo_\w+)\.so")
 
 
 def compiled_in(build: Path) -> dict[str, str]:

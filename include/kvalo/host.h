@@ -64,6 +64,7 @@ struct MIRN3_API var_t {
   static var_t of(int32_t v);
   static var_t of(uint32_t v);
   static var_t of(int64_t v);
+  static var_t of(uint64_t v);
   static var_t of(double v);
   static var_t of(const char* v);
 };

@@ -186,6 +186,7 @@ inline constexpr parameter_t parameter_table[] = {
     {"misc_set", "timelimits", "two float64: first and last time shown, in seconds"},
     {"misc_set", "globaltime", "float64: time of the cursor, in seconds"},
     {"misc_reset", "all", "none: the parameters of `set` and the bookmarks go back to their initial state"},
+    {"misc_close", "all", "none: every page and chart"},
     {"misc_close", "charts", "none, or uint64: id of the one chart"},
     {"misc_close", "pages", "none, or uint64: id of the one page"},
     {"misc_bookmark", "bookmark", "two float64: the earlier and the later time, in seconds"},

@@ -48,24 +48,4 @@ inline shared_vector<double> shared_vector<double>::clone() const {
   return copy;
 }
 
-inline void shared_vector<double>::watch() noexcept {
-  auto* kept = deleter();
-  if (kept == nullptr || kept->watched) return;
-  if (!kept->modified) {
-    kept->seen = mem::digest(data_, size_);
-    kept->seen_size = size_;
-  }
-  kept->watched = true;
-}
-
-inline bool shared_vector<double>::is_modified() const noexcept {
-  auto* kept = deleter();
-  if (kept == nullptr) return false;
-  if (!kept->modified && kept->watched) {
-    // Fewer elements than were seen: a prefix is gone since.
-    kept->modified = capacity_ < kept->seen_size || mem::digest(data_, kept->seen_size) != kept->seen;
-  }
-  return kept->modified;
-}
-
 }  // namespace mirn3

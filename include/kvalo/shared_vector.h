@@ -1,11 +1,13 @@
 // mirn3::shared_vector<double>: the one container that holds samples.
 //
-// A growable array of doubles whose buffer is counted by reference, so that a series, its Arrays, a
-// chart record and a NumPy view hold the very same samples. Every buffer is charged to the memory
-// budget (mirn3::mem) when it is made and given back once, when its last holder drops it.
+// A growable array of doubles whose buffer is counted by reference, so that a reader, a series, its
+// results and a chart record of a host show the very same samples. Whoever is about to write makes the
+// buffer its own first (make_unique), so every other holder keeps the samples it was given: to them a
+// share is a snapshot, which any thread may read for as long as it holds it. Every buffer is charged to
+// the memory budget (mirn3::mem) when it is made and given back once, when its last holder drops it.
 //
 // Growing never keeps the old content: whoever grows a vector refills it. Counting references is
-// thread safe; the samples themselves are not guarded.
+// thread safe. What the buffer knows besides (views, order) belongs to the interpreter lock.
 #pragma once
 
 #include <cstddef>
@@ -33,21 +35,18 @@ MIRN3_API double* allocate_samples(size_t n, Content content);
 // Frees what allocate_samples(n) returned.
 MIRN3_API void free_samples(double* buffer, size_t n) noexcept;
 
-// A cheap order-dependent digest of samples, to find out later whether somebody wrote into them.
-MIRN3_API uint64_t digest(const double* samples, size_t n) noexcept;
-
-// Owns the charge and the memory of one buffer, and remembers what has happened to its samples.
+// Owns the charge and the memory of one buffer, and knows what its holders must agree on.
 struct MIRN3_API BufferDeleter {
   enum class Origin : uint8_t { pool, heap };
 
   size_t n = 0;                  // elements charged
   size_t room = 0;               // elements the buffer was made for
   Origin origin = Origin::pool;  // allocate_samples, or malloc by whoever handed it over
-  bool modified = false;         // samples differ from what the source would give again
-  bool watched = false;          // handed out writable; `seen` tells whether it was written
-  bool common = false;           // one source's samples in several series: see mark_common
-  uint64_t seen = 0;             // digest at the time of handing out
-  size_t seen_size = 0;
+  uint32_t views = 0;            // writable views of scripts (memoryview, NumPy) that are open now
+
+  // The elements that are known to ascend strictly; empty when nothing is known.
+  const double* ascending_begin = nullptr;
+  const double* ascending_end = nullptr;
 
   void operator()(double* buffer) const noexcept;
 };
@@ -62,7 +61,7 @@ class shared_vector<double> {
  public:
   shared_vector() = default;
 
-  // Copies share: both see the same samples.
+  // Copies share the buffer.
   shared_vector(const shared_vector&) = default;
   shared_vector& operator=(const shared_vector&) = default;
   shared_vector(shared_vector&& other) noexcept { swap(other); }
@@ -137,36 +136,49 @@ class shared_vector<double> {
   // How many holders share the buffer; 0 without one.
   long holders() const noexcept { return owner_.use_count(); }
 
-  // Says that the samples were changed in a way that loading them again would lose.
-  void mark_modified() noexcept {
-    if (auto* kept = deleter()) kept->modified = true;
+  // Whether nobody else holds the buffer. What former holders on other threads read happened before.
+  bool is_unique() const noexcept {
+    // The count is read relaxed; taking and dropping a share orders this thread after the last release.
+    if (owner_.use_count() != 1) return owner_ == nullptr;
+    const std::shared_ptr<double> ordered = owner_;
+    return true;
   }
 
-  // Says that somebody outside may write the samples from now on (a buffer view).
-  void watch() noexcept;
+  // Before these samples are written: a buffer that others hold is left to them, and this vector goes on
+  // with a copy. Throws std::bad_alloc with nothing changed.
+  void make_unique() {
+    if (!is_unique()) *this = clone();
+    forget_order();
+  }
 
-  // Whether somebody outside may write, or may have written, the samples.
-  bool is_watched() const noexcept {
+  // Open views keep a buffer where it is, and whoever has one may write at any time; so a share of a
+  // viewed buffer is no snapshot.
+  bool is_viewed() const noexcept {
     const auto* kept = deleter();
-    return kept != nullptr && kept->watched;
+    return kept != nullptr && kept->views != 0;
+  }
+  void open_view() noexcept {
+    if (auto* kept = deleter()) ++kept->views;
+    forget_order();
+  }
+  void close_view() noexcept {
+    if (auto* kept = deleter()) --kept->views;
   }
 
-  // Whether the samples may differ from their source: marked, or written through a view.
-  bool is_modified() const noexcept;
+  // These samples, for a holder that they must not change under: shared, or copied while a view is open.
+  shared_vector snapshot() const { return is_viewed() ? clone() : *this; }
 
-  // Says that a source has handed these samples to more than one series, as it does with the time stamps of
-  // a table. From now on nobody writes into them: whoever wants to takes a copy first (own).
-  void mark_common() noexcept {
-    if (auto* kept = deleter()) kept->common = true;
-  }
-  bool is_common() const noexcept {
+  // What was found out about the order of the samples is kept with the buffer, so that computations that
+  // share one time vector look at it once. Writing through make_unique() or a view forgets it.
+  bool is_known_ascending() const noexcept {
     const auto* kept = deleter();
-    return kept != nullptr && kept->common;
+    return kept != nullptr && kept->ascending_begin <= data_ && data_ + size_ <= kept->ascending_end;
   }
-
-  // Makes the samples writable: common ones are copied.
-  void own() {
-    if (is_common()) *this = clone();
+  void remember_ascending() const noexcept {
+    auto* kept = deleter();
+    if (kept == nullptr || kept->views != 0) return;
+    kept->ascending_begin = data_;
+    kept->ascending_end = data_ + size_;
   }
 
   void swap(shared_vector& other) noexcept {
@@ -180,6 +192,10 @@ class shared_vector<double> {
   // Charges n elements, makes a buffer or takes the given one, and drops the old. A failure gives the charge
   // back, frees a buffer that was handed over, and leaves the vector as it was.
   void adopt(uint64_t n, double* buffer, mem::Content content);
+
+  void forget_order() noexcept {
+    if (auto* kept = deleter()) kept->ascending_end = nullptr;
+  }
 
   mem::BufferDeleter* deleter() const noexcept { return std::get_deleter<mem::BufferDeleter>(owner_); }
 

@@ -5,6 +5,7 @@ NotImplementedError; the README lists them.
 """
 
 import builtins
+import math
 from collections.abc import Iterator
 from typing import Any, NoReturn, TypeVar, overload
 
@@ -118,7 +119,7 @@ class Container:
     def merge(self, path: str) -> None:
         """Merge another file into this Container."""
     def split(
-        self, event: TimeSeries, prefix: str = ..., as_tuple: int = 0, limit: int = ...
+        self, event: TimeSeries, prefix: str = ..., as_tuple: int = 0, limit: int = 1000
     ) -> builtins.list[Container] | tuple[Container, ...]:
         """Split into other Containers."""
     def replace_xdata(self, series: TimeSeries, /) -> None:
@@ -350,7 +351,7 @@ def export_to_file(
 ) -> None:
     """Export a kvalo.Container or a list of kvalo.TimeSeries objects to a delimiter-separated values file."""
 
-def create_array(data: Any, count: int, /) -> Array:
+def create_array(capsule: Any, count: int, /) -> Array:
     """Create new kvalo.Array from a capsule (containing a pointer to the data) and its number of elements.
     The new instance will retain the ownership of the pointer.
     """
@@ -607,17 +608,19 @@ def hysteresis(series: TimeSeries, /, lower: float = 0.0, upper: float = 0.0) ->
     lower threshold.
     """
 
-def clamp(series: TimeSeries, /, lower: float = ..., upper: float = ...) -> TimeSeries:
+def clamp(series: TimeSeries, /, lower: float = -math.inf, upper: float = math.inf) -> TimeSeries:
     """If argument is less than lower limit, returns lower limit; otherwise if argument is greater than upper
     limit, returns higher limit; otherwise returns argument.
     """
 
 def drop(
-    series: TimeSeries, /, lim1: float = ..., lim2: float = ..., op1: str = "le", op2: str = "ge"
+    series: TimeSeries, /, lim1: float = -math.inf, lim2: float = math.inf, op1: str = "le", op2: str = "ge"
 ) -> TimeSeries:
     """Drop elements within either of the specified limits."""
 
-def in_range(series: TimeSeries, /, lower: float = ..., upper: float = ..., pers: float = 0.0) -> TimeSeries:
+def in_range(
+    series: TimeSeries, /, lower: float = -math.inf, upper: float = math.inf, pers: float = 0.0
+) -> TimeSeries:
     """Check whether argument is within boundaries."""
 
 def stale(series: TimeSeries, /, pers: float) -> TimeSeries:

@@ -1,9 +1,8 @@
-// What readers of typed columns share: raw numbers to doubles, the choice of the time axis, and the bound on
-// what one variable may ask for. Header only, so that every backend has its own copy.
+// What readers of typed columns share: raw numbers to doubles, the choice of the time axis, and the limit for
+// one variable. Header only, so that every backend has its own copy.
 #pragma once
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
@@ -20,6 +19,7 @@
 #include <vector>
 
 #include "runtime/exc.h"
+#include "runtime/machine.h"
 #include "runtime/mem.h"
 #include "runtime/str.h"
 
@@ -32,7 +32,7 @@ constexpr size_t width(Kind kind) noexcept {
   return widths[static_cast<size_t>(kind)];
 }
 
-// How a number lies in memory.
+// How a number is stored in memory.
 struct Number {
   Kind kind = Kind::f64;
   bool swapped = false;  // in the other byte order than this machine's
@@ -93,17 +93,11 @@ inline void widen(Number number, const unsigned char* from, size_t stride, size_
   table[static_cast<size_t>(number.kind)](number.swapped, from, stride, n, to);
 }
 
-inline bool is_time_name(std::string_view name) {
-  const std::string lower = mirn3::str::to_lower(name);
-  for (const char* known : {"time", "timestamp", "t", "time_s"}) {
-    if (lower == known) return true;
-  }
-  return false;
-}
+constexpr uint64_t most_columns = 4096;  // of a matrix; wider ones are pictures, not recordings
 
 constexpr size_t no_axis = SIZE_MAX;
 
-// A column that may serve its group as time.
+// A column that may be the time of its group.
 struct AxisCandidate {
   size_t column;  // whatever the caller counts
   uint64_t length;
@@ -121,7 +115,7 @@ class Axes {
     if (choice.first == no_axis) choice.first = candidate.column;
   }
 
-  // A column that can be no time itself: text, or half of a complex number.
+  // A column that cannot be the time: text, or half of a complex number.
   void add_other(uint64_t length) { ++by_length_[length].count; }
 
   size_t named(uint64_t length) const {
@@ -146,13 +140,10 @@ class Axes {
   std::map<uint64_t, Choice> by_length_;
 };
 
-// Throws when `samples` of one variable cannot be meant: their two vectors would need more than the budget
-// and more than half of the machine's memory. Files that lie about their sizes end here, before any
-// allocation.
+// Throws when the two vectors of `samples` samples would need more than the budget and more than half of the
+// machine's memory. So a file with wrong sizes fails before any allocation.
 inline void check_size(uint64_t samples, std::string_view name) {
-  const auto half_of_memory =
-      static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) / 2 * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-  const uint64_t most = std::max<uint64_t>(mirn3::mem::memory_bank, half_of_memory);
+  const uint64_t most = std::max<uint64_t>(mirn3::mem::memory_bank, mirn3::machine::physical_memory() / 2);
   if (samples <= most / 16) return;
   throw mirn3::exc::error_t(fmt::format(
       "Variable '{:s}' claims {:d} samples, which need more memory than the {:d} MB that this machine "

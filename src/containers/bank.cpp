@@ -1,9 +1,9 @@
+// The registry of containers and series: its tables, the look-up by name, and making room.
 #include "containers/bank.h"
 
 #include <algorithm>
 #include <regex>
 
-#include "containers/creation.h"
 #include "objects/detached.h"
 #include "objects/frame.h"
 #include "objects/time_series.h"
@@ -11,6 +11,7 @@
 #include "runtime/mem.h"
 #include "runtime/num.h"
 #include "runtime/num_ramp.h"
+#include "runtime/python_lock.h"
 
 namespace mirn2 {
 
@@ -22,9 +23,9 @@ namespace mirn2::rd {
 
 namespace {
 
-// A compiled expression that neither a long name nor a hostile pattern can turn into a crash or an
-// endless search: the automaton of the standard library's polynomial mode needs no recursion per
-// character. Back-references exist only in its recursive mode, which gets short names alone.
+// A compiled expression with which no long name and no hostile pattern can cause a crash or an endless
+// search: the standard library's polynomial mode does not recurse for each character. Back-references need
+// its recursive mode, which gets only short names.
 class Expression {
  public:
   explicit Expression(const std::string& text) {
@@ -54,7 +55,7 @@ class Expression {
   }
 
  private:
-  // Searching is matching with anything around: std::regex_search would start anew at every character.
+  // To search is to match with anything around: std::regex_search would start again at every character.
   void compile(const std::string& text, std::regex::flag_type flags) {
     whole_.assign(text, flags);
     anywhere_.assign("[\\s\\S]*(?:" + text + ")[\\s\\S]*", flags);
@@ -83,7 +84,12 @@ uint64_t Bank::add(std::shared_ptr<TimeSeries> series) {
   return variables_.emplace(series->id, std::move(series)).first->first;
 }
 
+void Bank::adopt(Container& container) {
+  for (auto& series : container.take_new_series()) add(std::move(series));
+}
+
 uint64_t Bank::add(std::shared_ptr<Container> container) {
+  adopt(*container);
   const std::lock_guard guard(lock_);
   container->id = mirn3::num::create_id();
   return containers_.emplace(container->id, std::move(container)).first->first;
@@ -104,8 +110,8 @@ std::shared_ptr<TimeSeries> Bank::find_by_id(uint64_t id) const {
   return found != variables_.end() ? found->second : nullptr;
 }
 
-// Entries leave the tables under the lock and are destroyed after it is released: what a series held
-// may be released in turn, and ask for the lock again.
+// Entries leave the tables under the lock and are destroyed after its release: what a series held is released
+// in turn, and may ask for the lock again.
 void Bank::drop(uint64_t id) noexcept {
   decltype(variables_)::node_type dropped;
   const std::lock_guard guard(lock_);
@@ -128,6 +134,16 @@ std::shared_ptr<TimeSeries> Bank::find(const std::string& text) const {
   return nullptr;
 }
 
+std::shared_ptr<TimeSeries> Bank::find_named(std::string_view name) const {
+  const std::lock_guard guard(lock_);
+  for (const auto which : {&TimeSeries::main_name, &TimeSeries::full_name}) {
+    for (const auto& [id, series] : variables_) {
+      if ((*series).*which == name) return series;
+    }
+  }
+  return nullptr;
+}
+
 std::vector<std::shared_ptr<TimeSeries>> Bank::list(const std::string& text) const {
   const Expression expression(text);
   std::vector<std::shared_ptr<TimeSeries>> matches;
@@ -138,47 +154,34 @@ std::vector<std::shared_ptr<TimeSeries>> Bank::list(const std::string& text) con
   return matches;
 }
 
-std::shared_ptr<Container> Bank::find_compatible(const std::filesystem::path& path, double ratio) const {
-  const std::shared_ptr<Container> candidate = create_container_from_file(path, false);
-  if (!candidate) {
-    PyErr_Clear();  // logged already; a file that cannot be read is compatible with nothing
-    return nullptr;
-  }
-  std::vector<std::string> names;
-  for (const auto& series : candidate->variables()) names.push_back(series->main_name);
+std::vector<std::shared_ptr<Container>> Bank::containers() const {
+  std::vector<std::shared_ptr<Container>> all;
   const std::lock_guard guard(lock_);
-  for (const auto& [id, container] : containers_) {
-    double count = 0.0;
-    for (const std::string& name : names) count += container->has_main_name(name) ? 1.0 : 0.0;
-    if (count / static_cast<double>(names.size()) >= ratio) return container;
-  }
-  return nullptr;
+  for (const auto& [id, container] : containers_) all.push_back(container);
+  return all;
 }
 
 void Bank::reserve_memory() {
   namespace mem = mirn3::mem;
   const auto has_room = [] { return mem::memory_used < mem::memory_bank; };
   if (has_room()) return;
-  const PyGILState_STATE state = PyGILState_Ensure();
-  {
-    std::vector<Ref> dropped;
-    const std::lock_guard guard(lock_);
-    mirn3::num::forget_ramp();
-    for (const auto& [id, container] : containers_) {
-      if (has_room()) break;
-      for (const auto& reader : container->readers()) reader->forget();
-    }
-    std::vector<TimeSeries*> oldest_first;
-    for (const auto& [id, series] : variables_) {
-      if (series->is_loaded()) oldest_first.push_back(series.get());
-    }
-    std::ranges::stable_sort(oldest_first, {}, &TimeSeries::last_load);
-    for (TimeSeries* series : oldest_first) {
-      if (has_room()) break;
-      unload(*series, dropped);
-    }
+  const mirn3::python::Lock interpreter;
+  std::vector<Ref> dropped;  // released after the lock of the tables, before the interpreter's
+  const std::lock_guard guard(lock_);
+  mirn3::num::forget_ramp();
+  for (const auto& [id, container] : containers_) {
+    if (has_room()) break;
+    for (const auto& reader : container->readers()) reader->forget();
   }
-  PyGILState_Release(state);
+  std::vector<TimeSeries*> oldest_first;
+  for (const auto& [id, series] : variables_) {
+    if (series->is_loaded()) oldest_first.push_back(series.get());
+  }
+  std::ranges::stable_sort(oldest_first, {}, &TimeSeries::last_load);
+  for (TimeSeries* series : oldest_first) {
+    if (has_room()) break;
+    unload(*series, dropped);
+  }
 }
 
 }  // namespace mirn2::rd

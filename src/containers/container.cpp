@@ -1,6 +1,6 @@
+// A loaded source: how its reader's variable tree becomes series.
 #include "containers/container.h"
 
-#include "containers/bank.h"
 #include "objects/frame.h"
 #include "objects/time_series.h"
 #include "runtime/num.h"
@@ -9,7 +9,7 @@ namespace mirn2 {
 
 Container::Container() : id(mirn3::num::create_id()) {}
 
-// Collects what a reader brings, and makes it part of the container only when all of it is there.
+// Collects what a reader offers, and adds it to the container when it is complete.
 class Container::Insertion {
  public:
   explicit Insertion(Container& container) : container_(container) {}
@@ -23,7 +23,8 @@ class Container::Insertion {
     }
   }
 
-  void commit(const std::shared_ptr<rd::Reader>& reader, bool enter) {
+  void commit(const std::shared_ptr<rd::Reader>& reader) {
+    container_.new_series_.insert(container_.new_series_.end(), created_.begin(), created_.end());
     for (Entry& entry : entries_) {
       const size_t position = container_.order_.size();
       container_.by_main_name_.emplace(entry.main_name, position);
@@ -37,13 +38,6 @@ class Container::Insertion {
     for (const auto& [parent, child] : links_) {
       child->parents.push_back(parent);
       parent->children.push_back(child);
-    }
-    for (const auto& series : created_) {
-      if (enter) {
-        bank().add(series);
-      } else {
-        container_.unregistered_.push_back(series);
-      }
     }
   }
 
@@ -85,7 +79,7 @@ class Container::Insertion {
   std::unordered_map<std::string, std::shared_ptr<TimeSeries>> new_by_full_name_;
 };
 
-void Container::insert_reader(std::shared_ptr<rd::Reader> reader, bool enter) {
+void Container::insert_reader(std::shared_ptr<rd::Reader> reader) {
   const Trace trace("insert_reader");
   without_gil([&] {
     const rd::Reader::Turn one_at_a_time(*reader);
@@ -96,7 +90,7 @@ void Container::insert_reader(std::shared_ptr<rd::Reader> reader, bool enter) {
     const Trace family("build_family");
     insertion.build_family(reader->variables(), nullptr);
   }
-  insertion.commit(reader, enter);
+  insertion.commit(reader);
   readers_.push_back(std::move(reader));
 }
 
@@ -120,7 +114,7 @@ bool Container::add_derived(const std::shared_ptr<TimeSeries>& source, const std
     series->parents.push_back(parent);
     parent->children.push_back(series);
   }
-  bank().add(series);
+  new_series_.push_back(std::move(series));
   return true;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "objects/series.h"
@@ -23,21 +24,25 @@ class Container {
   ContainerObject* object = nullptr;  // the script object that shows it; not counted
   std::string name;
 
-  // Makes the reader's variables part of this container: finds or creates one series for every node
-  // of its variable tree. With `enter`, new series are entered into the registry. Nothing changes if
-  // this throws.
-  void insert_reader(std::shared_ptr<rd::Reader> reader, bool enter);
+  // Scans the reader and makes its variables part of this container: finds or creates one series for every
+  // node of its variable tree. Nothing changes if this throws.
+  void insert_reader(std::shared_ptr<rd::Reader> reader);
 
-  // Adds a variable that is computed from another one, beside it: it has the same parents. Entered into the
-  // registry. Does nothing when there is a variable of that full name; answers whether it was added.
+  // Adds a variable that is computed from another one and has the same parents. Returns false, and does
+  // nothing, if there is a variable of that full name.
   bool add_derived(const std::shared_ptr<TimeSeries>& source, const std::string& main_name,
                    std::shared_ptr<rd::Reader> reader);
+
+  // Hands over the series that were created since the last call. Until then the container owns them.
+  std::vector<std::shared_ptr<TimeSeries>> take_new_series() noexcept {
+    return std::exchange(new_series_, {});
+  }
 
   // One per loaded source, in load order.
   const std::vector<std::shared_ptr<rd::Reader>>& readers() const noexcept { return readers_; }
 
-  // Every variable, groups before their members, in the order in which sources declare them; entries
-  // whose series is gone are left out of variables(), not of count().
+  // Every variable, groups before their members, in the order of their declaration. variables() leaves out
+  // entries whose series is gone; count() does not.
   std::vector<std::shared_ptr<TimeSeries>> variables() const;
   size_t count() const noexcept { return order_.size(); }
 
@@ -57,13 +62,13 @@ class Container {
 
   class Insertion;
 
-  // By main name, every entry that carries it, in order; by full name, the entry that find-or-create
-  // gives: fields called alike in different groups stay apart.
+  // By main name, every entry with that name, in order; by full name, the entry that find-or-create returns:
+  // fields of one name in different groups stay apart.
   std::vector<Entry> order_;
   std::unordered_multimap<std::string, size_t> by_main_name_;
   std::unordered_map<std::string, size_t> by_full_name_;
   std::vector<std::shared_ptr<rd::Reader>> readers_;
-  std::vector<std::shared_ptr<TimeSeries>> unregistered_;  // owned here when the registry does not
+  std::vector<std::shared_ptr<TimeSeries>> new_series_;
 };
 
 }  // namespace mirn2

@@ -6,15 +6,14 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "containers/archives.h"
+#include "containers/assembly.h"
 #include "containers/bank.h"
-#include "containers/creation.h"
 #include "containers/derived_readers.h"
 #include "containers/realtime.h"
-#include "objects/frame.h"
-#include "objects/lending.h"
+#include "hostlink/send.h"
+#include "objects/row.h"
 #include "objects/time_series.h"
-#include "objects/unavailable.h"
-#include "runtime/ilc.h"
 #include "runtime/num.h"
 #include "runtime/num_merge.h"
 #include "runtime/rtd.h"
@@ -27,7 +26,6 @@ namespace {
 ContainerObject* self_of(PyObject* self) { return reinterpret_cast<ContainerObject*>(self); }
 
 constexpr uint64_t initial_flags = 9;
-constexpr unsigned long long default_split_limit = 1000;
 constexpr size_t random_prefix_length = 8;
 
 // ---- life and death ----
@@ -42,7 +40,7 @@ PyObject* container_new(PyTypeObject* type, PyObject*, PyObject*) {
   });
 }
 
-// Takes the container out of the registry; its variables go with the attributes that show them.
+// Removes the container from the registry; its variables leave with the attributes that show them.
 void leave_registry(ContainerObject* self) noexcept {
   if (self->container == nullptr) return;
   const std::shared_ptr<Container> container = std::move(*self->container);
@@ -50,7 +48,7 @@ void leave_registry(ContainerObject* self) noexcept {
   container->object = nullptr;
   if (series_registry != nullptr) {
     bank().drop_container(container->id);
-    // What a failed construction has not shown yet would stay for ever.
+    // Series that a failed construction has not shown yet would stay forever.
     for (const auto& series : container->variables()) {
       if (series->shown_by.empty()) series_registry->drop(series->id);
     }
@@ -104,9 +102,9 @@ void post_init(ContainerObject* self) {
   }
 }
 
-// The host hears of it too; the exception that creation left tells the script.
+// Reports the failure to the host too; the script gets the exception that creation left.
 [[noreturn]] void fail_with_host(const char* text) {
-  if (mirn3::ilc::channel != nullptr) mirn3::ilc::channel->send_error(text);
+  hostlink::report_error(text);
   if (PyErr_Occurred() == nullptr) PyErr_SetString(PyExc_Exception, text);
   throw python_error();
 }
@@ -120,8 +118,8 @@ void attach(ContainerObject* self, std::shared_ptr<Container> container, Contain
 void open_file(ContainerObject* self, ContainerRequest request) {
   const bool with_plugin = request.plugin.size() >= 2;
   std::shared_ptr<Container> container = with_plugin
-                                             ? create_container_from_file(request.path, request.plugin)
-                                             : create_container_from_file(request.path, true);
+                                             ? create_container_with_plugin(request.path, request.plugin)
+                                             : create_container_from_file(request.path);
   if (!container) fail_with_host("File is not compatible!");
   if (!with_plugin) request.plugin.clear();
   attach(self, std::move(container), std::move(request));
@@ -135,37 +133,24 @@ void open_realtime(ContainerObject* self, ContainerRequest request) {
   prepare_receiving(**self->container);
 }
 
-int container_init(PyObject* object, PyObject* args, PyObject* kwargs) {
-  return guard(
-      PyExc_Exception,
-      [&] {
-        static const char* keywords[] = {"path", "plugin", "tini", "tend", "realtime", "samples", nullptr};
-        const char* path = nullptr;
-        const char* plugin = nullptr;
-        ContainerRequest request;
-        unsigned char realtime = 0;
-        if (!PyArg_ParseTupleAndKeywords(args, kwargs, "|ssddbI", const_cast<char**>(keywords), &path,
-                                         &plugin, &request.tini, &request.tend, &realtime,
-                                         &request.samples)) {
-          throw python_error();
-        }
-        if (request.tini >= request.tend) {
-          fail(PyExc_ValueError, "Final time must be greater than initial time");
-        }
-        leave_registry(self_of(object));  // a second __init__ starts over
-        Py_CLEAR(self_of(object)->dict);
-        request.plugin = plugin != nullptr ? plugin : "";
-        if (path != nullptr) {
-          request.path = path;
-          open_file(self_of(object), std::move(request));
-        } else if (realtime != 0 && !request.plugin.empty()) {
-          open_realtime(self_of(object), std::move(request));
-        } else {
-          fail(PyExc_Exception, "Must provide path!");
-        }
-        return 0;
-      },
-      -1);
+void container_init(PyObject* object, const char* path, const char* plugin, std::optional<double> tini,
+                    std::optional<double> tend, unsigned char realtime, unsigned int samples) {
+  ContainerRequest request;
+  request.tini = tini.value_or(request.tini);
+  request.tend = tend.value_or(request.tend);
+  request.samples = samples;
+  if (request.tini >= request.tend) fail(PyExc_ValueError, "Final time must be greater than initial time");
+  leave_registry(self_of(object));  // a second __init__ starts over
+  Py_CLEAR(self_of(object)->dict);
+  request.plugin = plugin != nullptr ? plugin : "";
+  if (path != nullptr) {
+    request.path = path;
+    open_file(self_of(object), std::move(request));
+  } else if (realtime != 0 && !request.plugin.empty()) {
+    open_realtime(self_of(object), std::move(request));
+  } else {
+    fail(PyExc_Exception, "Must provide path!");
+  }
 }
 
 PyObject* container_repr(PyObject* object) {
@@ -202,99 +187,67 @@ int container_set_subscript(PyObject*, PyObject*, PyObject*) {
 
 // ---- methods ----
 
-PyObject* container_get_path(PyObject* object, PyObject*) {
-  return guard(PyExc_Exception, [&] {
-    Ref paths = checked(PyList_New(0));
-    const ContainerObject* self = self_of(object);
-    if (self->container == nullptr) return paths.release();
-    for (const auto& reader : (*self->container)->readers()) {
-      const std::string path = source_path(*reader).string();
-      const Ref text =
-          checked(PyUnicode_DecodeFSDefaultAndSize(path.data(), static_cast<Py_ssize_t>(path.size())));
-      if (PyList_Append(paths.get(), text.get()) < 0) throw python_error();
-    }
-    return paths.release();
-  });
+Ref container_get_path(PyObject* object) {
+  Ref paths = checked(PyList_New(0));
+  const ContainerObject* self = self_of(object);
+  if (self->container == nullptr) return paths;
+  for (const auto& reader : (*self->container)->readers()) {
+    const std::string path = source_path(*reader).string();
+    const Ref text =
+        checked(PyUnicode_DecodeFSDefaultAndSize(path.data(), static_cast<Py_ssize_t>(path.size())));
+    if (PyList_Append(paths.get(), text.get()) < 0) throw python_error();
+  }
+  return paths;
 }
 
-PyObject* container_get_size(PyObject* object, PyObject*) {
-  return PyLong_FromSsize_t(container_length(object));
-}
+uint64_t container_get_size(PyObject* object) { return static_cast<uint64_t>(container_length(object)); }
 
 struct AxisOf {
   AxisScale TimeSeries::*scale;
-  Samples TimeSeries::*samples;
+  ColumnPtr TimeSeries::*column;
 };
 constexpr AxisOf x_axis{&TimeSeries::x_scale, &TimeSeries::x};
 constexpr AxisOf y_axis{&TimeSeries::y_scale, &TimeSeries::y};
 
-template <const AxisOf& axis, Name name>
-PyObject* container_scale(PyObject* object, PyObject* args) {
-  return guard(PyExc_ValueError, [&]() -> PyObject* {
-    refuse_online(name.text);
-    require_count(args, 2, name.text);
-    const double gain = number_argument(PyTuple_GET_ITEM(args, 0), "Gain must be a number");
-    const double offset = number_argument(PyTuple_GET_ITEM(args, 1), "Offset must be a number");
-    const ContainerObject* self = self_of(object);
-    if (self->container != nullptr) {
-      for (const auto& series : (*self->container)->variables()) {
-        scale_axis(*series, axis.scale, axis.samples, {gain, offset});
-      }
-    }
-    Py_RETURN_NONE;
-  });
-}
-
-PyObject* container_merge(PyObject* object, PyObject* args, PyObject* kwargs) {
-  return guard(PyExc_Exception, [&]() -> PyObject* {
-    const Trace trace("merge");
-    refuse_online("merge");
-    static const char* keywords[] = {"path", nullptr};
-    const char* path = nullptr;
-    if (!PyArg_ParseTupleAndKeywords(args, kwargs, "s", const_cast<char**>(keywords), &path)) {
-      throw python_error();
-    }
-    merge_file(self_of(object), path);
-    Py_RETURN_NONE;
-  });
-}
-
-// Gives a record that is loaded the stamps of its clock; every object that shows it sees them.
-void apply_clock(const std::shared_ptr<TimeSeries>& record) {
-  if (!record->is_loaded()) return;
-  LoadedSamples samples{record->x, record->y};
-  set_clock(samples, record->clock, record->full_name);
-  part_with_times(*record);
-  record->x = samples.x;
-  for (TimeSeriesObject* object : record->shown_by) {
-    if (ArrayObject* array = as_array(object->xdata)) show_times(array, record);
+template <const AxisOf& axis>
+void container_scale(PyObject* object, PyObject* gain_argument, PyObject* offset_argument) {
+  const double gain = number_argument(gain_argument, "Gain must be a number");
+  const double offset = number_argument(offset_argument, "Offset must be a number");
+  const ContainerObject* self = self_of(object);
+  if (self->container == nullptr) return;
+  for (const auto& series : (*self->container)->variables()) {
+    scale_axis(*series, axis.scale, axis.column, {gain, offset});
   }
 }
 
-PyObject* container_replace_xdata(PyObject* object, PyObject* args) {
-  return guard(PyExc_Exception, [&]() -> PyObject* {
-    const Trace trace("replace_xdata");
-    refuse_online("replace_xdata");
-    require_count(args, 1, "replace_xdata");
-    const Operand clock(series_argument(PyTuple_GET_ITEM(args, 0)));
-    if (clock.size() == 0) fail(PyExc_ValueError, "'{:s}' has no values to take as time", clock.name());
-    if (!mirn3::num::is_strictly_ascending(clock.y())) {
-      fail(PyExc_ValueError,
-           "Values must be strictly increasing, i.e, any value at index 'k' is bigger than the one at 'k-1'");
-    }
-    const ContainerObject* self = self_of(object);
-    if (self->container == nullptr) Py_RETURN_NONE;
-    Samples stamps;
-    stamps.resize_for_overwrite(clock.size());
-    std::ranges::copy(clock.y(), stamps.data());
-    stamps.mark_common();
-    for (const auto& series : (*self->container)->variables()) {
-      series->clock = stamps;
-      series->x_scale = {};  // it was meant for the former stamps
-      apply_clock(series);
-    }
-    Py_RETURN_NONE;
-  });
+void container_merge(PyObject* object, const char* path) { merge_file(self_of(object), path); }
+
+// Gives a loaded record the stamps of its clock, in every object that shows it.
+void apply_clock(const std::shared_ptr<TimeSeries>& record) {
+  if (!record->is_loaded()) return;
+  LoadedSamples samples{record->x->hold(), record->y->hold()};
+  set_clock(samples, record->clock, record->full_name);
+  if (samples.x.data() == record->x->hold().data()) return;
+  record->x->replace(std::move(samples.x), Column::Change::repeated_by_loading);
+}
+
+void container_replace_xdata(PyObject* object, PyObject* clock_argument) {
+  const Operand clock(series_argument(clock_argument));
+  if (clock.size() == 0) fail(PyExc_ValueError, "'{:s}' has no values to take as time", clock.name());
+  if (!mirn3::num::is_strictly_ascending(clock.y())) {
+    fail(PyExc_ValueError,
+         "Values must be strictly increasing, i.e, any value at index 'k' is bigger than the one at 'k-1'");
+  }
+  const ContainerObject* self = self_of(object);
+  if (self->container == nullptr) return;
+  Samples stamps;
+  stamps.resize_for_overwrite(clock.size());
+  std::ranges::copy(clock.y(), stamps.data());
+  for (const auto& series : (*self->container)->variables()) {
+    series->clock = stamps;
+    series->x_scale = {};  // it applied to the earlier stamps
+    apply_clock(series);
+  }
 }
 
 // An event lasts from the first sample that is not zero to the sample that is zero again, or to the end.
@@ -310,64 +263,48 @@ std::vector<rd::TimeWindow> event_windows(const Operand& event) {
   return windows;
 }
 
-PyObject* container_split(PyObject* object, PyObject* args, PyObject* kwargs) {
-  return guard(PyExc_ValueError, [&] {
-    const Trace trace("split");
-    refuse_online("split");
-    static const char* keywords[] = {"event", "prefix", "as_tuple", "limit", nullptr};
-    PyObject* event = nullptr;
-    const char* prefix_argument = nullptr;
-    int as_tuple = 0;
-    unsigned long long limit = default_split_limit;
-    if (!PyArg_ParseTupleAndKeywords(args, kwargs, "O|siK", const_cast<char**>(keywords), &event,
-                                     &prefix_argument, &as_tuple, &limit)) {
-      throw python_error();
-    }
-    const std::string prefix =
-        prefix_argument != nullptr ? prefix_argument : mirn3::str::random(random_prefix_length);
-    TimeSeriesObject* series = series_argument(event);
-    const ContainerObject* self = self_of(object);
-    if (container_length(object) == 0) {
-      fail(PyExc_ValueError, "This function cannot be used with empty containers.");
-    }
-    const std::shared_ptr<Container> whole = *self->container;
-    const std::vector<rd::TimeWindow> windows = event_windows(Operand(series));
-    if (windows.empty()) fail(PyExc_ValueError, "No event has been detected");
-    if (windows.size() > limit) {
-      fail(PyExc_ValueError, "Number of detected events ({:d}) exceeds the limit ({:d})", windows.size(),
-           limit);
-    }
-    Ref pieces = checked(PyList_New(0));
-    for (const rd::TimeWindow& window : windows) {
-      const size_t number = static_cast<size_t>(PyList_GET_SIZE(pieces.get())) + 1;
-      const auto piece = create_container_from_window(*whole, window);
-      piece->name = fmt::format("{:s}_{:d}", prefix, number);
-      const Ref shown = show_container(piece, {.path = self->request->path});
-      if (PyList_Append(pieces.get(), shown.get()) < 0) throw python_error();
-    }
-    return as_tuple != 0 ? PyList_AsTuple(pieces.get()) : pieces.release();
-  });
+PyObject* container_split(PyObject* object, PyObject* event, const char* prefix_argument, int as_tuple,
+                          unsigned long long limit) {
+  const std::string prefix =
+      prefix_argument != nullptr ? prefix_argument : mirn3::str::random(random_prefix_length);
+  TimeSeriesObject* series = series_argument(event);
+  const ContainerObject* self = self_of(object);
+  if (container_length(object) == 0) {
+    fail(PyExc_ValueError, "This function cannot be used with empty containers.");
+  }
+  const std::shared_ptr<Container> whole = *self->container;
+  const std::vector<rd::TimeWindow> windows = event_windows(Operand(series));
+  if (windows.empty()) fail(PyExc_ValueError, "No event has been detected");
+  if (windows.size() > limit) {
+    fail(PyExc_ValueError, "Number of detected events ({:d}) exceeds the limit ({:d})", windows.size(),
+         limit);
+  }
+  Ref pieces = checked(PyList_New(0));
+  for (const rd::TimeWindow& window : windows) {
+    const size_t number = static_cast<size_t>(PyList_GET_SIZE(pieces.get())) + 1;
+    const auto piece = create_container_from_window(*whole, window);
+    piece->name = fmt::format("{:s}_{:d}", prefix, number);
+    const Ref shown = show_container(piece, {.path = self->request->path});
+    if (PyList_Append(pieces.get(), shown.get()) < 0) throw python_error();
+  }
+  return as_tuple != 0 ? PyList_AsTuple(pieces.get()) : pieces.release();
 }
 
 // ---- real time ----
 
-template <typename Work>
-PyObject* with_container(PyObject* object, Work&& work) {
-  return guard(PyExc_RuntimeError, [&]() -> PyObject* {
-    if (self_of(object)->container != nullptr) {
-      const std::shared_ptr<Container> container = *self_of(object)->container;
-      work(*container);
-    }
-    Py_RETURN_NONE;
-  });
+template <auto work>
+void with_container(PyObject* object) {
+  if (self_of(object)->container == nullptr) return;
+  const std::shared_ptr<Container> container = *self_of(object)->container;
+  work(*container);
 }
 
-PyObject* container_rt_read(PyObject* object, PyObject*) {
+void container_rt_read(PyObject* object) {
   const unsigned int samples = self_of(object)->request->samples;
-  return with_container(object, [samples](Container& container) { read_received(container, samples); });
+  if (self_of(object)->container == nullptr) return;
+  const std::shared_ptr<Container> container = *self_of(object)->container;
+  read_received(*container, samples);
 }
-PyObject* container_rt_start(PyObject* object, PyObject*) { return with_container(object, start_receiving); }
-PyObject* container_rt_stop(PyObject* object, PyObject*) { return with_container(object, stop_receiving); }
 
 // ---- tables ----
 
@@ -383,23 +320,37 @@ PyMemberDef container_members[] = {
     {nullptr, 0, 0, 0, nullptr},
 };
 
+constexpr Frame plain{.failures = &PyExc_Exception};
+constexpr Frame live{.failures = &PyExc_RuntimeError};
+
 PyMethodDef container_methods[] = {
-    {"get_path", container_get_path, METH_NOARGS, "Return container's list of paths"},
-    {"get_size", container_get_size, METH_NOARGS, "Return container's children count"},
-    {"axpb", container_scale<x_axis, "axpb">, METH_VARARGS,
-     "Apply gain and offset to x-axis values, as in A*X + B"},
-    {"aypb", container_scale<y_axis, "aypb">, METH_VARARGS,
-     "Apply gain and offset to y-axis values, as in A*Y + B"},
-    {"merge", with_keywords(container_merge), METH_VARARGS | METH_KEYWORDS,
-     "Merge another file into this Container"},
-    {"split", with_keywords(container_split), METH_VARARGS | METH_KEYWORDS, "Split into other Containers"},
-    {"replace_xdata", container_replace_xdata, METH_VARARGS,
-     "Replace current time values by a TimeSeries y-axis values"},
-    {"rt_read", container_rt_read, METH_NOARGS, "Refresh data received from connection (real-time only)"},
-    {"rt_start", container_rt_start, METH_NOARGS, "Start data acquisition (real-time only)"},
-    {"rt_stop", container_rt_stop, METH_NOARGS, "Stop data acquisition (real-time only)"},
-    {nullptr, nullptr, 0, nullptr},
+    row<"get_path", "($self, /)", "", "Return container's list of paths", container_get_path, plain>(),
+    row<"get_size", "($self, /)", "", "Return container's children count", container_get_size>(),
+    row<"axpb", "($self, a, b, /)", "OO", "Apply gain and offset to x-axis values, as in A*X + B",
+        container_scale<x_axis>, Frame{.online = "axpb", .counted = "axpb"}>(),
+    row<"aypb", "($self, a, b, /)", "OO", "Apply gain and offset to y-axis values, as in A*Y + B",
+        container_scale<y_axis>, Frame{.online = "aypb", .counted = "aypb"}>(),
+    row<"merge", "($self, path)", "s", "Merge another file into this Container", container_merge,
+        Frame{.failures = &PyExc_Exception, .trace = "merge", .online = "merge"}>(),
+    row<"split", "($self, event, prefix=..., as_tuple=0, limit=1000)", "O|siK", "Split into other Containers",
+        container_split, Frame{.trace = "split", .online = "split"}>(),
+    row<"replace_xdata", "($self, series, /)", "O",
+        "Replace current time values by a TimeSeries y-axis values", container_replace_xdata,
+        Frame{.failures = &PyExc_Exception,
+              .trace = "replace_xdata",
+              .online = "replace_xdata",
+              .counted = "replace_xdata"}>(),
+    row<"rt_read", "($self, /)", "", "Refresh data received from connection (real-time only)",
+        container_rt_read, live>(),
+    row<"rt_start", "($self, /)", "", "Start data acquisition (real-time only)",
+        with_container<start_receiving>, live>(),
+    row<"rt_stop", "($self, /)", "", "Stop data acquisition (real-time only)", with_container<stop_receiving>,
+        live>(),
+    {},
 };
+
+// What a Container is made from.
+constexpr Name parameters = "(path=..., plugin=..., tini=..., tend=..., realtime=0, samples=300)";
 
 }  // namespace
 
@@ -417,7 +368,7 @@ void merge_file(ContainerObject* self, const std::string& path) {
   if (self->container == nullptr)
     fail(PyExc_Exception, "The container is empty: there is nothing to merge into");
   const std::shared_ptr<Container> container = *self->container;
-  container->insert_reader(create_reader_from_file(path), true);
+  add_file(*container, path);
   post_init(self);
 }
 
@@ -429,14 +380,14 @@ PyTypeObject ContainerType = {
     .tp_repr = container_repr,
     .tp_as_mapping = &container_mapping,
     .tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC,
-    .tp_doc = "Kvalo Container object",
+    .tp_doc = signature::docstring<"Container", parameters, "Kvalo Container object">.data(),
     .tp_traverse = container_traverse,
     .tp_clear = container_clear,
     .tp_methods = container_methods,
     .tp_members = container_members,
     .tp_getset = instance_dict_getset,
     .tp_dictoffset = offsetof(ContainerObject, dict),
-    .tp_init = container_init,
+    .tp_init = constructor<"Container", parameters, "|ssddbI", container_init, plain>,
     .tp_new = container_new,
 };
 

@@ -11,13 +11,13 @@
 
 namespace mirn2 {
 
-// What construction stores beside the container itself.
+// What construction stores in addition to the container.
 struct ContainerRequest {
   std::string path;
   std::string plugin;
   double tini = earliest_time;
   double tend = latest_time;
-  unsigned int samples = 300;  // of a live source: how many each variable keeps at least
+  unsigned int samples = 300;  // of a live source: each variable keeps at least so many
 };
 
 struct ContainerObject {
@@ -30,7 +30,7 @@ struct ContainerObject {
 
 extern PyTypeObject ContainerType;
 
-// The object as a container when it is one (or a subtype), else null; accepts null.
+// The object as a container if it is one (or a subtype), else null; accepts null.
 ContainerObject* as_container(PyObject* object) noexcept;
 
 // A new script object for a container that was made without one. Throws python_error.

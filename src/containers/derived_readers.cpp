@@ -1,5 +1,4 @@
-#include <Python.h>
-
+// Bit fields and pieces of other series, made from whatever samples those have when they are asked.
 #include "containers/derived_readers.h"
 
 #include <algorithm>
@@ -7,24 +6,21 @@
 #include <optional>
 
 #include "runtime/exc.h"
+#include "runtime/python_lock.h"
 
 namespace mirn2::rd {
 
 namespace {
 
-// The samples of a series as it is now. Called without the interpreter lock, under which the vectors of a
-// record change.
+// The samples of a series as it is now. Call without the interpreter lock.
 LoadedSamples samples_of(const TimeSeries& record) {
   std::optional<LoadPlan> plan;
-  LoadedSamples loaded;
-  const PyGILState_STATE state = PyGILState_Ensure();
-  if (record.is_loaded()) {
-    loaded = {record.x, record.y};
-  } else {
+  {
+    const mirn3::python::Lock interpreter;
+    if (record.is_loaded()) return {record.x->snapshot(), record.y->snapshot()};
     plan.emplace(record);
   }
-  PyGILState_Release(state);
-  return plan ? plan->run() : loaded;
+  return plan->run();
 }
 
 void cut(const LoadedSamples& from, TimeWindow window, rto_t& to) {
@@ -49,10 +45,9 @@ void cut(const LoadedSamples& from, TimeWindow window, rto_t& to) {
 
 LoadedSamples ReaderUnpacked::decode(const LoadedSamples& source) const {
   LoadedSamples decoded;
-  // A source's stamps may be changed apart from these.
-  decoded.x = source.x.is_common() ? source.x : source.x.clone();
+  decoded.x = source.x;
   decoded.y.resize_for_overwrite(source.y.size());
-  fn::kernels::unpack(source.y.span(), field_, coding_, decoded.y.span());
+  kernels::decode_bits(source.y.span(), field_, coding_, decoded.y.span());
   return decoded;
 }
 

@@ -1,7 +1,7 @@
 // Readers whose source is another series: bit fields unpacked from it, and pieces cut out of it.
 //
-// They load their source when they are asked, through its own readers, so that nothing is read before it is
-// needed; samples that a script has changed are taken as they are.
+// A load of theirs loads the source, through its own readers, so nothing is read before it is needed; samples
+// that a script has changed are used as they are.
 #pragma once
 
 #include <memory>
@@ -9,7 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "functions/kernels/unpack.h"
+#include "kernels/bit_field.h"
 #include "objects/series.h"
 #include "readers/reader.h"
 
@@ -18,7 +18,7 @@ namespace mirn2::rd {
 // One variable, decoded from the bits of another.
 class ReaderUnpacked : public Reader {
  public:
-  ReaderUnpacked(std::shared_ptr<TimeSeries> source, fn::kernels::BitField field, fn::kernels::Coding coding)
+  ReaderUnpacked(std::shared_ptr<TimeSeries> source, kernels::BitField field, kernels::Coding coding)
       : Reader({}), source_(std::move(source)), field_(field), coding_(coding) {}
 
   void scan() override {}
@@ -31,21 +31,21 @@ class ReaderUnpacked : public Reader {
 
  private:
   std::shared_ptr<TimeSeries> source_;
-  fn::kernels::BitField field_;
-  fn::kernels::Coding coding_;
+  kernels::BitField field_;
+  kernels::Coding coding_;
 };
 
-// A stretch of time: both ends belong to it.
+// A stretch of time, including both ends.
 struct TimeWindow {
   double first;
   double last;
 };
 
-// The variables of a container between two times. A variable that has no sample at the beginning of the
-// window, but one before it, gets one there with the value held.
+// The variables of a container between two times. A variable without a sample at the beginning of the window,
+// but with one before it, gets a sample there with that value.
 class ReaderWindow : public Reader {
  public:
-  // `path` is what the script is told as the source's path.
+  // The script gets `path` as the source's path.
   ReaderWindow(std::filesystem::path path, const std::vector<std::shared_ptr<TimeSeries>>& variables,
                TimeWindow window);
 

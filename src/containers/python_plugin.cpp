@@ -1,3 +1,4 @@
+// Finds, loads and calls plug-ins written in Python.
 #include "containers/python_plugin.h"
 
 #include <algorithm>
@@ -131,7 +132,7 @@ Found module_of(const fs::path& file) {
       found.reason = take_error();
       found.first_time = true;
     }
-    // Another thread may have loaded it meanwhile: then that module stands.
+    // If another thread has loaded it meanwhile, that module is used.
     Known& known = (*all)[canonical];
     if (known.module && known.stamp == stamp) return {Ref::share(known.module.get()), {}, false};
     known = {stamp, Ref::share(found.module.get()), found.reason};
@@ -145,8 +146,8 @@ std::string refusal(const fs::path& file, std::string_view reason) {
   return fmt::format("Plug-in '{:s}' cannot be loaded: {:s}", file.string(), reason);
 }
 
-// Which plug-ins are at work on which file in this thread. A plug-in at work is not asked about its own file
-// again: so it can read the file with a built-in reader and hand on what it makes of it.
+// Which plug-ins work on which file in this thread. A plug-in at work is not asked about its own file again,
+// so it can read the file with a built-in reader.
 thread_local std::vector<std::pair<const PyObject*, fs::path>> at_work;
 
 class AtWork {
@@ -216,7 +217,7 @@ PluginUses& uses() {
   return *all;
 }
 
-// Ctrl-C is no failure of the plug-in: it stays what it is.
+// Ctrl-C is not a failure of the plug-in.
 void let_interruption_pass() {
   if (PyErr_ExceptionMatches(PyExc_KeyboardInterrupt)) throw python_error();
 }
@@ -336,7 +337,7 @@ class Axis {
   Doubles doubles_;
 };
 
-// Ends a use: terminate is called, and nothing that goes wrong there matters any more.
+// Ends a use: calls terminate and ignores its failures.
 void call_terminate(PyObject* module, const std::string& path) noexcept {
   PyObject *type, *value, *traceback;
   PyErr_Fetch(&type, &value, &traceback);
@@ -359,7 +360,7 @@ PyObject* end_at_exit(PyObject*, PyObject*) {
   Py_RETURN_NONE;
 }
 
-// While the interpreter is whole: later, what a plug-in has imported may be gone.
+// At exit the interpreter is still whole; later, modules that a plug-in imported may be gone.
 void register_exit() {
   static bool registered = false;
   if (registered) return;

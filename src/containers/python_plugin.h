@@ -13,11 +13,10 @@
 namespace mirn4::pyd {
 
 // The module of the first plug-in in the plug-in folder, in name order, that says that it reads the file;
-// null when there is none. What goes wrong in a plug-in is reported to the log, and the plug-in is passed
-// over.
+// null if there is none. A plug-in that fails is skipped, and the log says why.
 mirn2::Ref plugin_compatible(const std::filesystem::path& path);
 
-// The module of a named plug-in: one and the same for a file until the file changes. Null when there is none
+// The module of a named plug-in: one and the same for a file until the file changes. Null if there is none
 // or it cannot be loaded; the reason goes to the log and to the script's standard output.
 mirn2::Ref plugin_forced(const std::filesystem::path& plugin);
 
@@ -27,7 +26,7 @@ namespace mirn2::rd {
 
 // A file read by functions of a Python module: config_keys, init, list_names, load, terminate.
 //
-// Takes the interpreter lock itself, so that it may be used like any other reader.
+// Takes the interpreter lock itself, so it can be used like any other reader.
 class ReaderPluginPYDFile : public Reader {
  public:
   // Both throw mirn3::exc::error_t "Error while loading compatible plugin" when there is no module.
@@ -49,8 +48,7 @@ class ReaderPluginPYDFile : public Reader {
       reported_;  // full name to the plug-in's own, where they differ
 };
 
-// Calls terminate of whatever Python plug-ins are still in use, before the interpreter ends; loads fail from
-// then on.
+// Calls terminate of the Python plug-ins still in use, before the interpreter ends; later loads fail.
 void end_python_plugins() noexcept;
 
 }  // namespace mirn2::rd

@@ -1,3 +1,4 @@
+// Starts, reads and stops the live sources of a Container.
 #include "containers/realtime.h"
 
 #include <algorithm>
@@ -29,16 +30,16 @@ using Variables = std::vector<std::shared_ptr<TimeSeries>>;
 
 // The last n samples of a record.
 LoadedSamples latest(const TimeSeries& record, uint64_t n) {
-  LoadedSamples samples{record.x, record.y};
+  LoadedSamples samples{record.x->hold(), record.y->hold()};
   samples.x.remove_prefix(samples.x.size() - n);
   samples.y.remove_prefix(samples.y.size() - n);
   return samples;
 }
 
-// Hands what the variables have received to the bit fields within them.
-void receive_unpacked(const Container& container, const Variables& variables,
-                      const std::vector<LoadedSamples>& delivered, uint64_t samples,
-                      std::vector<Ref>& dropped) {
+// Gives the bit fields of the variables what these have received.
+void receive_bit_fields(const Container& container, const Variables& variables,
+                        const std::vector<LoadedSamples>& delivered, uint64_t samples,
+                        std::vector<Ref>& dropped) {
   for (const auto& series : container.variables()) {
     for (const auto& reader : series->readers) {
       const auto* field = dynamic_cast<const rd::ReaderUnpacked*>(reader.get());
@@ -51,8 +52,8 @@ void receive_unpacked(const Container& container, const Variables& variables,
   }
 }
 
-// The reader's variables and what they were delivered. Two threads that read one source must not put their
-// deliveries in the wrong order, so the reader stays taken until they are in the series.
+// Reads one source. The reader stays taken until the samples are in the series, so that two threads cannot
+// put their deliveries in the wrong order.
 void read_source(const Container& container, rd::Reader& reader, uint64_t samples,
                  std::vector<Ref>& dropped) {
   std::optional<rd::Reader::Turn> turn;
@@ -78,7 +79,7 @@ void read_source(const Container& container, rd::Reader& reader, uint64_t sample
     }
   });
   for (size_t i = 0; i < variables.size(); ++i) receive(*variables[i], delivered[i], samples, dropped);
-  receive_unpacked(container, variables, delivered, samples, dropped);
+  receive_bit_fields(container, variables, delivered, samples, dropped);
   if (failure) std::rethrow_exception(failure);
 }
 

@@ -1,41 +1,32 @@
-#include "functions/filters.h"
+// Module functions: first-order filters.
+#include "kernels/filters.h"
 
+#include "functions/families.h"
 #include "functions/generic.h"
-#include "functions/kernels/filters.h"
-#include "objects/frame.h"
-#include "objects/sampling.h"
+#include "kernels/sampling.h"
 
 namespace mirn2::fn {
 
 namespace {
 
-using Filter = void (*)(kernels::Axis y, kernels::FirstOrder filter, kernels::Result out);
-
-PyObject* filtered(PyObject* args, PyObject* keywords, const char* format, std::string_view name,
-                   Filter filter) noexcept {
-  return guard(PyExc_ValueError, [&] {
-    static const char* names[] = {"", "tau", nullptr};
-    PyObject* series = nullptr;
-    double tau = 0.0;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, format, const_cast<char**>(names), &series, &tau)) {
-      throw python_error();
-    }
-    return builtin_generic(args, name, fmt::format("tau={:g}", tau),
-                           [=](kernels::Axis t, kernels::Axis y, kernels::Result out) {
-                             const double dt = t.size() < 2 ? 0.0 : mirn2::kernels::representative_period(t);
-                             filter(y, {dt, tau}, out);
-                           });
-  });
+template <Name name, auto filter>
+Ref filtered(PyObject* series, double tau) {
+  return builtin_generic(series, name.text, fmt::format("tau={:g}", tau),
+                         [&](kernels::Axis t, kernels::Axis y, kernels::Result out) {
+                           const double dt = t.size() < 2 ? 0.0 : kernels::representative_period(t);
+                           filter(y, {dt, tau}, out);
+                         });
 }
 
 }  // namespace
 
-PyObject* lowpass(PyObject*, PyObject* args, PyObject* keywords) {
-  return filtered(args, keywords, "Od:lowpass", "lowpass", kernels::lowpass);
-}
-
-PyObject* highpass(PyObject*, PyObject* args, PyObject* keywords) {
-  return filtered(args, keywords, "Od:highpass", "highpass", kernels::highpass);
+Rows filter_rows() {
+  static const PyMethodDef rows[] = {
+      row<"lowpass", "(series, /, tau)", "Od", "Low-pass filter", filtered<"lowpass", kernels::lowpass>>(),
+      row<"highpass", "(series, /, tau)", "Od", "High-pass filter",
+          filtered<"highpass", kernels::highpass>>(),
+  };
+  return rows;
 }
 
 }  // namespace mirn2::fn

@@ -1,8 +1,8 @@
-#include "functions/insight.h"
+// Module function: what happened before an event.
+#include "kernels/insight.h"
 
 #include "containers/container_type.h"
-#include "functions/kernels/insight.h"
-#include "objects/frame.h"
+#include "functions/families.h"
 #include "objects/time_series.h"
 #include "readers/reader.h"
 
@@ -38,35 +38,32 @@ void tell_precursors(TimeSeriesObject* series, std::span<const double> events, d
   }
 }
 
+void insight(PyObject* event_argument, PyObject* pool_argument, double window) {
+  TimeSeriesObject* event = as_series(event_argument);
+  if (event == nullptr) fail(PyExc_TypeError, "'Event' must be a kvalo.TimeSeries object");
+  const ContainerObject* pool = as_container(pool_argument);
+  if (pool == nullptr) fail(PyExc_TypeError, "'Pool' must be a kvalo.Container object");
+  const std::vector<double> events = event_times(event);
+  if (pool->container == nullptr) return;
+  const std::shared_ptr<Container> container = *pool->container;
+  for (const auto& record : container->variables()) {
+    // Objects that show the record of the event are the event, whichever of them was given.
+    if (record.get() == record_of(event) || record->owner == nullptr) continue;
+    const Ref series = object_of(record);
+    tell_precursors(as_series(series.get()), events, window);
+    if (PyErr_CheckSignals() != 0) throw python_error();
+  }
+}
+
 }  // namespace
 
-PyObject* insight(PyObject*, PyObject* args, PyObject* keywords) {
-  return guard(PyExc_Exception, [&]() -> PyObject* {
-    refuse_online("insight");
-    static const char* names[] = {"event", "pool", "window", nullptr};
-    PyObject* event_argument = nullptr;
-    PyObject* pool_argument = nullptr;
-    double window = 10.0;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "OO|d", const_cast<char**>(names), &event_argument,
-                                     &pool_argument, &window)) {
-      throw python_error();
-    }
-    TimeSeriesObject* event = as_series(event_argument);
-    if (event == nullptr) fail(PyExc_TypeError, "'Event' must be a kvalo.TimeSeries object");
-    const ContainerObject* pool = as_container(pool_argument);
-    if (pool == nullptr) fail(PyExc_TypeError, "'Pool' must be a kvalo.Container object");
-    const std::vector<double> events = event_times(event);
-    if (pool->container == nullptr) Py_RETURN_NONE;
-    const std::shared_ptr<Container> container = *pool->container;
-    for (const auto& record : container->variables()) {
-      // Objects that show the record of the event are the event, whichever of them was given.
-      if (record.get() == record_of(event) || record->owner == nullptr) continue;
-      const Ref series = object_of(record);
-      tell_precursors(as_series(series.get()), events, window);
-      if (PyErr_CheckSignals() != 0) throw python_error();
-    }
-    Py_RETURN_NONE;
-  });
+Rows insight_rows() {
+  static const PyMethodDef rows[] = {
+      row<"insight", "(event, pool, window=10.0)", "OO|d",
+          "List events that happened before rising edge of the input", insight,
+          Frame{.failures = &PyExc_Exception, .online = "insight"}>(),
+  };
+  return rows;
 }
 
 }  // namespace mirn2::fn

@@ -1,10 +1,8 @@
 // Module functions: lookup tables, given as Python lists.
-#include "functions/lookup.h"
-
 #include <algorithm>
 #include <vector>
 
-#include "objects/frame.h"
+#include "functions/families.h"
 #include "objects/time_series.h"
 #include "runtime/num_interpolate.h"
 #include "runtime/num_merge.h"
@@ -50,11 +48,6 @@ std::string list_text(std::span<const double> values) {
   for (const double value : values) text += fmt::format("{:g},", value);
   if (!values.empty()) text.back() = ']';
   return text;
-}
-
-TimeSeriesObject* table_input(PyObject* object) {
-  if (object == nullptr) fail(PyExc_ValueError, "Missing kvalo.TimeSeries object");
-  return series_argument(object);
 }
 
 // Values by row, as many in each row as there are columns.
@@ -126,71 +119,60 @@ void interpolate(const Operand& in1, const Operand& in2, const Table2d& table, b
   });
 }
 
-char** names(const char* const* keywords) { return const_cast<char**>(keywords); }
+const char* truth(bool value) { return value ? "True" : "False"; }
 
-const char* truth(int value) { return value != 0 ? "True" : "False"; }
+Ref lut1d(PyObject* argument, PyObject* bp, PyObject* val, bool clip) {
+  if (!PyList_Check(bp) || !PyList_Check(val)) fail(PyExc_TypeError, "{}", not_lists);
+  if (PyList_GET_SIZE(bp) != PyList_GET_SIZE(val)) {
+    fail(PyExc_ValueError, "Breakpoints and output values must have the same length");
+  }
+  const std::vector<double> breakpoints = values_of(bp);
+  const std::vector<double> values = values_of(val);
+  require_values(breakpoints);
+
+  const Operand series(series_argument(argument));
+  Ref result = result_like(series, [&](std::span<double> out) {
+    mirn3::num::interpolate1d(series.y(), breakpoints, values, clip, out);
+  });
+  set_script(as_series(result.get()),
+             fmt::format("kvalo.lut1d({:s}, bp={:s}, val={:s}, clip={:s})", series.name(),
+                         list_text(breakpoints), list_text(values), truth(clip)));
+  return result;
+}
+
+Ref lut2d(PyObject* argument1, PyObject* argument2, PyObject* bp1, PyObject* bp2, PyObject* val, bool clip) {
+  const Table2d table(bp1, bp2, val);
+  TimeSeriesObject* series1 = series_argument(argument1);
+  TimeSeriesObject* series2 = series_argument(argument2);
+  const Operand in1(series1);
+  const Operand in2(series2);
+  if (in1.size() == 0 || in2.size() == 0) fail(PyExc_ValueError, "Both series must have samples");
+
+  Samples times;
+  Samples out;
+  without_gil([&] {
+    times = mirn3::num::merge(in1.x().data(), in2.x().data(), in1.size(), in2.size());
+    out.resize_for_overwrite(times.size());
+    interpolate(in1, in2, table, clip, times.span(), out.span());
+  });
+  Ref result = make_result(std::move(times), std::move(out));
+  set_script(as_series(result.get()),
+             fmt::format("kvalo.lut2d(in1={:s}, in2={:s}, bp1={:s}, bp2={:s}, val={:s}, clip={:s})",
+                         in1.name(), in2.name(), list_text(table.rows), list_text(table.columns),
+                         table.values_text(), truth(clip)));
+  return result;
+}
 
 }  // namespace
 
-PyObject* lut1d(PyObject*, PyObject* args, PyObject* keywords) {
-  static const char* const known[] = {"", "bp", "val", "clip", nullptr};
-  return guard(PyExc_ValueError, [&] {
-    refuse_online("lut1d");
-    PyObject *object = nullptr, *bp = nullptr, *val = nullptr;
-    int clip = 1;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "OOO|p", names(known), &object, &bp, &val, &clip)) {
-      throw python_error();
-    }
-    if (!PyList_Check(bp) || !PyList_Check(val)) fail(PyExc_TypeError, "{}", not_lists);
-    if (PyList_GET_SIZE(bp) != PyList_GET_SIZE(val)) {
-      fail(PyExc_ValueError, "Breakpoints and output values must have the same length");
-    }
-    const std::vector<double> breakpoints = values_of(bp);
-    const std::vector<double> values = values_of(val);
-    require_values(breakpoints);
-
-    const Operand series(table_input(object));
-    Ref result = result_like(series, [&](std::span<double> out) {
-      mirn3::num::interpolate1d(series.y(), breakpoints, values, clip != 0, out);
-    });
-    set_script(as_series(result.get()),
-               fmt::format("kvalo.lut1d({:s}, bp={:s}, val={:s}, clip={:s})", series.name(),
-                           list_text(breakpoints), list_text(values), truth(clip)));
-    return result.release();
-  });
-}
-
-PyObject* lut2d(PyObject*, PyObject* args, PyObject* keywords) {
-  static const char* const known[] = {"in1", "in2", "bp1", "bp2", "val", "clip", nullptr};
-  return guard(PyExc_ValueError, [&] {
-    refuse_online("lut2d");
-    PyObject *object1 = nullptr, *object2 = nullptr, *bp1 = nullptr, *bp2 = nullptr, *val = nullptr;
-    int clip = 1;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "OOOOO|p", names(known), &object1, &object2, &bp1, &bp2,
-                                     &val, &clip)) {
-      throw python_error();
-    }
-    const Table2d table(bp1, bp2, val);
-    TimeSeriesObject* series1 = table_input(object1);
-    TimeSeriesObject* series2 = table_input(object2);
-    const Operand in1(series1);
-    const Operand in2(series2);
-    if (in1.size() == 0 || in2.size() == 0) fail(PyExc_ValueError, "Both series must have samples");
-
-    Samples times;
-    Samples out;
-    without_gil([&] {
-      times = mirn3::num::merge(in1.x().data(), in2.x().data(), in1.size(), in2.size());
-      out.resize_for_overwrite(times.size());
-      interpolate(in1, in2, table, clip != 0, times.span(), out.span());
-    });
-    Ref result = make_result(std::move(times), std::move(out));
-    set_script(as_series(result.get()),
-               fmt::format("kvalo.lut2d(in1={:s}, in2={:s}, bp1={:s}, bp2={:s}, val={:s}, clip={:s})",
-                           in1.name(), in2.name(), list_text(table.rows), list_text(table.columns),
-                           table.values_text(), truth(clip)));
-    return result.release();
-  });
+Rows lookup_rows() {
+  static const PyMethodDef rows[] = {
+      row<"lut1d", "(series, /, bp, val, clip=True)", "OOO|p", "Lookup table interpolation (1D)", lut1d,
+          Frame{.online = "lut1d"}>(),
+      row<"lut2d", "(in1, in2, bp1, bp2, val, clip=True)", "OOOOO|p", "Lookup table interpolation (2D)",
+          lut2d, Frame{.online = "lut2d"}>(),
+  };
+  return rows;
 }
 
 }  // namespace mirn2::fn

@@ -1,48 +1,58 @@
-#include "functions/math.h"
-
+// Module functions: elementary functions of every value.
+#include "functions/families.h"
 #include "objects/array_operators.h"
-#include "objects/frame.h"
 #include "objects/series_operators.h"
 
 namespace mirn2::fn {
 
 namespace {
 
-PyObject* common_unary(PyObject* args, kernels::Function which) {
-  return guard(PyExc_ValueError, [&]() -> PyObject* {
-    refuse_online("common_unary");
-    require_count(args, 1, "common_unary");
-    PyObject* argument = PyTuple_GET_ITEM(args, 0);
-    const kernels::Unary& f = kernels::unary(which);
-    if (is_array_operand(argument)) return array_unary(argument, f);
-    if (is_series_operand(argument)) return unary_op(as_series(argument), f);
-    fail(PyExc_TypeError, "Argument must be either kvalo.Array or kvalo.TimeSeries");
-  });
+using kernels::Function;
+
+template <Function which>
+PyObject* common_unary(PyObject* values) {
+  const kernels::Unary& f = kernels::unary(which);
+  if (is_array_operand(values)) return array_unary(values, f);
+  if (is_series_operand(values)) return unary_op(as_series(values), f);
+  fail(PyExc_TypeError, "Argument must be either kvalo.Array or kvalo.TimeSeries");
+}
+
+template <Name name, Name doc, Function which>
+PyMethodDef math_row() {
+  return row<name, "(values, /)", "O", doc, common_unary<which>,
+             Frame{.online = "common_unary", .counted = "common_unary"}>();
 }
 
 }  // namespace
 
-using kernels::Function;
-
-PyObject* cos(PyObject*, PyObject* args) { return common_unary(args, Function::cosine); }
-PyObject* sin(PyObject*, PyObject* args) { return common_unary(args, Function::sine); }
-PyObject* tan(PyObject*, PyObject* args) { return common_unary(args, Function::tangent); }
-PyObject* cosd(PyObject*, PyObject* args) { return common_unary(args, Function::cosine_degrees); }
-PyObject* sind(PyObject*, PyObject* args) { return common_unary(args, Function::sine_degrees); }
-PyObject* tand(PyObject*, PyObject* args) { return common_unary(args, Function::tangent_degrees); }
-PyObject* acos(PyObject*, PyObject* args) { return common_unary(args, Function::arc_cosine); }
-PyObject* asin(PyObject*, PyObject* args) { return common_unary(args, Function::arc_sine); }
-PyObject* atan(PyObject*, PyObject* args) { return common_unary(args, Function::arc_tangent); }
-PyObject* acosd(PyObject*, PyObject* args) { return common_unary(args, Function::arc_cosine_degrees); }
-PyObject* asind(PyObject*, PyObject* args) { return common_unary(args, Function::arc_sine_degrees); }
-PyObject* atand(PyObject*, PyObject* args) { return common_unary(args, Function::arc_tangent_degrees); }
-PyObject* ceil(PyObject*, PyObject* args) { return common_unary(args, Function::ceiling); }
-PyObject* floor(PyObject*, PyObject* args) { return common_unary(args, Function::floor); }
-PyObject* round(PyObject*, PyObject* args) { return common_unary(args, Function::round); }
-PyObject* trunc(PyObject*, PyObject* args) { return common_unary(args, Function::truncate); }
-PyObject* exp(PyObject*, PyObject* args) { return common_unary(args, Function::exponential); }
-PyObject* sqrt(PyObject*, PyObject* args) { return common_unary(args, Function::square_root); }
-PyObject* log(PyObject*, PyObject* args) { return common_unary(args, Function::logarithm); }
-PyObject* log10(PyObject*, PyObject* args) { return common_unary(args, Function::logarithm_10); }
+Rows math_rows() {
+  static const PyMethodDef rows[] = {
+      math_row<"cos", "Cosine (radians)", Function::cosine>(),
+      math_row<"sin", "Sine (radians)", Function::sine>(),
+      math_row<"tan", "Tangent (radians)", Function::tangent>(),
+      math_row<"cosd", "Cosine (degrees)", Function::cosine_degrees>(),
+      math_row<"sind", "Sine (degrees)", Function::sine_degrees>(),
+      math_row<"tand", "Tangent (degrees)", Function::tangent_degrees>(),
+      math_row<"acos", "Arc cosine (radians)", Function::arc_cosine>(),
+      math_row<"asin", "Arc sine (radians)", Function::arc_sine>(),
+      math_row<"atan", "Arc tangent (radians)", Function::arc_tangent>(),
+      math_row<"acosd", "Arc cosine (degrees)", Function::arc_cosine_degrees>(),
+      math_row<"asind", "Arc sine (degrees)", Function::arc_sine_degrees>(),
+      math_row<"atand", "Arc tangent (degrees)", Function::arc_tangent_degrees>(),
+      math_row<"ceil", "Computes the smallest integer value not less than argument", Function::ceiling>(),
+      math_row<"floor", "Computes the largest integer value not greater than argument", Function::floor>(),
+      math_row<"round",
+               "Computes the nearest integer value to arg (in floating-point format), rounding halfway cases "
+               "away from zero",
+               Function::round>(),
+      math_row<"trunc", "Computes the nearest integer not greater in magnitude than the argument",
+               Function::truncate>(),
+      math_row<"exp", "Power of base e", Function::exponential>(),
+      math_row<"sqrt", "Square root", Function::square_root>(),
+      math_row<"log", "Natural logarithm (base e)", Function::logarithm>(),
+      math_row<"log10", "Logarithm of base 10", Function::logarithm_10>(),
+  };
+  return rows;
+}
 
 }  // namespace mirn2::fn

@@ -1,11 +1,9 @@
 // Module functions: spectrum, heatmap and histogram data, handed over as plain tuples.
-#include "functions/spectral.h"
-
 #include <algorithm>
 #include <future>
 #include <limits>
 
-#include "objects/frame.h"
+#include "functions/families.h"
 #include "objects/many_floats.h"
 #include "objects/time_series.h"
 #include "runtime/dsp_distribution.h"
@@ -20,18 +18,14 @@ using mirn3::dsp::arg_t;
 constexpr double greatest = std::numeric_limits<double>::max();
 
 struct Times {
-  double ini = -greatest;
-  double end = greatest;
+  double ini;
+  double end;
 
-  void check() const {
+  Times(std::optional<double> given_ini, std::optional<double> given_end)
+      : ini(given_ini.value_or(-greatest)), end(given_end.value_or(greatest)) {
     if (ini >= end) fail(PyExc_ValueError, "Final time must be greater than initial time");
   }
 };
-
-TimeSeriesObject* chart_input(PyObject* object) {
-  if (object == nullptr) fail(PyExc_ValueError, "Missing kvalo.TimeSeries object");
-  return series_argument(object);
-}
 
 // The samples whose stamps lie within the times; `chart` is what there may be too few for.
 arg_t range_of(const Operand& series, const Times& times, const char* chart) {
@@ -83,102 +77,80 @@ Ref frequencies(size_t lines, double duration) {
   return Ref::share(fresh.get());
 }
 
-char** names(const char* const* keywords) { return const_cast<char**>(keywords); }
+PyObject* fftdata(PyObject* argument, std::optional<double> ini, std::optional<double> end) {
+  const Times times(ini, end);
+  const Operand series(series_argument(argument));
+  const arg_t range = range_of(series, times, "FFT");
+
+  // Making as many Python numbers takes as long as the transform: do both at once.
+  const size_t lines = mirn3::dsp::fft_lines(range);
+  Samples amplitudes;
+  amplitudes.resize_for_overwrite(lines);
+  auto transform = std::async(std::launch::async, [&] {
+    const double duration = mirn3::dsp::fft_duration(range);
+    mirn3::dsp::fft_values(range, false, amplitudes.span());
+    return duration;
+  });
+  FloatTuple values(lines);
+  const double duration = without_gil([&] { return transform.get(); });
+  values.fill([&](size_t k) { return amplitudes[k]; });
+  return PyTuple_Pack(2, frequencies(lines, duration).get(), values.get());
+}
+
+PyObject* heatmapdata(PyObject* x_argument, PyObject* y_argument, std::optional<double> ini,
+                      std::optional<double> end, int cols, int rows) {
+  const Times times(ini, end);
+  const Operand x(series_argument(x_argument));
+  const Operand y(series_argument(y_argument));
+  constexpr int fewest = 3;
+  constexpr int most = 1000;
+  cols = std::clamp(cols, fewest, most);
+  rows = std::clamp(rows, fewest, most);
+  const arg_t range_x = range_of(x, times, "heatmap");
+  const arg_t range_y = range_of(y, times, "heatmap");
+
+  const mirn3::dsp::heatmap_t map = without_gil([&] {
+    return mirn3::dsp::heatmap(range_x, range_y, static_cast<size_t>(rows), static_cast<size_t>(cols));
+  });
+  if (map.total == 0.0) {
+    fail(PyExc_ValueError, "It was not possible to compute the heatmap with selected range");
+  }
+  Ref matrix = tuple_of(map.rows, [](const std::vector<double>& row) { return float_tuple(row).release(); });
+  Ref column_labels = text_tuple(map.column_labels);
+  Ref row_labels = text_tuple(map.row_labels);
+  return PyTuple_Pack(3, matrix.get(), column_labels.get(), row_labels.get());
+}
+
+PyObject* histdata(PyObject* argument, std::optional<double> ini, std::optional<double> end, int nbins) {
+  const Times times(ini, end);
+  const Operand series(series_argument(argument));
+  const arg_t range = range_of(series, times, "histogram");
+  if (nbins < 0) fail(PyExc_ValueError, "The number of bins (nbins={:d}) must not be negative", nbins);
+  const auto bins = static_cast<size_t>(std::max(nbins, 3));
+
+  const mirn3::dsp::histogram_t histogram = without_gil([&] { return mirn3::dsp::histogram(range, bins); });
+  Ref result = checked(PyTuple_New(static_cast<Py_ssize_t>(bins)));
+  for (size_t i = 0; i < bins; ++i) {
+    Ref label = checked(to_unicode(histogram.labels[i]));
+    Ref value = checked(PyFloat_FromDouble(histogram.values[i]));
+    Ref pair = checked(PyTuple_Pack(2, label.get(), value.get()));
+    PyTuple_SET_ITEM(result.get(), static_cast<Py_ssize_t>(i), pair.release());
+  }
+  return result.release();
+}
 
 }  // namespace
 
-PyObject* fftdata(PyObject*, PyObject* args, PyObject* keywords) {
-  static const char* const known[] = {"", "ini", "end", nullptr};
-  return guard(PyExc_ValueError, [&] {
-    refuse_online("fftdata");
-    PyObject* object = nullptr;
-    Times times;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "O|dd", names(known), &object, &times.ini, &times.end)) {
-      throw python_error();
-    }
-    times.check();
-    const Operand series(chart_input(object));
-    const arg_t range = range_of(series, times, "FFT");
-
-    // Making as many Python numbers takes as long as the transform: do both at once.
-    const size_t lines = mirn3::dsp::fft_lines(range);
-    Samples amplitudes;
-    amplitudes.resize_for_overwrite(lines);
-    auto transform = std::async(std::launch::async, [&] {
-      const double duration = mirn3::dsp::fft_duration(range);
-      mirn3::dsp::fft_values(range, false, amplitudes.span());
-      return duration;
-    });
-    FloatTuple values(lines);
-    const double duration = without_gil([&] { return transform.get(); });
-    values.fill([&](size_t k) { return amplitudes[k]; });
-    return PyTuple_Pack(2, frequencies(lines, duration).get(), values.get());
-  });
-}
-
-PyObject* heatmapdata(PyObject*, PyObject* args, PyObject* keywords) {
-  static const char* const known[] = {"", "", "ini", "end", "cols", "rows", nullptr};
-  return guard(PyExc_ValueError, [&] {
-    refuse_online("heatmapdata");
-    PyObject *object_x = nullptr, *object_y = nullptr;
-    Times times;
-    int cols = 30;
-    int rows = 30;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "OO|ddii", names(known), &object_x, &object_y,
-                                     &times.ini, &times.end, &cols, &rows)) {
-      throw python_error();
-    }
-    times.check();
-    const Operand x(chart_input(object_x));
-    const Operand y(chart_input(object_y));
-    constexpr int fewest = 3;
-    constexpr int most = 1000;
-    cols = std::clamp(cols, fewest, most);
-    rows = std::clamp(rows, fewest, most);
-    const arg_t range_x = range_of(x, times, "heatmap");
-    const arg_t range_y = range_of(y, times, "heatmap");
-
-    const mirn3::dsp::heatmap_t map = without_gil([&] {
-      return mirn3::dsp::heatmap(range_x, range_y, static_cast<size_t>(rows), static_cast<size_t>(cols));
-    });
-    if (map.total == 0.0) {
-      fail(PyExc_ValueError, "It was not possible to compute the heatmap with selected range");
-    }
-    Ref matrix =
-        tuple_of(map.rows, [](const std::vector<double>& row) { return float_tuple(row).release(); });
-    Ref column_labels = text_tuple(map.column_labels);
-    Ref row_labels = text_tuple(map.row_labels);
-    return PyTuple_Pack(3, matrix.get(), column_labels.get(), row_labels.get());
-  });
-}
-
-PyObject* histdata(PyObject*, PyObject* args, PyObject* keywords) {
-  static const char* const known[] = {"", "ini", "end", "nbins", nullptr};
-  return guard(PyExc_ValueError, [&] {
-    refuse_online("histdata");
-    PyObject* object = nullptr;
-    Times times;
-    int nbins = 8;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "O|ddi", names(known), &object, &times.ini, &times.end,
-                                     &nbins)) {
-      throw python_error();
-    }
-    times.check();
-    const Operand series(chart_input(object));
-    const arg_t range = range_of(series, times, "histogram");
-    if (nbins < 0) fail(PyExc_ValueError, "The number of bins (nbins={:d}) must not be negative", nbins);
-    const auto bins = static_cast<size_t>(std::max(nbins, 3));
-
-    const mirn3::dsp::histogram_t histogram = without_gil([&] { return mirn3::dsp::histogram(range, bins); });
-    Ref result = checked(PyTuple_New(static_cast<Py_ssize_t>(bins)));
-    for (size_t i = 0; i < bins; ++i) {
-      Ref label = checked(to_unicode(histogram.labels[i]));
-      Ref value = checked(PyFloat_FromDouble(histogram.values[i]));
-      Ref pair = checked(PyTuple_Pack(2, label.get(), value.get()));
-      PyTuple_SET_ITEM(result.get(), static_cast<Py_ssize_t>(i), pair.release());
-    }
-    return result.release();
-  });
+Rows spectral_rows() {
+  static const PyMethodDef rows[] = {
+      row<"fftdata", "(series, /, ini=..., end=...)", "O|dd", "Calculate FFT data", fftdata,
+          Frame{.online = "fftdata"}>(),
+      row<"heatmapdata", "(x, y, /, ini=..., end=..., cols=30, rows=30)", "OO|ddii", "Calculate heatmap data",
+          heatmapdata, Frame{.online = "heatmapdata"}>(),
+      row<"histdata", "(series, /, ini=..., end=..., nbins=8)", "O|ddi", "Calculate histogram data", histdata,
+          Frame{.online = "histdata"}>(),
+  };
+  return rows;
 }
 
 }  // namespace mirn2::fn

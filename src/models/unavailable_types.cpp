@@ -1,6 +1,7 @@
+// The types that this version publishes by name only.
 #include "models/unavailable_types.h"
 
-#include "objects/unavailable.h"
+#include "objects/frame.h"
 
 namespace mirn2 {
 
@@ -8,7 +9,7 @@ namespace {
 
 template <Name name>
 PyObject* refuse_new(PyTypeObject*, PyObject*, PyObject*) {
-  return not_available(name.text);
+  return report(PyExc_NotImplementedError, "kvalo.{:s} is not available in this version", name.text);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
+// Script functions get_config and set_config: stored settings and those of the host's window.
 #include "module/config_functions.h"
 
-#include "objects/frame.h"
+#include "hostlink/send.h"
 #include "runtime/config.h"
-#include "runtime/ilc.h"
 #include "runtime/str.h"
 
 namespace mirn2::fn {
@@ -12,8 +12,6 @@ namespace {
 namespace config = mirn3::config;
 using mirn3::tag_t;
 using mirn3::var_t;
-
-constexpr const char* default_group = "general";
 
 PyObject* to_python(const var_t& stored) {
   const auto& value = stored.value;
@@ -70,12 +68,6 @@ void store(std::string_view group, std::string_view key, PyObject* value) {
   }
 }
 
-void inform_host(const char* parameter, const var_t& value) {
-  if (mirn3::ilc::channel == nullptr) fail(PyExc_RuntimeError, "kvalo has been shut down in this process");
-  mirn3::ilc::channel->send_info(parameter, value);
-  check_python();  // a handler written in Python may have failed
-}
-
 // Settings that the host keeps: which parameter of its window or theme a group and key stand for.
 struct HostSetting {
   std::string_view group;
@@ -96,40 +88,27 @@ var_t host_value(std::string_view group, PyObject* value) {
   return var_t::of(number);
 }
 
-}  // namespace
+PyObject* get_config(const char* key, const char* group) { return to_python(config::get(group, key)); }
 
-PyObject* get_config(PyObject*, PyObject* args, PyObject* keywords) {
-  return guard(PyExc_ValueError, [&] {
-    static const char* names[] = {"key", "group", nullptr};
-    const char* key = nullptr;
-    const char* group = default_group;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "s|s", const_cast<char**>(names), &key, &group)) {
-      throw python_error();
-    }
-    return to_python(config::get(group, key));
-  });
+void set_config(PyObject* value, const char* key_argument, const char* group_argument) {
+  const std::string group = mirn3::str::to_lower(group_argument);
+  const std::string key = mirn3::str::to_lower(key_argument);
+  for (const HostSetting& setting : host_settings) {
+    if (setting.group != group || setting.key != key) continue;
+    hostlink::send_info(setting.parameter, host_value(group, value));
+    return;
+  }
+  store(group, key, value);
 }
 
-PyObject* set_config(PyObject*, PyObject* args, PyObject* keywords) {
-  return guard(PyExc_ValueError, [&]() -> PyObject* {
-    static const char* names[] = {"value", "key", "group", nullptr};
-    PyObject* value = nullptr;
-    const char* key_argument = nullptr;
-    const char* group_argument = default_group;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "Os|s", const_cast<char**>(names), &value, &key_argument,
-                                     &group_argument)) {
-      throw python_error();
-    }
-    const std::string group = mirn3::str::to_lower(group_argument);
-    const std::string key = mirn3::str::to_lower(key_argument);
-    for (const HostSetting& setting : host_settings) {
-      if (setting.group != group || setting.key != key) continue;
-      inform_host(setting.parameter, host_value(group, value));
-      Py_RETURN_NONE;
-    }
-    store(group, key, value);
-    Py_RETURN_NONE;
-  });
+}  // namespace
+
+Rows config_rows() {
+  static const PyMethodDef rows[] = {
+      row<"get_config", "(key, group='general')", "s|s", "Get configuration parameter", get_config>(),
+      row<"set_config", "(value, key, group='general')", "Os|s", "Set configuration parameter", set_config>(),
+  };
+  return rows;
 }
 
 }  // namespace mirn2::fn

@@ -1,11 +1,10 @@
 // Module functions: persistent settings, and those that belong to the host's window.
 #pragma once
 
-#include <Python.h>
+#include "objects/row.h"
 
 namespace mirn2::fn {
 
-PyObject* get_config(PyObject*, PyObject* args, PyObject* keywords);
-PyObject* set_config(PyObject*, PyObject* args, PyObject* keywords);
+Rows config_rows();
 
 }  // namespace mirn2::fn

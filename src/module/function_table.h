@@ -1,11 +1,11 @@
-// The module's functions: one row each, in their fixed order.
+// The module's functions: the rows of all families, in their fixed order.
 #pragma once
 
 #include <Python.h>
 
 namespace mirn2 {
 
-// 98 rows and the closing empty one.
-extern PyMethodDef function_table[];
+// The table as the interpreter wants it, with the closing empty row; it lives as long as the process.
+PyMethodDef* function_table();
 
 }  // namespace mirn2

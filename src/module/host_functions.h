@@ -1,12 +1,10 @@
 // Module functions that talk to the host.
 #pragma once
 
-#include <Python.h>
+#include "objects/row.h"
 
 namespace mirn2::fn {
 
-PyObject* callback(PyObject*, PyObject* args);
-PyObject* exit(PyObject*, PyObject* args);
-PyObject* selfie(PyObject*, PyObject* args, PyObject* kwargs);
+Rows host_rows();
 
 }  // namespace mirn2::fn

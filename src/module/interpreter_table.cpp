@@ -1,3 +1,4 @@
+// Fills the runtime's table with the interpreter's functions.
 #include "module/interpreter_table.h"
 
 #include "runtime/python.h"

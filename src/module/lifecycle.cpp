@@ -1,9 +1,10 @@
+// Creates and destroys the module's process-wide objects.
 #include "module/lifecycle.h"
 
 #include <utility>
 
+#include "containers/archives.h"
 #include "containers/bank.h"
-#include "containers/creation.h"
 #include "containers/python_plugin.h"
 #include "module/interpreter_table.h"
 #include "readers/plugin_native.h"

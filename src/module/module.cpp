@@ -35,7 +35,7 @@ PyModuleDef definition = {
     .m_name = "kvalo",
     .m_doc = banner,
     .m_size = -1,
-    .m_methods = function_table,
+    .m_methods = nullptr,  // put in when the module is created
     .m_slots = nullptr,
     .m_traverse = nullptr,
     .m_clear = clear_module,
@@ -55,6 +55,7 @@ const PublishedType published[] = {
 PyObject* create_module() {
   return guard(PyExc_ImportError, [&] {
     start_up();
+    definition.m_methods = function_table();
     Ref module = checked(PyModule_Create2(&definition, api_version));
     for (const auto& [name, type] : published) {
       if (PyType_Ready(type) < 0) throw python_error();

@@ -1,14 +1,14 @@
+// The Python type Array.
 #include "objects/array.h"
 
 #include <algorithm>
 #include <limits>
 #include <new>
 
-#include "objects/array_kernels.h"
+#include "kernels/array.h"
 #include "objects/array_operators.h"
-#include "objects/frame.h"
-#include "objects/lending.h"
 #include "objects/many_floats.h"
+#include "objects/row.h"
 
 namespace mirn2 {
 
@@ -16,26 +16,26 @@ namespace {
 
 ArrayObject* self_of(PyObject* self) { return reinterpret_cast<ArrayObject*>(self); }
 
-Ref new_array(uint64_t size) {
-  Samples samples;
-  samples.resize(size);
-  return make_array(std::move(samples));
-}
-
 // ---- life and death ----
 
-PyObject* array_new(PyTypeObject* type, PyObject*, PyObject*) {
+PyObject* alloc_array(PyTypeObject* type) {
   PyObject* self = type->tp_alloc(type, 0);
   if (self == nullptr) return nullptr;
-  new (&self_of(self)->data) Samples();
-  new (&self_of(self)->times_of) std::weak_ptr<TimeSeries>();
+  new (&self_of(self)->column) ColumnPtr();
   return self;
 }
 
+PyObject* array_new(PyTypeObject* type, PyObject*, PyObject*) {
+  return guard(PyExc_ValueError, [&] {
+    ColumnPtr column = make_column({});
+    Ref self = checked(alloc_array(type));
+    self_of(self.get())->column = std::move(column);
+    return self.release();
+  });
+}
+
 void array_dealloc(PyObject* self) {
-  return_loan(self_of(self));
-  self_of(self)->data.~Samples();
-  self_of(self)->times_of.~weak_ptr();
+  self_of(self)->column.~ColumnPtr();
   Py_TYPE(self)->tp_free(self);
 }
 
@@ -59,12 +59,11 @@ int array_init(PyObject* self, PyObject* args, PyObject*) {
         if (given == 0) return 0;
         PyObject* first = PyTuple_GET_ITEM(args, 0);
         if (PyList_Check(first)) {
-          replace_samples(self_of(self), samples_from_sequence(first));
+          self_of(self)->column = make_column(samples_from_sequence(first));
         } else if (PyLong_Check(first)) {
-          replace_samples(self_of(self), samples_from_size(first));
+          self_of(self)->column = make_column(samples_from_size(first));
         } else if (ArrayObject* other = as_array(first)) {
-          stop_borrowing(other);
-          replace_samples(self_of(self), other->data);
+          self_of(self)->column = other->column;
           self_of(self)->aux = other->aux;
         } else {
           fail(PyExc_ValueError, "Constructor has invalid argument type");
@@ -76,7 +75,7 @@ int array_init(PyObject* self, PyObject* args, PyObject*) {
 
 PyObject* array_repr(PyObject* self) {
   return guard(PyExc_ValueError, [&] {
-    const Samples& data = self_of(self)->data;
+    const Column& data = *self_of(self)->column;
     if (data.empty()) return to_unicode("[]");
     constexpr uint64_t shown = 16;
     const bool whole = data.size() <= 2 * shown;
@@ -96,17 +95,17 @@ PyObject* array_repr(PyObject* self) {
 
 // ---- elements ----
 
-Py_ssize_t array_length(PyObject* self) { return static_cast<Py_ssize_t>(self_of(self)->data.size()); }
+Py_ssize_t array_length(PyObject* self) { return static_cast<Py_ssize_t>(self_of(self)->column->size()); }
 
 uint64_t element_index(PyObject* self, Py_ssize_t index) {
-  const Samples& data = self_of(self)->data;
+  const Column& data = *self_of(self)->column;
   if (data.empty()) fail(PyExc_Exception, "Data is empty");
   return checked_index(index, data.size());
 }
 
 PyObject* array_item(PyObject* self, Py_ssize_t index) {
   return guard(PyExc_Exception,
-               [&] { return PyFloat_FromDouble(self_of(self)->data[element_index(self, index)]); });
+               [&] { return PyFloat_FromDouble((*self_of(self)->column)[element_index(self, index)]); });
 }
 
 int array_set_item(PyObject* self, Py_ssize_t index, PyObject* value) {
@@ -117,10 +116,7 @@ int array_set_item(PyObject* self, Py_ssize_t index, PyObject* value) {
         if (value == nullptr) fail(PyExc_TypeError, "Elements of a kvalo.Array cannot be deleted");
         const double number = number_argument(value, "Unsupported type");
         const uint64_t at = element_index(self, index);
-        prepare_write(self_of(self));
-        Samples& data = self_of(self)->data;
-        data[at] = number;
-        data.mark_modified();
+        self_of(self)->column->write()[at] = number;
         return 0;
       },
       -1);
@@ -147,88 +143,74 @@ int array_set_subscript(PyObject* self, PyObject* key, PyObject* value) {
 
 // ---- methods ----
 
-PyObject* array_clone(PyObject* self, PyObject*) {
-  return guard(PyExc_ValueError, [&] {
-    Ref copy = make_array(self_of(self)->data.clone());
-    self_of(copy.get())->aux = self_of(self)->aux;
-    return copy.release();
-  });
+Ref array_clone(PyObject* self, Items) {
+  Ref copy = make_array(self_of(self)->column->hold().clone());
+  self_of(copy.get())->aux = self_of(self)->aux;
+  return copy;
 }
 
-PyObject* array_to_list(PyObject* self, PyObject*) {
-  return guard(PyExc_ValueError, [&] {
-    const Samples data = self_of(self)->data;
-    Ref list = checked(PyList_New(static_cast<Py_ssize_t>(data.size())));
-    const FloatRoom room(data.size());
-    for (uint64_t i = 0; i < data.size(); ++i) {
-      PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), checked(PyFloat_FromDouble(data[i])).release());
-    }
-    return list.release();
-  });
+Ref array_to_list(PyObject* self, Items) {
+  const Samples data = self_of(self)->column->hold();
+  Ref list = checked(PyList_New(static_cast<Py_ssize_t>(data.size())));
+  const FloatRoom room(data.size());
+  for (uint64_t i = 0; i < data.size(); ++i) {
+    PyList_SET_ITEM(list.get(), static_cast<Py_ssize_t>(i), checked(PyFloat_FromDouble(data[i])).release());
+  }
+  return list;
 }
 
-PyObject* array_avg(PyObject* self, PyObject*) {
-  return PyFloat_FromDouble(kernels::mean(self_of(self)->data.span()));
-}
+double array_avg(PyObject* self, Items) { return kernels::mean(self_of(self)->column->values()); }
 
-PyObject* array_sum(PyObject* self, PyObject*) {
-  return PyFloat_FromDouble(kernels::sum(self_of(self)->data.span()));
-}
+double array_sum(PyObject* self, Items) { return kernels::sum(self_of(self)->column->values()); }
 
-constexpr const char* numeric_argument = "Argument must be a numeric value";
+double numeric(PyObject* value) { return number_argument(value, "Argument must be a numeric value"); }
 
-PyObject* array_count_between(PyObject* self, PyObject* args) {
-  return guard(PyExc_ValueError, [&] {
-    require_count(args, 2, "count_bt");
-    const double lo = number_argument(PyTuple_GET_ITEM(args, 0), numeric_argument);
-    const double hi = number_argument(PyTuple_GET_ITEM(args, 1), numeric_argument);
-    return PyLong_FromUnsignedLongLong(kernels::count_between(self_of(self)->data.span(), lo, hi));
-  });
+uint64_t array_count_between(PyObject* self, PyObject* lower, PyObject* upper) {
+  const double lo = numeric(lower);
+  const double hi = numeric(upper);
+  return kernels::count_between(self_of(self)->column->values(), lo, hi);
 }
 
 template <auto kernel>
-PyObject* array_count(PyObject* self, PyObject* args) {
-  return guard(PyExc_ValueError, [&] {
-    require_count(args, 1, "count_impl");
-    const double v = number_argument(PyTuple_GET_ITEM(args, 0), numeric_argument);
-    return PyLong_FromUnsignedLongLong(kernel(self_of(self)->data.span(), v));
-  });
+uint64_t array_count(PyObject* self, PyObject* value) {
+  const double v = numeric(value);
+  return kernel(self_of(self)->column->values(), v);
 }
 
 // The operator with other than a number or an Array gives NotImplemented, and so do these.
-template <kernels::Operator which, Name name>
-PyObject* array_logical(PyObject* self, PyObject* args) {
-  return guard(PyExc_ValueError, [&]() -> PyObject* {
-    require_count(args, 1, name.text);
-    return array_binary(self, PyTuple_GET_ITEM(args, 0), which);
-  });
+template <kernels::Operator which>
+PyObject* array_logical(PyObject* self, PyObject* other) {
+  return array_binary(self, other, which);
 }
 
-PyObject* array_logical_not(PyObject* self, PyObject*) {
+PyObject* array_logical_not(PyObject* self) {
   return array_unary(self, kernels::unary(kernels::Function::invert));
 }
 
-PyObject* array_round(PyObject* self, PyObject* args) {
-  return guard(PyExc_Exception, [&] {
-    const Py_ssize_t given = PyTuple_GET_SIZE(args);
-    if (given > 1) fail(PyExc_Exception, "Wrong number of arguments");
-    int64_t digits = 0;
-    if (given == 1) {
-      PyObject* precision = PyTuple_GET_ITEM(args, 0);
-      if (!PyLong_Check(precision)) fail(PyExc_Exception, "Precision must be an integer");
-      digits = PyLong_AsLongLong(precision);
-      if (digits == -1) check_python();
-    }
-    const Samples a = self_of(self)->data;
-    Ref result = new_array(a.size());
-    kernels::round_digits(a.span(), digits, self_of(result.get())->data.span());
-    return result.release();
-  });
+Ref array_round(PyObject* self, Items items) {
+  if (items.size() > 1) fail(PyExc_Exception, "Wrong number of arguments");
+  int64_t digits = 0;
+  if (items.size() == 1) {
+    if (!PyLong_Check(items[0])) fail(PyExc_Exception, "Precision must be an integer");
+    digits = PyLong_AsLongLong(items[0]);
+    if (digits == -1) check_python();
+  }
+  const Samples a = self_of(self)->column->hold();
+  Samples rounded;
+  rounded.resize_for_overwrite(a.size());
+  kernels::round_digits(a.span(), digits, rounded.span());
+  return make_array(std::move(rounded));
 }
 
 // ---- buffer protocol: a writable one-dimensional view of doubles that keeps the samples alive ----
 
 struct View {
+  explicit View(Column& column)
+      : samples(column.open_view()), shape(static_cast<Py_ssize_t>(samples.size())) {}
+  ~View() { Column::close_view(samples); }
+  View(const View&) = delete;
+  View& operator=(const View&) = delete;
+
   Samples samples;
   Py_ssize_t shape;
   Py_ssize_t stride = sizeof(double);
@@ -239,12 +221,9 @@ int array_get_buffer(PyObject* self, Py_buffer* view, int flags) {
       PyExc_BufferError,
       [&] {
         view->obj = nullptr;
-        prepare_write(self_of(self));
-        Samples& data = self_of(self)->data;
-        data.watch();
-        auto* held = new View{.samples = data, .shape = static_cast<Py_ssize_t>(data.size())};
+        auto* held = new View(*self_of(self)->column);
         static double nothing;  // an empty Array has no buffer, but a view must point somewhere
-        view->buf = data.data() != nullptr ? static_cast<void*>(data.data()) : &nothing;
+        view->buf = held->samples.data() != nullptr ? static_cast<void*>(held->samples.data()) : &nothing;
         view->len = held->shape * held->stride;
         view->readonly = 0;
         view->itemsize = sizeof(double);
@@ -256,16 +235,12 @@ int array_get_buffer(PyObject* self, Py_buffer* view, int flags) {
         view->internal = held;
         Py_INCREF(self);
         view->obj = self;
-        ++self_of(self)->views;
         return 0;
       },
       -1);
 }
 
-void array_release_buffer(PyObject* self, Py_buffer* view) {
-  delete static_cast<View*>(view->internal);
-  --self_of(self)->views;
-}
+void array_release_buffer(PyObject*, Py_buffer* view) { delete static_cast<View*>(view->internal); }
 
 PyBufferProcs array_buffer = {.bf_getbuffer = array_get_buffer, .bf_releasebuffer = array_release_buffer};
 
@@ -283,32 +258,39 @@ PyMappingMethods array_mapping = {
     .mp_ass_subscript = array_set_subscript,
 };
 
+constexpr Frame counts{.counted = "count_impl"};
+
 PyMethodDef array_methods[] = {
-    {"clone", array_clone, METH_VARARGS, "Clone kvalo.Array and its content"},
-    {"to_list", array_to_list, METH_VARARGS, "Convert kvalo.Array to standard Python list"},
-    {"avg", array_avg, METH_VARARGS, "Return kvalo.Array's average value"},
-    {"sum", array_sum, METH_VARARGS, "Return kvalo.Array's values sum"},
-    {"count_bt", array_count_between, METH_VARARGS,
-     "Return number of elements that are between the specified limits"},
-    {"count_eq", array_count<kernels::count_equal>, METH_VARARGS,
-     "Return number of elements that are equal to the argument"},
-    {"count_gt", array_count<kernels::count_greater>, METH_VARARGS,
-     "Return number of elements that are greater than the argument"},
-    {"count_lt", array_count<kernels::count_less>, METH_VARARGS,
-     "Return number of elements that are less than the argument"},
-    {"count_ne", array_count<kernels::count_not_equal>, METH_VARARGS,
-     "Return number of elements that are not equal to the argument"},
-    {"logical_and", array_logical<kernels::Operator::conjunction, "logical_and">, METH_VARARGS,
-     "Return new kvalo.Array with 0's and 1's, result from logical and operation"},
-    {"logical_or", array_logical<kernels::Operator::disjunction, "logical_or">, METH_VARARGS,
-     "Return new kvalo.Array with 0's and 1's, result from logical or operation"},
-    {"logical_not", array_logical_not, METH_NOARGS,
-     "Return new kvalo.Array with 0's and 1's, result from logical not operation"},
-    {"logical_xor", array_logical<kernels::Operator::exclusive, "logical_xor">, METH_VARARGS,
-     "Return new kvalo.Array with 0's and 1's, result from logical xor operation"},
-    {"__round__", array_round, METH_VARARGS,
-     "Return kvalo.Array rounded to ndigits precision after the decimal point"},
-    {nullptr, nullptr, 0, nullptr},
+    row<"clone", "($self, /)", "*", "Clone kvalo.Array and its content", array_clone>(),
+    row<"to_list", "($self, /)", "*", "Convert kvalo.Array to standard Python list", array_to_list>(),
+    row<"avg", "($self, /)", "*", "Return kvalo.Array's average value", array_avg>(),
+    row<"sum", "($self, /)", "*", "Return kvalo.Array's values sum", array_sum>(),
+    row<"count_bt", "($self, lo, hi, /)", "OO",
+        "Return number of elements that are between the specified limits", array_count_between,
+        Frame{.counted = "count_bt"}>(),
+    row<"count_eq", "($self, value, /)", "O", "Return number of elements that are equal to the argument",
+        array_count<kernels::count_equal>, counts>(),
+    row<"count_gt", "($self, value, /)", "O", "Return number of elements that are greater than the argument",
+        array_count<kernels::count_greater>, counts>(),
+    row<"count_lt", "($self, value, /)", "O", "Return number of elements that are less than the argument",
+        array_count<kernels::count_less>, counts>(),
+    row<"count_ne", "($self, value, /)", "O", "Return number of elements that are not equal to the argument",
+        array_count<kernels::count_not_equal>, counts>(),
+    row<"logical_and", "($self, other, /)", "O",
+        "Return new kvalo.Array with 0's and 1's, result from logical and operation",
+        array_logical<kernels::Operator::conjunction>, Frame{.counted = "logical_and"}>(),
+    row<"logical_or", "($self, other, /)", "O",
+        "Return new kvalo.Array with 0's and 1's, result from logical or operation",
+        array_logical<kernels::Operator::disjunction>, Frame{.counted = "logical_or"}>(),
+    row<"logical_not", "($self, /)", "",
+        "Return new kvalo.Array with 0's and 1's, result from logical not operation", array_logical_not>(),
+    row<"logical_xor", "($self, other, /)", "O",
+        "Return new kvalo.Array with 0's and 1's, result from logical xor operation",
+        array_logical<kernels::Operator::exclusive>, Frame{.counted = "logical_xor"}>(),
+    row<"__round__", "($self, ndigits=0, /)", "*",
+        "Return kvalo.Array rounded to ndigits precision after the decimal point", array_round,
+        Frame{.failures = &PyExc_Exception}>(),
+    {},
 };
 
 }  // namespace
@@ -317,11 +299,13 @@ ArrayObject* as_array(PyObject* object) noexcept {
   return object != nullptr && PyObject_TypeCheck(object, &ArrayType) ? self_of(object) : nullptr;
 }
 
-Ref make_array(Samples samples) {
-  Ref array = checked(array_new(&ArrayType, nullptr, nullptr));
-  self_of(array.get())->data = std::move(samples);
+Ref make_array(ColumnPtr column) {
+  Ref array = checked(alloc_array(&ArrayType));
+  self_of(array.get())->column = std::move(column);
   return array;
 }
+
+Ref make_array(Samples samples) { return make_array(make_column(std::move(samples))); }
 
 Samples samples_from_sequence(PyObject* sequence) {
   Samples samples;
@@ -358,7 +342,7 @@ PyTypeObject ArrayType = {
     .tp_as_mapping = &array_mapping,
     .tp_as_buffer = &array_buffer,
     .tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE,
-    .tp_doc = "Kvalo array object",
+    .tp_doc = signature::docstring<"Array", "(source=..., unused=..., /)", "Kvalo array object">.data(),
     .tp_richcompare = array_richcompare,
     .tp_methods = array_methods,
     .tp_init = array_init,

@@ -1,9 +1,9 @@
+// The operators and comparisons of Array.
 #include "objects/array_operators.h"
 
 #include <algorithm>
 
 #include "objects/frame.h"
-#include "objects/lending.h"
 #include "objects/operator_slots.h"
 
 namespace mirn2 {
@@ -35,26 +35,22 @@ PyObject* array_with_array(const Samples a, const Samples b, const Binary& f) {
   });
 }
 
-PyObject* in_place_with_number(ArrayObject* a, double b, const Binary& f) {
-  prepare_write(a);
-  Samples samples = a->data;
-  samples.mark_modified();
-  return new_array(samples.size(), [&](std::span<double> out) {
-    f.vector_number(samples.span(), b, samples.span());
-    std::ranges::copy(samples.span(), out.begin());
-  });
+PyObject* in_place_with_number(const ColumnPtr& a, double b, const Binary& f) {
+  change_in_place(*a, [&](std::span<const double> y, std::span<double> out) { f.vector_number(y, b, out); });
+  return make_array(a->snapshot()).release();
 }
 
-PyObject* in_place_with_array(ArrayObject* a, const Samples other, const Binary& f) {
-  prepare_write(a);
-  Samples samples = a->data;
-  samples.mark_modified();
-  return new_array(samples.size(), [&](std::span<double> out) {
-    const auto changed = samples.span().first(std::min(samples.size(), other.size()));
-    f.vectors(changed, other.span().first(changed.size()), changed);
-    std::ranges::copy(changed, out.begin());
-    std::ranges::fill(out.subspan(changed.size()), 0.0);
+// Samples past the end of a shorter operand stay; the result has zeros there.
+PyObject* in_place_with_array(const ColumnPtr& a, const Samples other, const Binary& f) {
+  const uint64_t both = std::min(a->size(), other.size());
+  change_in_place(*a, [&](std::span<const double> y, std::span<double> out) {
+    f.vectors(y.first(both), other.span().first(both), out.first(both));
+    std::ranges::copy(y.subspan(both), out.subspan(both).begin());
   });
+  if (both == a->size()) return make_array(a->snapshot()).release();
+  Samples padded = a->hold().clone();
+  std::ranges::fill(padded.span().subspan(both), 0.0);
+  return make_array(std::move(padded)).release();
 }
 
 PyObject* array_inplace(PyObject* a, PyObject* b, Operator which) {
@@ -64,8 +60,8 @@ PyObject* array_inplace(PyObject* a, PyObject* b, Operator which) {
     if (!is_array_operand(a)) {
       fail(PyExc_TypeError, "Objects of a subclass of kvalo.Array cannot be changed in place by operators");
     }
-    if (is_number(b)) return in_place_with_number(as_array(a), number_of(b), f);
-    if (is_array_operand(b)) return in_place_with_array(as_array(a), as_array(b)->data, f);
+    if (is_number(b)) return in_place_with_number(as_array(a)->column, number_of(b), f);
+    if (is_array_operand(b)) return in_place_with_array(as_array(a)->column, as_array(b)->column->hold(), f);
     Py_RETURN_NOTIMPLEMENTED;
   });
 }
@@ -87,15 +83,15 @@ PyObject* array_binary(PyObject* a, PyObject* b, Operator which) noexcept {
   return guard(PyExc_ValueError, [&]() -> PyObject* {
     const Binary& f = kernels::binary(which);
     if (is_array_operand(a)) {
-      const Samples left = as_array(a)->data;
-      if (is_array_operand(b)) return array_with_array(left, as_array(b)->data, f);
+      const Samples left = as_array(a)->column->hold();
+      if (is_array_operand(b)) return array_with_array(left, as_array(b)->column->hold(), f);
       if (is_number(b)) {
         const double right = number_of(b);
         return new_array(left.size(), [&](auto out) { f.vector_number(left.span(), right, out); });
       }
     } else if (is_array_operand(b) && is_number(a)) {
       const double left = number_of(a);
-      const Samples right = as_array(b)->data;
+      const Samples right = as_array(b)->column->hold();
       return new_array(right.size(), [&](auto out) { f.number_vector(left, right.span(), out); });
     }
     Py_RETURN_NOTIMPLEMENTED;
@@ -104,7 +100,7 @@ PyObject* array_binary(PyObject* a, PyObject* b, Operator which) noexcept {
 
 PyObject* array_unary(PyObject* a, const Unary& f) noexcept {
   return guard(PyExc_ValueError, [&] {
-    const Samples samples = as_array(a)->data;
+    const Samples samples = as_array(a)->column->hold();
     return new_array(samples.size(), [&](auto out) { f.vector(samples.span(), out); });
   });
 }

@@ -3,7 +3,7 @@
 
 #include <Python.h>
 
-#include "functions/kernels/elements.h"
+#include "kernels/elements.h"
 #include "objects/array.h"
 
 namespace mirn2 {

@@ -1,3 +1,4 @@
+// Makes an attribute name from a variable's name.
 #include "objects/attribute_name.h"
 
 namespace mirn2 {

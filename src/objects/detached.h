@@ -6,6 +6,7 @@
 
 namespace mirn2 {
 
+class TimeSeries;
 struct TimeSeriesObject;
 
 class ReaderDetached : public rd::Reader {
@@ -14,6 +15,10 @@ class ReaderDetached : public rd::Reader {
 
   void scan() override {}
   void load(rd::rto_t& request) override;
+
+  // Lets the record show the very columns of the object. Call with the interpreter lock.
+  void show(TimeSeries& record) const;
+
   rd::LoaderState state() const noexcept override { return rd::LoaderState::detached; }
 
   // The object goes away: later loads give nothing.

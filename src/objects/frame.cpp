@@ -1,3 +1,4 @@
+// Reports errors to Python, traces calls and converts arguments for every script function.
 #include "objects/frame.h"
 
 #include "runtime/log.h"
@@ -35,9 +36,8 @@ void refuse_online(std::string_view name) {
        name);
 }
 
-void require_count(PyObject* args, Py_ssize_t count, std::string_view name) {
-  const Py_ssize_t given = PyTuple_GET_SIZE(args);
-  if (given == count) return;
+void require_count(Py_ssize_t given, size_t count, std::string_view name) {
+  if (given == static_cast<Py_ssize_t>(count)) return;
   fail(PyExc_ValueError, "Function '{:s}' takes {:d} arguments ({:d} given)", name, count, given);
 }
 

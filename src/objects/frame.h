@@ -1,15 +1,6 @@
 // The frame that every script function and method runs in: one way to report an error, one place that
-// turns C++ exceptions into Python ones, the trace, and the conversions of Python arguments.
-//
-// A function looks like this:
-//
-//   PyObject* series_tag(PyObject* self, PyObject* args) noexcept {
-//     return guard(PyExc_Exception, [&]() -> PyObject* {
-//       refuse_online("tag");                                     // throws -> RuntimeError
-//       if (...) fail(PyExc_ValueError, "Argument must be ...");  // throws -> ValueError
-//       return PyFloat_FromDouble(...);
-//     });
-//   }
+// turns C++ exceptions into Python ones, the trace, and the conversions of Python arguments. Functions and
+// methods get it from their row (row.h); type slots call guard() themselves.
 #pragma once
 
 #include <Python.h>
@@ -103,9 +94,8 @@ auto without_gil(Work&& work) {
 // Throws RuntimeError when a real-time data connection is active; `name` is the function named in the text.
 void refuse_online(std::string_view name);
 
-// Throws ValueError "Function '{name}' takes {count} arguments ({given} given)" unless the tuple has
-// that many items.
-void require_count(PyObject* args, Py_ssize_t count, std::string_view name);
+// Throws ValueError "Function '{name}' takes {count} arguments ({given} given)" unless both counts agree.
+void require_count(Py_ssize_t given, size_t count, std::string_view name);
 
 // UTF-8 of any object: itself for a str, else str(object). Throws std::runtime_error.
 std::string to_text(PyObject* value);
@@ -146,10 +136,5 @@ struct Name {
 
 // Shows the instance dictionary of a type that has one as `__dict__`.
 extern PyGetSetDef instance_dict_getset[];
-
-// A C function with keywords as a method table wants it.
-inline PyCFunction with_keywords(PyCFunctionWithKeywords function) {
-  return reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(function));
-}
 
 }  // namespace mirn2

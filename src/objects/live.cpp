@@ -1,24 +1,24 @@
+// Appends what a live source delivers to its series.
 #include "objects/live.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include "kernels/array.h"
 #include "objects/array.h"
-#include "objects/array_kernels.h"
-#include "objects/lending.h"
 #include "objects/time_series.h"
 
 namespace mirn2 {
 
 namespace {
 
-// The last `kept` samples of the axis and the new ones behind.
+// The last `kept` samples of the axis, and the new ones after them.
 Samples extended(const Samples& axis, uint64_t kept, const Samples& news, const AxisScale& scale) {
   const uint64_t dropped = axis.size() - kept;
   const uint64_t total = kept + news.size();
   Samples result;
-  if (axis.capacity() >= dropped + total && !axis.is_watched()) {
-    // What lies behind the end is nobody's yet: other holders of the buffer see nothing change.
+  if (axis.capacity() >= dropped + total && !axis.is_viewed()) {
+    // Nobody sees past the end yet: for other holders of the buffer nothing changes.
     result = axis;
     result.remove_prefix(dropped);
     result.resize_for_overwrite(total);
@@ -33,14 +33,12 @@ Samples extended(const Samples& axis, uint64_t kept, const Samples& news, const 
   return result;
 }
 
-// Lets an object's axis show the record's new samples. An Array that shows something else now, because a
+// Lets an object's axis show the record's new column. An Array that shows something else now, because a
 // script has put it there, is replaced.
-void show(PyObject*& axis, const Samples& before, const Samples& now, std::vector<Ref>& dropped) {
+void show(PyObject*& axis, const ColumnPtr& before, const ColumnPtr& now, std::vector<Ref>& dropped) {
   ArrayObject* array = as_array(axis);
-  const bool shows_record = array != nullptr && !array->borrows &&
-                            (array->data.data() == before.data() || array->data.data() == now.data());
-  if (shows_record) {
-    array->data = now;
+  if (array != nullptr && (array->column == before || array->column == now)) {
+    array->column = now;
   } else {
     dropped.push_back(Ref::steal(std::exchange(axis, make_array(now).release())));
   }
@@ -49,19 +47,20 @@ void show(PyObject*& axis, const Samples& before, const Samples& now, std::vecto
 }  // namespace
 
 void receive(TimeSeries& record, const LoadedSamples& delivered, uint64_t window, std::vector<Ref>& dropped) {
-  const uint64_t held = std::min(record.x.size(), record.y.size());
+  const ColumnPtr old_x = record.x ? record.x : make_column({});
+  const ColumnPtr old_y = record.y ? record.y : make_column({});
+  const uint64_t held = std::min(old_x->size(), old_y->size());
   const uint64_t most = std::max(window, delivered.x.size());
   const uint64_t kept = std::min(held, most - delivered.x.size());
-  const Samples old_x = record.x;
-  const Samples old_y = record.y;
+  ColumnPtr x = old_x;
+  ColumnPtr y = old_y;
   if (kept != held || !delivered.x.empty()) {
-    prepare_write(record.x);  // results that borrow the buffer
-    prepare_write(record.y);
-    Samples x = extended(record.x, kept, delivered.x, record.x_scale);
-    Samples y = extended(record.y, kept, delivered.y, record.y_scale);
-    record.x = std::move(x);
-    record.y = std::move(y);
+    // Copies that a script has made of the Arrays keep the former columns, and the samples they have.
+    x = make_column(extended(old_x->hold(), kept, delivered.x, record.x_scale));
+    y = make_column(extended(old_y->hold(), kept, delivered.y, record.y_scale));
   }
+  record.x = std::move(x);
+  record.y = std::move(y);
   for (TimeSeriesObject* object : record.shown_by) {
     show(object->xdata, old_x, record.x, dropped);
     show(object->ydata, old_y, record.y, dropped);

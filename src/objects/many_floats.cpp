@@ -1,3 +1,4 @@
+// Makes Python lists and tuples of many floats fast.
 #include "objects/many_floats.h"
 
 #include <sys/mman.h>

@@ -1,10 +1,11 @@
+// The Python type Mesh.
 #include "objects/mesh.h"
 
 #include <structmember.h>
 
 #include <cstddef>
 
-#include "objects/frame.h"
+#include "objects/row.h"
 #include "runtime/num.h"
 
 namespace mirn2 {
@@ -59,7 +60,7 @@ void mesh_dealloc(PyObject* object) {
 uint64_t axis_size(PyObject* axis, const char* name) {
   const ArrayObject* array = as_array(axis);
   if (array == nullptr) fail(PyExc_TypeError, "'{:s}' of the kvalo.Mesh object must be a kvalo.Array", name);
-  return array->data.size();
+  return array->column->size();
 }
 
 PyObject* mesh_repr(PyObject* object) {
@@ -100,7 +101,7 @@ PyTypeObject MeshType = {
     .tp_dealloc = mesh_dealloc,
     .tp_repr = mesh_repr,
     .tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE | Py_TPFLAGS_HAVE_GC,
-    .tp_doc = "Kvalo mesh object",
+    .tp_doc = signature::docstring<"Mesh", "()", "Kvalo mesh object">.data(),
     .tp_traverse = mesh_traverse,
     .tp_clear = mesh_clear,
     .tp_members = mesh_members,

@@ -5,7 +5,7 @@
 
 #include <optional>
 
-#include "functions/kernels/elements.h"
+#include "kernels/elements.h"
 
 namespace mirn2 {
 

@@ -1,13 +1,11 @@
+// Methods of TimeSeries that answer questions about the samples, or cut and change them.
 #include "objects/queries.h"
 
 #include <utility>
 
-#include "functions/kernels/queries.h"
-#include "objects/array_kernels.h"
-#include "objects/frame.h"
-#include "objects/lending.h"
+#include "kernels/array.h"
+#include "kernels/queries.h"
 #include "objects/time_series.h"
-#include "objects/unavailable.h"
 #include "readers/reader.h"
 #include "runtime/log.h"
 #include "runtime/str.h"
@@ -16,11 +14,9 @@ namespace mirn2::query {
 
 namespace {
 
-namespace kernels = mirn2::fn::kernels;
 using kernels::Relation;
 
 constexpr const char* no_data = "No data";
-constexpr const char* numeric_argument = "Argument must be a numeric value";
 
 TimeSeriesObject* self_of(PyObject* self) { return reinterpret_cast<TimeSeriesObject*>(self); }
 
@@ -43,9 +39,9 @@ class Held {
 
  private:
   static void take(PyObject* axis, bool& has, Samples& samples) {
-    const Samples* held = axis_of(axis);
+    const Column* held = axis_of(axis);
     has = held != nullptr;
-    if (has) samples = *held;
+    if (has) samples = held->hold();
   }
 
   InUse in_use_;
@@ -55,9 +51,7 @@ class Held {
   Samples y_;
 };
 
-double number_item(PyObject* args, Py_ssize_t i) {
-  return number_argument(PyTuple_GET_ITEM(args, i), numeric_argument);
-}
+double numeric(PyObject* value) { return number_argument(value, "Argument must be a numeric value"); }
 
 // What reads the samples without loading them says how to get them.
 void warn_if_not_loaded(PyObject* object, const Held& held) {
@@ -69,40 +63,30 @@ void warn_if_not_loaded(PyObject* object, const Held& held) {
 
 // ---- values ----
 
-template <Name name, double kernels::Extremes::*which>
-PyObject* extreme(PyObject* self) {
-  return guard(PyExc_ValueError, [&] {
-    refuse_online(name.text);
-    const Held held(self, Loading::on_demand);
-    if (held.y().empty()) fail(PyExc_ValueError, "{:s}", no_data);
-    return PyFloat_FromDouble(without_gil([&] { return kernels::extremes(held.y()).*which; }));
-  });
+double extreme(PyObject* self, double kernels::Extremes::*which) {
+  const Held held(self, Loading::on_demand);
+  if (held.y().empty()) fail(PyExc_ValueError, "{:s}", no_data);
+  return without_gil([&] { return kernels::extremes(held.y()).*which; });
 }
 
 }  // namespace
 
-PyObject* max(PyObject* self, PyObject*) { return extreme<"max", &kernels::Extremes::hi>(self); }
-PyObject* min(PyObject* self, PyObject*) { return extreme<"min", &kernels::Extremes::lo>(self); }
+double max(PyObject* self) { return extreme(self, &kernels::Extremes::hi); }
+double min(PyObject* self) { return extreme(self, &kernels::Extremes::lo); }
 
-PyObject* avg(PyObject* self, PyObject*) {
-  return guard(PyExc_ValueError, [&] {
-    refuse_online("avg");
-    const Held held(self, Loading::on_demand);
-    if (!held.has_x() || !held.has_y()) fail(PyExc_ValueError, "{:s}", no_data);
-    if (held.x().size() < held.y().size()) {
-      fail(PyExc_ValueError, "There are {} times for {} values", held.x().size(), held.y().size());
-    }
-    return PyFloat_FromDouble(without_gil([&] { return kernels::zero_order_mean(held.x(), held.y()); }));
-  });
+double avg(PyObject* self) {
+  const Held held(self, Loading::on_demand);
+  if (!held.has_x() || !held.has_y()) fail(PyExc_ValueError, "{:s}", no_data);
+  if (held.x().size() < held.y().size()) {
+    fail(PyExc_ValueError, "There are {} times for {} values", held.x().size(), held.y().size());
+  }
+  return without_gil([&] { return kernels::zero_order_mean(held.x(), held.y()); });
 }
 
-PyObject* sum(PyObject* self, PyObject*) {
-  return guard(PyExc_ValueError, [&] {
-    refuse_online("sum");
-    const Held held(self, Loading::on_demand);
-    if (!held.has_y()) fail(PyExc_ValueError, "{:s}", no_data);
-    return PyFloat_FromDouble(without_gil([&] { return mirn2::kernels::sum(held.y()); }));
-  });
+double sum(PyObject* self) {
+  const Held held(self, Loading::on_demand);
+  if (!held.has_y()) fail(PyExc_ValueError, "{:s}", no_data);
+  return without_gil([&] { return mirn2::kernels::sum(held.y()); });
 }
 
 // ---- times ----
@@ -111,35 +95,29 @@ namespace {
 
 // A wrong number of arguments and axes of different length give None, without an error.
 template <typename Kernel>
-PyObject* total_time(PyObject* self, PyObject* args, const char* name, Py_ssize_t limits, Kernel kernel) {
-  return guard(PyExc_ValueError, [&]() -> PyObject* {
-    refuse_online(name);
-    if (PyTuple_GET_SIZE(args) != limits) Py_RETURN_NONE;
-    const double lo = number_item(args, 0);
-    const double hi = number_item(args, limits - 1);
-    const Held held(self, Loading::none);
-    warn_if_not_loaded(self, held);
-    if (held.x().size() != held.y().size()) Py_RETURN_NONE;
-    return PyFloat_FromDouble(without_gil([&] { return kernel(held.x(), held.y(), lo, hi); }));
-  });
+PyObject* total_time(PyObject* self, Items limits, size_t count, Kernel kernel) {
+  if (limits.size() != count) Py_RETURN_NONE;
+  const double lo = numeric(limits.front());
+  const double hi = numeric(limits.back());
+  const Held held(self, Loading::none);
+  warn_if_not_loaded(self, held);
+  if (held.x().size() != held.y().size()) Py_RETURN_NONE;
+  return PyFloat_FromDouble(without_gil([&] { return kernel(held.x(), held.y(), lo, hi); }));
 }
 
-template <Relation relation>
-PyObject* time_impl(PyObject* self, PyObject* args) {
-  return total_time(self, args, "time_impl", 1, [](auto x, auto y, double value, double) {
-    return kernels::time_where(x, y, relation, value);
+PyObject* time_impl(PyObject* self, Items value, Relation relation) {
+  return total_time(self, value, 1, [relation](auto x, auto y, double limit, double) {
+    return kernels::time_where(x, y, relation, limit);
   });
 }
 
 }  // namespace
 
-PyObject* time_bt(PyObject* self, PyObject* args) {
-  return total_time(self, args, "time_bt", 2, kernels::time_between);
-}
-PyObject* time_eq(PyObject* self, PyObject* args) { return time_impl<Relation::equal>(self, args); }
-PyObject* time_gt(PyObject* self, PyObject* args) { return time_impl<Relation::greater>(self, args); }
-PyObject* time_lt(PyObject* self, PyObject* args) { return time_impl<Relation::less>(self, args); }
-PyObject* time_ne(PyObject* self, PyObject* args) { return time_impl<Relation::not_equal>(self, args); }
+PyObject* time_bt(PyObject* self, Items limits) { return total_time(self, limits, 2, kernels::time_between); }
+PyObject* time_eq(PyObject* self, Items value) { return time_impl(self, value, Relation::equal); }
+PyObject* time_gt(PyObject* self, Items value) { return time_impl(self, value, Relation::greater); }
+PyObject* time_lt(PyObject* self, Items value) { return time_impl(self, value, Relation::less); }
+PyObject* time_ne(PyObject* self, Items value) { return time_impl(self, value, Relation::not_equal); }
 
 // ---- search ----
 
@@ -159,125 +137,70 @@ Relation relation_named(std::string_view name) {
 
 }  // namespace
 
-PyObject* index(PyObject* self, PyObject* args, PyObject* keywords) {
-  return guard(PyExc_ValueError, [&] {
-    refuse_online("index");
-    static const char* names[] = {"", "op", nullptr};
-    double value = 0.0;
-    const char* op = "eq";
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "d|s", const_cast<char**>(names), &value, &op)) {
-      throw python_error();
-    }
-    const Relation relation = relation_named(op);
-    const Held held(self, Loading::on_demand);
-    if (!held.has_y()) fail(PyExc_ValueError, "{:s}", no_data);
-    const size_t found = without_gil([&] { return kernels::find_first(held.y(), relation, value); });
-    if (found == held.y().size()) fail(PyExc_ValueError, "Could not find sample that match the criteria");
-    return PyLong_FromSize_t(found);
-  });
+uint64_t index(PyObject* self, double value, const char* op) {
+  const Relation relation = relation_named(op);
+  const Held held(self, Loading::on_demand);
+  if (!held.has_y()) fail(PyExc_ValueError, "{:s}", no_data);
+  const size_t found = without_gil([&] { return kernels::find_first(held.y(), relation, value); });
+  if (found == held.y().size()) fail(PyExc_ValueError, "Could not find sample that match the criteria");
+  return found;
 }
 
-PyObject* pattern(PyObject* self, PyObject* args) {
-  return guard(PyExc_Exception, [&] {
-    const Trace trace("pattern1");
-    constexpr long nothing_detected = 1;
-    refuse_online("pattern");
-    if (PyTuple_GET_SIZE(args) != 2) {
-      rd::warn("Invalid argument count");
-      return PyLong_FromLong(nothing_detected);
-    }
-    const double t0 = number_item(args, 0);
-    const double t1 = number_item(args, 1);
-    const Held held(self, Loading::on_demand);
-    if (!held.has_x()) fail(PyExc_Exception, "kvalo.TimeSeries object is empty");
-    if (held.x().size() != held.y().size()) {
-      constexpr int fatal = 4;
-      mirn3::log::write(
-          fatal, fmt::format("Inconsistent sizes: xsize {}, ysize {}", held.x().size(), held.y().size()));
-      return PyLong_FromLong(nothing_detected);
-    }
-    const Trace detector("pattern2");
-    const uint64_t code = without_gil([&] { return kernels::pattern_code(held.x(), held.y(), t0, t1); });
-    uint64_t& flags = self_of(self)->flags;
-    flags = (flags & ~pattern_mask) | code;
-    return PyLong_FromUnsignedLong(static_cast<uint32_t>(flags));
-  });
+uint64_t pattern(PyObject* self, Items times) {
+  constexpr uint64_t nothing_detected = 1;
+  if (times.size() != 2) {
+    rd::warn("Invalid argument count");
+    return nothing_detected;
+  }
+  const double t0 = numeric(times[0]);
+  const double t1 = numeric(times[1]);
+  const Held held(self, Loading::on_demand);
+  if (!held.has_x()) fail(PyExc_Exception, "kvalo.TimeSeries object is empty");
+  if (held.x().size() != held.y().size()) {
+    constexpr int fatal = 4;
+    mirn3::log::write(
+        fatal, fmt::format("Inconsistent sizes: xsize {}, ysize {}", held.x().size(), held.y().size()));
+    return nothing_detected;
+  }
+  const Trace detector("pattern2");
+  const uint64_t code = without_gil([&] { return kernels::pattern_code(held.x(), held.y(), t0, t1); });
+  uint64_t& flags = self_of(self)->flags;
+  flags = (flags & ~pattern_mask) | code;
+  return static_cast<uint32_t>(flags);
 }
 
 // ---- cutting and sorting ----
 
-PyObject* slice(PyObject* self, PyObject* args, PyObject* keywords) {
-  return guard(PyExc_ValueError, [&] {
-    refuse_online("slice");
-    static const char* names[] = {"tini", "tend", nullptr};
-    double tini = 0.0;
-    double tend = 0.0;
-    if (!PyArg_ParseTupleAndKeywords(args, keywords, "dd", const_cast<char**>(names), &tini, &tend)) {
-      throw python_error();
-    }
-    const Operand operand(self_of(self));
-    if (operand.size() == 0) fail(PyExc_ValueError, "{:s}", no_data);
-    const kernels::Slice range = kernels::slice(operand.x(), tini, tend);
-    if (range.first > range.last) fail(PyExc_ValueError, "Invalid time limits");
-    const size_t count = range.last - range.first + 1;
-    Samples x;
-    Samples y;
-    x.resize_for_overwrite(count);
-    y.resize_for_overwrite(count);
-    without_gil([&] {
-      std::ranges::copy(operand.x().subspan(range.first, count), x.data());
-      std::ranges::copy(operand.y().subspan(range.first, count), y.data());
-    });
-    return make_result(std::move(x), std::move(y)).release();
+Ref slice(PyObject* self, double tini, double tend) {
+  const Operand operand(self_of(self));
+  if (operand.size() == 0) fail(PyExc_ValueError, "{:s}", no_data);
+  const kernels::Slice range = kernels::slice(operand.x(), tini, tend);
+  if (range.first > range.last) fail(PyExc_ValueError, "Invalid time limits");
+  const size_t count = range.last - range.first + 1;
+  Samples x;
+  Samples y;
+  x.resize_for_overwrite(count);
+  y.resize_for_overwrite(count);
+  without_gil([&] {
+    std::ranges::copy(operand.x().subspan(range.first, count), x.data());
+    std::ranges::copy(operand.y().subspan(range.first, count), y.data());
   });
+  return make_result(std::move(x), std::move(y));
 }
 
-namespace {
-
-// Whether the Array shows this very vector, and not as a borrower.
-bool shows(PyObject* array, const Samples& samples) {
-  const ArrayObject* shown = as_array(array);
-  return shown != nullptr && !shown->borrows && !samples.empty() && shown->data.data() == samples.data();
-}
-
-// Puts sorted samples in the place of those that the two Arrays hold. They become the record's too, and
-// everybody's who shows it, when the Arrays showed it.
-void put_sorted(TimeSeries* record, PyObject* x_array, PyObject* y_array, const Samples& x,
-                const Samples& y) {
-  if (record != nullptr && shows(x_array, record->x) && shows(y_array, record->y)) {
-    for (const TimeSeriesObject* object : record->shown_by) {
-      if (!shows(object->xdata, record->x) || !shows(object->ydata, record->y)) continue;
-      replace_samples(as_array(object->xdata), x);
-      replace_samples(as_array(object->ydata), y);
-    }
-    part_with_times(*record);
-    record->x = x;
-    record->y = y;
-  }
-  replace_samples(as_array(x_array), x);
-  replace_samples(as_array(y_array), y);
-}
-
-}  // namespace
-
-PyObject* sort(PyObject* self, PyObject*) {
-  return guard(PyExc_ValueError, [&]() -> PyObject* {
-    refuse_online("sort");
-    const Operand operand(self_of(self));
-    const Ref x_array = Ref::share(self_of(self)->xdata);
-    const Ref y_array = Ref::share(self_of(self)->ydata);
-    Samples x;
-    Samples y;
-    if (without_gil([&] { return kernels::is_sorted_by_time(operand.x()); })) Py_RETURN_NONE;
-    x.resize_for_overwrite(operand.size());
-    y.resize_for_overwrite(operand.size());
-    without_gil([&] { kernels::sort_by_time(operand.x(), operand.y(), x.span(), y.span()); });
-    // Loading again would bring back the old order.
-    x.mark_modified();
-    y.mark_modified();
-    put_sorted(record_of(self_of(self)), x_array.get(), y_array.get(), x, y);
-    Py_RETURN_NONE;
-  });
+void sort(PyObject* self) {
+  const Operand operand(self_of(self));
+  const ColumnPtr x_column = as_array(self_of(self)->xdata)->column;
+  const ColumnPtr y_column = as_array(self_of(self)->ydata)->column;
+  Samples x;
+  Samples y;
+  if (without_gil([&] { return kernels::is_sorted_by_time(operand.x()); })) return;
+  x.resize_for_overwrite(operand.size());
+  y.resize_for_overwrite(operand.size());
+  without_gil([&] { kernels::sort_by_time(operand.x(), operand.y(), x.span(), y.span()); });
+  // Everything that shows the series sees it sorted; loading again would bring back the old order.
+  x_column->replace(std::move(x), Column::Change::modifies);
+  y_column->replace(std::move(y), Column::Change::modifies);
 }
 
 // ---- gain and offset ----
@@ -286,34 +209,26 @@ namespace {
 
 struct Axis {
   AxisScale TimeSeries::*scale;
-  Samples TimeSeries::*samples;
+  ColumnPtr TimeSeries::*column;
   PyObject* TimeSeriesObject::*array;
 };
 constexpr Axis x_axis{&TimeSeries::x_scale, &TimeSeries::x, &TimeSeriesObject::xdata};
 constexpr Axis y_axis{&TimeSeries::y_scale, &TimeSeries::y, &TimeSeriesObject::ydata};
 
-template <const Axis& axis, Name name>
-PyObject* apply_gain(PyObject* self, PyObject* args) {
-  return guard(PyExc_ValueError, [&]() -> PyObject* {
-    refuse_online(name.text);
-    require_count(args, 2, name.text);
-    const double gain = number_item(args, 0);
-    const double offset = number_item(args, 1);
-    if (TimeSeries* record = record_of(self_of(self))) {
-      scale_axis(*record, axis.scale, axis.samples, {gain, offset});
-    } else if (ArrayObject* array = as_array(self_of(self)->*axis.array)) {
-      prepare_write(array);
-      mirn2::kernels::scale(array->data.span(), gain, offset);
-      array->data.mark_modified();
-    }
-    Py_RETURN_NONE;
-  });
+void apply_gain(PyObject* self, const Axis& axis, PyObject* gain_argument, PyObject* offset_argument) {
+  const double gain = numeric(gain_argument);
+  const double offset = numeric(offset_argument);
+  if (TimeSeries* record = record_of(self_of(self))) {
+    scale_axis(*record, axis.scale, axis.column, {gain, offset});
+  } else if (ArrayObject* array = as_array(self_of(self)->*axis.array)) {
+    mirn2::kernels::scale(array->column->write(), gain, offset);
+  }
 }
 
 }  // namespace
 
-PyObject* axpb(PyObject* self, PyObject* args) { return apply_gain<x_axis, "axpb">(self, args); }
-PyObject* aypb(PyObject* self, PyObject* args) { return apply_gain<y_axis, "aypb">(self, args); }
+void axpb(PyObject* self, PyObject* gain, PyObject* offset) { apply_gain(self, x_axis, gain, offset); }
+void aypb(PyObject* self, PyObject* gain, PyObject* offset) { apply_gain(self, y_axis, gain, offset); }
 
 // ---- facts for people ----
 
@@ -340,22 +255,18 @@ void tell_axis(const char* axis, bool exists, std::span<const double> values, bo
 
 }  // namespace
 
-PyObject* inspect(PyObject* self, PyObject*) {
-  return guard(PyExc_Exception, [&]() -> PyObject* {
-    refuse_online("inspect");
-    const Held held(self, Loading::none);
-    if (const TimeSeries* record = record_of(self_of(self))) {
-      rd::warn("TimeSeries was created from file");
-      rd::warn(fmt::format("Full name is {:s}", record->full_name));
-      rd::warn(fmt::format("Main name is {:s}", record->main_name));
-    } else {
-      rd::warn("TimeSeries was not created from file");
-    }
-    tell_axis("x-axis", held.has_x(), held.x(), true);
-    tell_axis("y-axis", held.has_y(), held.y(), false);
-    warn_if_not_loaded(self, held);
-    Py_RETURN_NONE;
-  });
+void inspect(PyObject* self) {
+  const Held held(self, Loading::none);
+  if (const TimeSeries* record = record_of(self_of(self))) {
+    rd::warn("TimeSeries was created from file");
+    rd::warn(fmt::format("Full name is {:s}", record->full_name));
+    rd::warn(fmt::format("Main name is {:s}", record->main_name));
+  } else {
+    rd::warn("TimeSeries was not created from file");
+  }
+  tell_axis("x-axis", held.has_x(), held.x(), true);
+  tell_axis("y-axis", held.has_y(), held.y(), false);
+  warn_if_not_loaded(self, held);
 }
 
 }  // namespace mirn2::query

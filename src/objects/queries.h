@@ -1,25 +1,26 @@
 // Methods of kvalo.TimeSeries that answer questions about the samples, cut them or change them in place.
+// Their rows stand with the type.
 #pragma once
 
-#include <Python.h>
+#include "objects/row.h"
 
 namespace mirn2::query {
 
-PyObject* axpb(PyObject* self, PyObject* args);
-PyObject* aypb(PyObject* self, PyObject* args);
-PyObject* avg(PyObject* self, PyObject*);
-PyObject* max(PyObject* self, PyObject*);
-PyObject* min(PyObject* self, PyObject*);
-PyObject* sum(PyObject* self, PyObject*);
-PyObject* time_bt(PyObject* self, PyObject* args);
-PyObject* time_eq(PyObject* self, PyObject* args);
-PyObject* time_gt(PyObject* self, PyObject* args);
-PyObject* time_lt(PyObject* self, PyObject* args);
-PyObject* time_ne(PyObject* self, PyObject* args);
-PyObject* inspect(PyObject* self, PyObject*);
-PyObject* pattern(PyObject* self, PyObject* args);
-PyObject* sort(PyObject* self, PyObject*);
-PyObject* index(PyObject* self, PyObject* args, PyObject* keywords);
-PyObject* slice(PyObject* self, PyObject* args, PyObject* keywords);
+void axpb(PyObject* self, PyObject* gain, PyObject* offset);
+void aypb(PyObject* self, PyObject* gain, PyObject* offset);
+double avg(PyObject* self);
+double max(PyObject* self);
+double min(PyObject* self);
+double sum(PyObject* self);
+PyObject* time_bt(PyObject* self, Items limits);
+PyObject* time_eq(PyObject* self, Items value);
+PyObject* time_gt(PyObject* self, Items value);
+PyObject* time_lt(PyObject* self, Items value);
+PyObject* time_ne(PyObject* self, Items value);
+void inspect(PyObject* self);
+uint64_t pattern(PyObject* self, Items times);
+void sort(PyObject* self);
+uint64_t index(PyObject* self, double value, const char* op);
+Ref slice(PyObject* self, double tini, double tend);
 
 }  // namespace mirn2::query

@@ -1,3 +1,4 @@
+// The series record: its objects, and how its samples are loaded.
 #include "objects/series.h"
 
 #include <fmt/format.h>
@@ -7,7 +8,7 @@
 #include <cstring>
 #include <numeric>
 
-#include "objects/array_kernels.h"
+#include "kernels/array.h"
 #include "readers/reader.h"
 #include "runtime/exc.h"
 
@@ -38,7 +39,7 @@ bool TimeSeries::can_unload() const noexcept {
   if (in_use > 0 || readers.empty()) return false;
   const bool reloadable = std::ranges::all_of(
       readers, [](const auto& reader) { return reader->state() == rd::LoaderState::reloadable; });
-  return reloadable && !x.is_modified() && !y.is_modified();
+  return reloadable && !(x && x->is_modified()) && !(y && y->is_modified());
 }
 
 namespace {
@@ -76,15 +77,15 @@ LoadedSamples join(const std::vector<LoadedSamples>& parts) {
   return sorted;
 }
 
-void apply(const AxisScale& scale, mirn3::shared_vector<double>& axis) {
+void apply(const AxisScale& scale, Samples& axis) {
   if (scale.is_identity()) return;
-  axis.own();
+  axis.make_unique();
   kernels::scale(axis.span(), scale.gain, scale.offset);
 }
 
 }  // namespace
 
-void set_clock(LoadedSamples& samples, const mirn3::shared_vector<double>& clock, const std::string& name) {
+void set_clock(LoadedSamples& samples, const Samples& clock, const std::string& name) {
   if (samples.x.size() == clock.size()) {
     samples.x = clock;
   } else {

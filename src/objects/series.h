@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "kvalo/shared_vector.h"
+#include "objects/column.h"
 
 namespace mirn2 {
 
@@ -21,7 +21,6 @@ namespace rd {
 class Reader;
 }
 
-struct ArrayObject;
 struct TimeSeriesObject;
 
 constexpr double earliest_time = std::numeric_limits<double>::lowest();
@@ -43,17 +42,16 @@ class TimeSeries {
   uint64_t last_load = 0;             // stamp of the last load: the oldest make room first
   double tini = earliest_time;        // the time range it was opened with
   double tend = latest_time;
-  mirn3::shared_vector<double> x;  // loaded samples
-  mirn3::shared_vector<double> y;
+  ColumnPtr x;  // loaded samples; null when they are not there
+  ColumnPtr y;
   std::vector<std::shared_ptr<rd::Reader>> readers;
   std::vector<std::weak_ptr<TimeSeries>> children;
   std::vector<std::weak_ptr<TimeSeries>> parents;
   AxisScale x_scale;
   AxisScale y_scale;
-  mirn3::shared_vector<double> clock;  // stamps that replace those of the source, where they are as many
-  std::vector<ArrayObject*> times_shown_by;  // Arrays that show x while it is common: see lending.h
-  std::vector<TimeSeriesObject*> shown_by;   // every script object that shows it, the owner last
-  int in_use = 0;                            // computations that hold its samples now
+  Samples clock;                            // stamps that replace those of the source, where they are as many
+  std::vector<TimeSeriesObject*> shown_by;  // every script object that shows it, the owner last
+  int in_use = 0;                           // computations that hold its samples now
 
   // The child of this main name that is still alive, or null.
   std::shared_ptr<TimeSeries> child(std::string_view name) const;
@@ -63,7 +61,7 @@ class TimeSeries {
   void attach(TimeSeriesObject* object);
   bool detach(TimeSeriesObject* object) noexcept;
 
-  bool is_loaded() const noexcept { return !x.empty() && !y.empty(); }
+  bool is_loaded() const noexcept { return x && y && !x->empty() && !y->empty(); }
 
   // Whether dropping the samples loses nothing: a source can give them again, nobody computes with
   // them, and nobody has changed them.
@@ -72,12 +70,12 @@ class TimeSeries {
 
 // The samples of one load, before they become a record's.
 struct LoadedSamples {
-  mirn3::shared_vector<double> x;
-  mirn3::shared_vector<double> y;
+  Samples x;
+  Samples y;
 };
 
 // Gives the samples the stamps of the clock when they are as many; warns when they are not.
-void set_clock(LoadedSamples& samples, const mirn3::shared_vector<double>& clock, const std::string& name);
+void set_clock(LoadedSamples& samples, const Samples& clock, const std::string& name);
 
 // What a load needs of a record: taken under the interpreter lock, used without it.
 class LoadPlan {
@@ -101,7 +99,7 @@ class LoadPlan {
   std::string tag_key_;
   std::string name_;
   std::vector<std::shared_ptr<rd::Reader>> readers_;
-  mirn3::shared_vector<double> clock_;
+  Samples clock_;
   AxisScale x_scale_;
   AxisScale y_scale_;
 };

@@ -1,7 +1,7 @@
+// The operators and comparisons of TimeSeries.
 #include "objects/series_operators.h"
 
 #include "objects/frame.h"
-#include "objects/lending.h"
 #include "objects/operator_slots.h"
 #include "runtime/num_merge.h"
 
@@ -40,6 +40,12 @@ PyObject* number_with_series(double a, TimeSeriesObject* b, const Binary& f) {
                 fmt::format("{:f} {:s} ({:s})", a, f.symbol, b->script));
 }
 
+// Operands of one table show one time vector, so most often there is nothing to compare.
+bool have_same_time(const Operand& a, const Operand& b) {
+  if (a.size() != b.size()) return false;
+  return a.x().data() == b.x().data() || without_gil([&] { return mirn3::num::is_same(a.x(), b.x()); });
+}
+
 PyObject* binary_op(PyObject* a, PyObject* b, Operator which, std::string_view name = "binary_op") {
   return guard(PyExc_Exception, [&]() -> PyObject* {
     const Trace trace("binary_op");
@@ -55,38 +61,35 @@ PyObject* binary_op(PyObject* a, PyObject* b, Operator which, std::string_view n
   });
 }
 
-// Writes f(y, other) over the series' own values, which everybody who shares them sees. The result has
-// the same samples, of its own.
+// Changes the series' own values, which everything that shows it sees. The result has the same samples.
 template <typename Compute>
 Ref compute_in_place(TimeSeriesObject* a, Compute compute) {
   const InUse in_use(a->source != nullptr ? *a->source : nullptr);
-  ArrayObject* array = as_array(a->ydata);
-  prepare_write(array);
-  {
-    Samples y = array->data;
-    without_gil([&] { compute(y.span()); });
-    y.mark_modified();
-  }
-  return make_result(lend(a->xdata), lend(a->ydata));
+  const ColumnPtr x = as_array(a->xdata)->column;
+  const ColumnPtr y = as_array(a->ydata)->column;
+  change_in_place(*y, compute);
+  return make_result(x->snapshot(), y->snapshot());
 }
 
 PyObject* in_place_with_number(TimeSeriesObject* a, double b, const Binary& f) {
-  (void)Operand(a);  // loads, and refuses what is no whole series
-  return finish(compute_in_place(a, [&](std::span<double> y) { f.vector_number(y, b, y); }),
+  (void)Operand(a);  // loads, and refuses what is not a whole series
+  return finish(compute_in_place(a, [&](Values y, auto out) { f.vector_number(y, b, out); }),
                 fmt::format("{:s} {:s} {:f}", a->script, f.symbol, b));
 }
 
 PyObject* in_place_with_series(TimeSeriesObject* a, TimeSeriesObject* b, const Binary& f) {
-  const uint64_t size = Operand(a).size();
+  (void)Operand(a);  // loads, and refuses what is not a whole series
   const Operand other(b);
+  const uint64_t size = Operand(a).size();
   if (other.size() < size) {
     fail(PyExc_ValueError,
          "An in-place operation goes sample by sample, and '{:s}' has {} samples for the {} of '{:s}'; "
          "write a = a {:s} b to combine by time",
          other.name(), other.size(), size, name_of(a), f.symbol);
   }
-  return finish(compute_in_place(a, [&](std::span<double> y) { f.vectors(y, other.y().first(y.size()), y); }),
-                fmt::format("{:s} {:s} ({:s})", a->script, f.symbol, b->script));
+  return finish(
+      compute_in_place(a, [&](Values y, auto out) { f.vectors(y, other.y().first(y.size()), out); }),
+      fmt::format("{:s} {:s} ({:s})", a->script, f.symbol, b->script));
 }
 
 PyObject* inplace_op(PyObject* a, PyObject* b, Operator which) {
@@ -124,14 +127,8 @@ Ref combine(TimeSeriesObject* a, TimeSeriesObject* b, const Binary& f) {
   const Operand first(a);
   const Operand second(b);
   namespace num = mirn3::num;
-  bool strict = false;
-  const bool same_base = without_gil([&] {
-    strict = num::is_strictly_ascending(first.x());
-    const bool same = strict && num::is_same(first.x(), second.x());
-    strict = strict && (same || num::is_strictly_ascending(second.x()));
-    return same;
-  });
-  if (same_base) {
+  const bool strict = first.has_ascending_time() && second.has_ascending_time();
+  if (strict && have_same_time(first, second)) {
     return result_like(first, [&](auto out) { f.vectors(first.y(), second.y(), out); });
   }
   Samples t;

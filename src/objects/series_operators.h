@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-#include "functions/kernels/elements.h"
+#include "kernels/elements.h"
 #include "objects/time_series.h"
 
 namespace mirn2 {

@@ -3,13 +3,14 @@
 
 #include <cstring>
 
-#include "objects/array_kernels.h"
+#include "kernels/array.h"
 #include "objects/attribute_name.h"
 #include "objects/detached.h"
 #include "objects/frame.h"
-#include "objects/lending.h"
 #include "readers/reader.h"
+#include "runtime/num_merge.h"
 #include "runtime/progress.h"
+#include "runtime/python_lock.h"
 #include "runtime/tag.h"
 #include "runtime/utc.h"
 
@@ -30,9 +31,9 @@ TimeSeries* record_of(const TimeSeriesObject* series) noexcept {
   return series->source != nullptr ? series->source->get() : nullptr;
 }
 
-Samples* axis_of(PyObject* axis) noexcept {
-  ArrayObject* array = as_array(axis);
-  return array != nullptr ? &array->data : nullptr;
+Column* axis_of(PyObject* axis) noexcept {
+  const ArrayObject* array = as_array(axis);
+  return array != nullptr ? array->column.get() : nullptr;
 }
 
 SeriesRegistry& registry() {
@@ -47,6 +48,11 @@ bool is_set(const PyObject* axis) { return axis != nullptr && axis != Py_None; }
 // Fills the record's vectors. The interpreter lock is released while the readers work; if another
 // thread has loaded the record meanwhile, its samples stand.
 void load_record(const std::shared_ptr<TimeSeries>& record) {
+  if (record->readers.size() == 1) {
+    // No copy: what a script does to its series shows in those made from it by id, and the other way.
+    const auto* detached = dynamic_cast<const ReaderDetached*>(record->readers.front().get());
+    if (detached != nullptr) return detached->show(*record);
+  }
   const LoadPlan plan(*record);
   LoadedSamples loaded = without_gil([&] {
     const mirn3::progress::Line line("Loading " + record->full_name);
@@ -55,8 +61,9 @@ void load_record(const std::shared_ptr<TimeSeries>& record) {
     return samples;
   });
   if (record->is_loaded()) return;
-  record->x = std::move(loaded.x);
-  record->y = std::move(loaded.y);
+  ColumnPtr x = make_column(std::move(loaded.x));
+  record->y = make_column(std::move(loaded.y));
+  record->x = std::move(x);
 }
 
 }  // namespace
@@ -69,8 +76,8 @@ void load_samples(TimeSeriesObject* series) {
   series->flags |= flag_load_started;
   record->last_load = mirn3::utc::now_stamp();
   if (!record->is_loaded()) load_record(record);
-  // From here to the end the interpreter lock is held, so the vectors cannot be emptied for room.
-  Ref x = make_time_array(record);
+  // From here to the end the interpreter lock is held, so the samples cannot be dropped for room.
+  Ref x = make_array(record->x);
   Ref y = make_array(record->y);
   Py_XSETREF(series->xdata, x.release());
   Py_XSETREF(series->ydata, y.release());
@@ -81,8 +88,8 @@ void load_series(TimeSeriesObject* series) {
   const bool loads = series->source != nullptr && !is_set(series->xdata) && !is_set(series->ydata);
   load_samples(series);
   if (!loads) return;
-  if (record_of(series)->x.empty()) fail(PyExc_Exception, "X-Axis data is empty");
-  if (record_of(series)->y.empty()) fail(PyExc_Exception, "Y-Axis data is empty");
+  if (record_of(series)->x->empty()) fail(PyExc_Exception, "X-Axis data is empty");
+  if (record_of(series)->y->empty()) fail(PyExc_Exception, "Y-Axis data is empty");
 }
 
 void ensure_loaded(TimeSeriesObject* series) {
@@ -125,24 +132,31 @@ void set_script(TimeSeriesObject* series, const std::string& script) {
   series->script = copy;
 }
 
+namespace {
+
+// Whether the axis of a script object can be dropped with the record's column: it shows that column, and
+// nobody else holds the Array or looks into it.
+bool can_drop(PyObject* axis, const ColumnPtr& column) {
+  if (axis == nullptr) return true;
+  const ArrayObject* array = as_array(axis);
+  return array != nullptr && array->column == column && Py_REFCNT(axis) == 1 && !column->is_viewed();
+}
+
+}  // namespace
+
 bool unload(TimeSeries& record, std::vector<Ref>& dropped) {
+  static const ColumnPtr nothing = make_column({});
   if (!record.can_unload()) return false;
   for (const TimeSeriesObject* object : record.shown_by) {
-    for (PyObject* axis : {object->xdata, object->ydata}) {
-      if (axis == nullptr) continue;
-      const ArrayObject* array = as_array(axis);
-      // An Array that somebody else holds, or that a view looks into, keeps its samples.
-      if (array == nullptr || Py_REFCNT(axis) > 1 || array->views > 0 || array->data.is_modified())
-        return false;
-    }
+    if (!can_drop(object->xdata, record.x) || !can_drop(object->ydata, record.y)) return false;
   }
   for (TimeSeriesObject* object : record.shown_by) {
     for (PyObject** axis : {&object->xdata, &object->ydata}) {
-      if (ArrayObject* array = as_array(*axis)) replace_samples(array, {});
+      if (*axis == nullptr) continue;
+      as_array(*axis)->column = nothing;  // the Array itself goes later
       dropped.push_back(Ref::steal(std::exchange(*axis, nullptr)));
     }
   }
-  part_with_times(record);
   record.x.reset();
   record.y.reset();
   return true;
@@ -150,12 +164,11 @@ bool unload(TimeSeries& record, std::vector<Ref>& dropped) {
 
 void forget_samples(TimeSeries& record) {
   if (!record.is_loaded()) return;
-  if (record.x.is_modified() || record.y.is_modified()) {
+  if (record.x->is_modified() || record.y->is_modified()) {
     rd::warn(fmt::format("The samples of '{:s}' were changed by the script and stay as they are",
                          record.full_name));
     return;
   }
-  part_with_times(record);
   record.x.reset();
   record.y.reset();
   for (TimeSeriesObject* object : record.shown_by) {
@@ -164,17 +177,16 @@ void forget_samples(TimeSeries& record) {
   }
 }
 
-void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale, Samples TimeSeries::*axis,
+void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale, ColumnPtr TimeSeries::*axis,
                 AxisScale value) {
-  own_times(record);
-  Samples& samples = record.*axis;
+  const ColumnPtr column = record.*axis;
   const bool is_second = !(record.*scale).is_identity();
+  if (column && !column->empty()) {
+    // A reload applies only this last pair, so samples that carry an earlier one too must stay.
+    using enum Column::Change;
+    kernels::scale(column->write(is_second ? modifies : repeated_by_loading), value.gain, value.offset);
+  }
   record.*scale = value;
-  if (samples.empty()) return;
-  prepare_write(samples);
-  kernels::scale(samples.span(), value.gain, value.offset);
-  // A reload applies only this last pair, so samples that carry an earlier one too must stay.
-  if (is_second) samples.mark_modified();
 }
 
 std::string name_of(const TimeSeriesObject* series) {
@@ -185,24 +197,26 @@ std::string name_of(const TimeSeriesObject* series) {
 Operand::Operand(TimeSeriesObject* series)
     : in_use_(series->source != nullptr ? *series->source : nullptr), name_(name_of(series)) {
   ensure_loaded(series);
-  const Samples* x = axis_of(series->xdata);
-  const Samples* y = axis_of(series->ydata);
+  const Column* x = axis_of(series->xdata);
+  const Column* y = axis_of(series->ydata);
   if (x == nullptr || y == nullptr) fail(PyExc_Exception, "kvalo.TimeSeries object is empty");
   if (x->size() != y->size()) {
     fail(PyExc_ValueError, "'{:s}' has {} times for {} values", name_, x->size(), y->size());
   }
-  x_ = *x;
-  y_ = *y;
-  xdata_ = Ref::share(series->xdata);
+  x_ = x->hold();
+  y_ = y->hold();
 }
 
-Ref Operand::lend_time() const {
-  // Another thread may have given the Array other samples since.
-  const bool unchanged = axis_of(xdata_.get())->data() == x_.data();
-  return unchanged ? lend(xdata_.get()) : make_array(x_.clone());
+bool Operand::has_ascending_time() const {
+  if (x_.is_known_ascending()) return true;
+  const bool ascends = without_gil([&] { return mirn3::num::is_strictly_ascending(x()); });
+  if (ascends) x_.remember_ascending();
+  return ascends;
 }
 
-Ref make_result(Ref xdata, Ref ydata) {
+Ref make_result(Samples x, Samples y) {
+  Ref xdata = make_array(std::move(x));
+  Ref ydata = make_array(std::move(y));
   Ref result = Ref::steal(PyObject_CallNoArgs(reinterpret_cast<PyObject*>(&TimeSeriesType)));
   if (!result) fail(PyExc_Exception, "Internal error while creating kvalo.TimeSeries");
   TimeSeriesObject* series = as_series(result.get());
@@ -211,28 +225,26 @@ Ref make_result(Ref xdata, Ref ydata) {
   return result;
 }
 
-Ref make_result(Samples x, Samples y) {
-  return make_result(make_array(std::move(x)), make_array(std::move(y)));
+namespace {
+
+ColumnPtr column_or_nothing(PyObject* axis) {
+  const ArrayObject* array = as_array(axis);
+  return array != nullptr ? array->column : make_column({});
+}
+
+}  // namespace
+
+void ReaderDetached::show(TimeSeries& record) const {
+  ColumnPtr x = column_or_nothing(object_ != nullptr ? object_->xdata : nullptr);
+  record.y = column_or_nothing(object_ != nullptr ? object_->ydata : nullptr);
+  record.x = std::move(x);
 }
 
 void ReaderDetached::load(rd::rto_t& request) {
-  const PyGILState_STATE state = PyGILState_Ensure();
-  if (object_ != nullptr) {
-    // No copy: what a script does to its series shows in those made from it by id, and the other way.
-    for (const auto& [axis, samples] :
-         {std::pair{object_->xdata, &request.x}, {object_->ydata, &request.y}}) {
-      ArrayObject* array = as_array(axis);
-      if (array == nullptr) continue;
-      try {
-        stop_borrowing(array);
-      } catch (...) {
-        PyGILState_Release(state);
-        throw;
-      }
-      *samples = array->data;
-    }
-  }
-  PyGILState_Release(state);
+  const mirn3::python::Lock lock;
+  if (object_ == nullptr) return;
+  if (const Column* x = axis_of(object_->xdata)) request.x = x->snapshot();
+  if (const Column* y = axis_of(object_->ydata)) request.y = y->snapshot();
 }
 
 }  // namespace mirn2

@@ -42,8 +42,8 @@ TimeSeriesObject* series_argument(PyObject* object);
 // The record shown, or null.
 TimeSeries* record_of(const TimeSeriesObject* series) noexcept;
 
-// The vector of an axis, or null when there is no Array (not loaded, or replaced by something else).
-Samples* axis_of(PyObject* axis) noexcept;
+// The column of an axis, or null when there is no Array (not loaded, or replaced by something else).
+Column* axis_of(PyObject* axis) noexcept;
 
 // Loads the samples from the source unless they are there already or there is no source; a source may
 // turn out to have none. Throws what readers throw, and script_error when the object is not loadable.
@@ -81,8 +81,8 @@ bool unload(TimeSeries& record, std::vector<Ref>& dropped);
 void forget_samples(TimeSeries& record);
 
 // Gives a record a gain and an offset for one axis and applies them to the samples that are loaded.
-void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale,
-                mirn3::shared_vector<double> TimeSeries::*axis, AxisScale value);
+void scale_axis(TimeSeries& record, AxisScale TimeSeries::*scale, ColumnPtr TimeSeries::*axis,
+                AxisScale value);
 
 // The name of a series where a text is built from it: the record's main name when it has one, else
 // the creation script.
@@ -101,20 +101,21 @@ class Operand {
   uint64_t size() const noexcept { return x_.size(); }
   const std::string& name() const noexcept { return name_; }
 
-  // An Array with the same time stamps for a result: see lending.h.
-  Ref lend_time() const;
+  // The time stamps for a result: shared, so it must be called with the interpreter lock.
+  Samples time() const { return x_.snapshot(); }
+
+  // Whether the time stamps ascend strictly. Looks at them once for all series that share them.
+  bool has_ascending_time() const;
 
  private:
   InUse in_use_;
   std::string name_;
   Samples x_;
   Samples y_;
-  Ref xdata_;
 };
 
-// A new series of a computation's result: registered under a random name, with these Arrays or these
-// vectors, which nobody else holds. Throws Exception "Internal error while creating kvalo.TimeSeries".
-Ref make_result(Ref xdata, Ref ydata);
+// A new series of a computation's result, registered under a random name. Throws Exception "Internal error
+// while creating kvalo.TimeSeries".
 Ref make_result(Samples x, Samples y);
 
 // The result of a computation on one series: its time stamps, and values that `fill` writes, all of them,
@@ -123,9 +124,9 @@ template <typename Fill>
 Ref result_like(const Operand& operand, Fill&& fill) {
   Samples y;
   y.resize_for_overwrite(operand.size());
-  Ref time = operand.lend_time();
+  Samples time = operand.time();
   without_gil([&] { fill(y.span()); });
-  return make_result(std::move(time), make_array(std::move(y)));
+  return make_result(std::move(time), std::move(y));
 }
 
 // The registry; throws RuntimeError after teardown.

@@ -6,11 +6,9 @@
 #include <cstddef>
 #include <cstdlib>
 
+#include "kernels/sampling.h"
 #include "objects/detached.h"
-#include "objects/frame.h"
-#include "objects/lending.h"
 #include "objects/queries.h"
-#include "objects/sampling.h"
 #include "objects/series_operators.h"
 #include "objects/time_series.h"
 #include "runtime/num.h"
@@ -192,8 +190,8 @@ int series_init(PyObject* object, PyObject* args, PyObject*) {
 
 PyObject* series_repr(PyObject* object) {
   return guard(PyExc_Exception, [&] {
-    const Samples* x = axis_of(self_of(object)->xdata);
-    const Samples* y = axis_of(self_of(object)->ydata);
+    const Column* x = axis_of(self_of(object)->xdata);
+    const Column* y = axis_of(self_of(object)->ydata);
     if (x == nullptr || y == nullptr) return to_unicode("kvalo.TimeSeries hasn't been loaded yet");
     if (x->empty() || y->empty()) return to_unicode("kvalo.TimeSeries is empty");
     return to_unicode(fmt::format("{} elements, {}kB", y->size(), (x->capacity() + y->capacity()) >> 7));
@@ -203,19 +201,19 @@ PyObject* series_repr(PyObject* object) {
 // ---- elements ----
 
 Py_ssize_t series_length(PyObject* object) {
-  const Samples* y = axis_of(self_of(object)->ydata);
+  const Column* y = axis_of(self_of(object)->ydata);
   return y != nullptr ? static_cast<Py_ssize_t>(y->size()) : 0;
 }
 
 struct Element {
-  Samples& x;
-  Samples& y;
+  Column& x;
+  Column& y;
   uint64_t index;
 };
 
 Element element_at(PyObject* object, Py_ssize_t index) {
-  Samples* x = axis_of(self_of(object)->xdata);
-  Samples* y = axis_of(self_of(object)->ydata);
+  Column* x = axis_of(self_of(object)->xdata);
+  Column* y = axis_of(self_of(object)->ydata);
   if (x == nullptr || y == nullptr) fail(PyExc_Exception, "Data not loaded");
   // A script may have replaced one axis by a shorter Array.
   return {*x, *y, checked_index(checked_index(index, y->size()), x->size())};
@@ -235,16 +233,10 @@ void set_element(PyObject* object, Py_ssize_t index, PyObject* value) {
   if (!is_pair && !is_number(value)) fail(PyExc_TypeError, "{:s}", unsupported);
   const double x = is_pair ? number_argument(PyTuple_GET_ITEM(value, 0), unsupported) : 0.0;
   const double y = number_argument(is_pair ? PyTuple_GET_ITEM(value, 1) : value, unsupported);
-  element_at(object, index);
-  if (is_pair) prepare_write(as_array(self_of(object)->xdata));
-  prepare_write(as_array(self_of(object)->ydata));
   const Element at = element_at(object, index);
-  if (is_pair) {
-    at.x[at.index] = x;
-    at.x.mark_modified();
-  }
-  at.y[at.index] = y;
-  at.y.mark_modified();
+  const std::span<double> times = is_pair ? at.x.write() : std::span<double>();
+  at.y.write()[at.index] = y;
+  if (is_pair) times[at.index] = x;
 }
 
 int series_set_item(PyObject* object, Py_ssize_t index, PyObject* value) {
@@ -297,64 +289,39 @@ int series_set_subscript(PyObject* object, PyObject* key, PyObject* value) {
 
 // ---- methods ----
 
-PyObject* series_get_full_name(PyObject* object, PyObject*) {
-  return guard(PyExc_Exception, [&] {
-    const TimeSeries* record = record_of(self_of(object));
-    return to_unicode(record != nullptr ? record->full_name : "");
-  });
+PyObject* series_get_full_name(PyObject* object) {
+  const TimeSeries* record = record_of(self_of(object));
+  return to_unicode(record != nullptr ? record->full_name : "");
 }
 
-PyObject* series_get_main_name(PyObject* object, PyObject*) {
-  return guard(PyExc_Exception, [&] {
-    const TimeSeries* record = record_of(self_of(object));
-    return to_unicode(record != nullptr ? record->main_name : "");
-  });
+PyObject* series_get_main_name(PyObject* object) {
+  const TimeSeries* record = record_of(self_of(object));
+  return to_unicode(record != nullptr ? record->main_name : "");
 }
 
-PyObject* series_get_script(PyObject* object, PyObject*) {
-  return guard(PyExc_Exception, [&] { return to_unicode(self_of(object)->script); });
-}
+PyObject* series_get_script(PyObject* object) { return to_unicode(self_of(object)->script); }
 
 double period_of(PyObject* object) {
   ensure_loaded(self_of(object));
-  const Samples* x = axis_of(self_of(object)->xdata);
+  const Column* x = axis_of(self_of(object)->xdata);
   if (x == nullptr || x->empty()) fail(PyExc_Exception, "kvalo.TimeSeries object is empty");
   if (x->size() < 2) fail(PyExc_Exception, "kvalo.TimeSeries object has only one sample, so no period");
-  return kernels::sampling_period(x->span());
+  return kernels::sampling_period(x->values());
 }
 
-PyObject* series_get_fs(PyObject* object, PyObject*) {
-  return guard(PyExc_Exception, [&] {
-    refuse_online("get_fs");
-    return PyFloat_FromDouble(1.0 / period_of(object));
-  });
+double series_get_fs(PyObject* object) { return 1.0 / period_of(object); }
+
+PyObject* series_tag(PyObject* object, PyObject* value) {
+  const TimeSeries* record = record_of(self_of(object));
+  if (record == nullptr || record->main_name.empty()) {
+    fail(PyExc_Exception, "kvalo.TimeSeries does not have a name associated to it");
+  }
+  if (!is_number(value)) fail(PyExc_ValueError, "Argument must be a numeric value");
+  const std::string text = mirn3::tag::get(record->main_name, number_argument(value, ""));
+  return to_unicode(text.empty() ? "n/a" : mirn3::str::to_utf8(text));
 }
 
-PyObject* series_get_ts(PyObject* object, PyObject*) {
-  return guard(PyExc_Exception, [&] { return PyFloat_FromDouble(period_of(object)); });
-}
-
-PyObject* series_tag(PyObject* object, PyObject* args) {
-  return guard(PyExc_Exception, [&] {
-    refuse_online("tag");
-    require_count(args, 1, "tag");
-    const TimeSeries* record = record_of(self_of(object));
-    if (record == nullptr || record->main_name.empty()) {
-      fail(PyExc_Exception, "kvalo.TimeSeries does not have a name associated to it");
-    }
-    PyObject* argument = PyTuple_GET_ITEM(args, 0);
-    if (!is_number(argument)) fail(PyExc_ValueError, "Argument must be a numeric value");
-    const std::string text = mirn3::tag::get(record->main_name, number_argument(argument, ""));
-    return to_unicode(text.empty() ? "n/a" : mirn3::str::to_utf8(text));
-  });
-}
-
-PyObject* series_load(PyObject* object, PyObject*) {
-  return guard(PyExc_Exception, [&]() -> PyObject* {
-    load_series(self_of(object));
-    Py_RETURN_NONE;
-  });
-}
+void series_load(PyObject* object) { load_series(self_of(object)); }
 
 // ---- tables ----
 
@@ -378,39 +345,55 @@ PyMemberDef series_members[] = {
     {nullptr, 0, 0, 0, nullptr},
 };
 
+constexpr Frame plain{.failures = &PyExc_Exception};
+constexpr Frame times{.online = "time_impl"};
+
 PyMethodDef series_methods[] = {
-    {"get_full_name", series_get_full_name, METH_NOARGS, "Return variable's unformatted name"},
-    {"get_main_name", series_get_main_name, METH_NOARGS, "Return variable's unformatted name"},
-    {"get_fs", series_get_fs, METH_NOARGS, "Return estimated sampling frequency in hertz"},
-    {"get_ts", series_get_ts, METH_NOARGS, "Return estimated sampling period in seconds"},
-    {"get_script", series_get_script, METH_NOARGS, "Return re-built creation script [beta]"},
-    {"axpb", query::axpb, METH_VARARGS, "Apply gain and offset to x-axis values, as in A*X + B"},
-    {"aypb", query::aypb, METH_VARARGS, "Apply gain and offset to y-axis values, as in A*Y + B"},
-    {"avg", query::avg, METH_NOARGS,
-     "Return kvalo.TimeSeries' average value. The logic uses ZOH to interpolate between samples"},
-    {"max", query::max, METH_NOARGS, "Return kvalo.TimeSeries' maximum y-value"},
-    {"min", query::min, METH_NOARGS, "Return kvalo.TimeSeries' minimum y-value"},
-    {"sum", query::sum, METH_NOARGS, "Return kvalo.TimeSeries' values sum"},
-    {"tag", series_tag, METH_VARARGS, "Return tag associated with kvalo.TimeSeries"},
-    {"time_bt", query::time_bt, METH_VARARGS,
-     "Return total time in which y-axis values are between the specified limits"},
-    {"time_eq", query::time_eq, METH_VARARGS,
-     "Return total time in which y-axis values are equal to the argument"},
-    {"time_gt", query::time_gt, METH_VARARGS,
-     "Return total time in which y-axis values are greater than the argument"},
-    {"time_lt", query::time_lt, METH_VARARGS,
-     "Return total time in which y-axis values are less than the argument"},
-    {"time_ne", query::time_ne, METH_VARARGS,
-     "Return total time in which y-axis values are not equal to the argument"},
-    {"index", with_keywords(query::index), METH_VARARGS | METH_KEYWORDS,
-     "Return sample index that match the search criteria"},
-    {"inspect", query::inspect, METH_NOARGS, "Print internal information for debugging"},
-    {"load", series_load, METH_NOARGS, "Load data from source"},
-    {"pattern", query::pattern, METH_VARARGS, "Detect pattern and return flags"},
-    {"slice", with_keywords(query::slice), METH_VARARGS | METH_KEYWORDS,
-     "Extract subsequence delimited by time arguments"},
-    {"sort", query::sort, METH_NOARGS, "Sort samples chronologically (i.e. by x-axis values)"},
-    {nullptr, nullptr, 0, nullptr},
+    row<"get_full_name", "($self, /)", "", "Return variable's unformatted name", series_get_full_name,
+        plain>(),
+    row<"get_main_name", "($self, /)", "", "Return variable's unformatted name", series_get_main_name,
+        plain>(),
+    row<"get_fs", "($self, /)", "", "Return estimated sampling frequency in hertz", series_get_fs,
+        Frame{.failures = &PyExc_Exception, .online = "get_fs"}>(),
+    row<"get_ts", "($self, /)", "", "Return estimated sampling period in seconds", period_of, plain>(),
+    row<"get_script", "($self, /)", "", "Return re-built creation script [beta]", series_get_script, plain>(),
+    row<"axpb", "($self, a, b, /)", "OO", "Apply gain and offset to x-axis values, as in A*X + B",
+        query::axpb, Frame{.online = "axpb", .counted = "axpb"}>(),
+    row<"aypb", "($self, a, b, /)", "OO", "Apply gain and offset to y-axis values, as in A*Y + B",
+        query::aypb, Frame{.online = "aypb", .counted = "aypb"}>(),
+    row<"avg", "($self, /)", "",
+        "Return kvalo.TimeSeries' average value. The logic uses ZOH to interpolate between samples",
+        query::avg, Frame{.online = "avg"}>(),
+    row<"max", "($self, /)", "", "Return kvalo.TimeSeries' maximum y-value", query::max,
+        Frame{.online = "max"}>(),
+    row<"min", "($self, /)", "", "Return kvalo.TimeSeries' minimum y-value", query::min,
+        Frame{.online = "min"}>(),
+    row<"sum", "($self, /)", "", "Return kvalo.TimeSeries' values sum", query::sum, Frame{.online = "sum"}>(),
+    row<"tag", "($self, value, /)", "O", "Return tag associated with kvalo.TimeSeries", series_tag,
+        Frame{.failures = &PyExc_Exception, .online = "tag", .counted = "tag"}>(),
+    row<"time_bt", "($self, lo, hi, /)", "*",
+        "Return total time in which y-axis values are between the specified limits", query::time_bt,
+        Frame{.online = "time_bt"}>(),
+    row<"time_eq", "($self, value, /)", "*",
+        "Return total time in which y-axis values are equal to the argument", query::time_eq, times>(),
+    row<"time_gt", "($self, value, /)", "*",
+        "Return total time in which y-axis values are greater than the argument", query::time_gt, times>(),
+    row<"time_lt", "($self, value, /)", "*",
+        "Return total time in which y-axis values are less than the argument", query::time_lt, times>(),
+    row<"time_ne", "($self, value, /)", "*",
+        "Return total time in which y-axis values are not equal to the argument", query::time_ne, times>(),
+    row<"index", "($self, value, /, op='eq')", "d|s", "Return sample index that match the search criteria",
+        query::index, Frame{.online = "index"}>(),
+    row<"inspect", "($self, /)", "", "Print internal information for debugging", query::inspect,
+        Frame{.failures = &PyExc_Exception, .online = "inspect"}>(),
+    row<"load", "($self, /)", "", "Load data from source", series_load, plain>(),
+    row<"pattern", "($self, t0, t1, /)", "*", "Detect pattern and return flags", query::pattern,
+        Frame{.failures = &PyExc_Exception, .trace = "pattern1", .online = "pattern"}>(),
+    row<"slice", "($self, tini, tend)", "dd", "Extract subsequence delimited by time arguments", query::slice,
+        Frame{.online = "slice"}>(),
+    row<"sort", "($self, /)", "", "Sort samples chronologically (i.e. by x-axis values)", query::sort,
+        Frame{.online = "sort"}>(),
+    {},
 };
 
 }  // namespace

@@ -15,6 +15,7 @@
 
 #include "readers/ardupilot_fields.h"
 #include "readers/text_tags.h"
+#include "runtime/charge.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/mem.h"
@@ -30,18 +31,6 @@ using ardupilot::Records;
 using mirn3::shared_vector;
 
 namespace {
-
-// Memory that lies in no sample buffer, charged to the budget for as long as this lives.
-class Charge {
- public:
-  explicit Charge(size_t bytes) : bytes_(bytes) { mirn3::mem::reserve(bytes_); }
-  ~Charge() { mirn3::mem::release(bytes_); }
-  Charge(const Charge&) = delete;
-  Charge& operator=(const Charge&) = delete;
-
- private:
-  size_t bytes_;
-};
 
 // Notices when a message's fields are loaded one after another in their order.
 class Sweep {
@@ -246,7 +235,7 @@ struct ReaderArduPilotBIN::Learned {
   mirn3::sys::FileStamp stamp;
   mirn3::sys::Mapping file;
   ardupilot::Walk walk;
-  Charge charge;
+  mirn3::mem::Charge charge;
   std::map<uint8_t, Times> times;
   Sweep sweep;
   uint8_t ready_type = 0;
@@ -324,20 +313,19 @@ void ReaderArduPilotBIN::scan() {
 }
 
 std::shared_ptr<ReaderArduPilotBIN::Learned> ReaderArduPilotBIN::learn() {
-  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  if (auto known = kept_.of(stamp)) return known;
-  forget();
-  auto fresh = std::make_shared<Learned>(path_, stamp, lengths_of(formats));
-  if (fresh->walk.why != ardupilot::End::complete && reported_ != stamp) {
-    const uint64_t end = fresh->walk.end, size = fresh->file.bytes().size();
-    mirn3::log::write(
-        mirn3::log::warning,
-        fmt::format("Damaged flight log '{}': {} (byte {} of {}); {:.2f} % of the file was read",
-                    path_.string(), ardupilot::describe(fresh->walk.why), end, size,
-                    100.0 * static_cast<double>(end) / static_cast<double>(size)));
-    reported_ = stamp;
-  }
-  return kept_.keep(std::move(fresh));
+  return kept_.current(path_, [&](const mirn3::sys::FileStamp& stamp) {
+    auto fresh = std::make_shared<Learned>(path_, stamp, lengths_of(formats));
+    if (fresh->walk.why != ardupilot::End::complete && reported_ != stamp) {
+      const uint64_t end = fresh->walk.end, size = fresh->file.bytes().size();
+      mirn3::log::write(
+          mirn3::log::warning,
+          fmt::format("Damaged flight log '{}': {} (byte {} of {}); {:.2f} % of the file was read",
+                      path_.string(), ardupilot::describe(fresh->walk.why), end, size,
+                      100.0 * static_cast<double>(end) / static_cast<double>(size)));
+      reported_ = stamp;
+    }
+    return fresh;
+  });
 }
 
 void ReaderArduPilotBIN::forget() noexcept { kept_.drop(); }
@@ -398,7 +386,6 @@ void ReaderArduPilotBIN::load(rto_t& request) {
   known->ready.merge(ahead);
   request.x = times.values;
   if (!time.letter->text) {
-    times.values.mark_common();
     known->times[at.type] = std::move(times);
   }
   request.y = std::move(y);

@@ -3,16 +3,16 @@
 // Every message type that is declared at the head of the log and has a time field is a group; its other
 // fields are variables, with the message's time as x (seconds for TimeUS and TimeMS, raw otherwise).
 //
-// Where a log leaves room, this reader holds to the following:
-// - Declarations after the head offer no variable, but the length they give counts from there on, also
-//   for a type declared before. Fields are always read by the head's declaration.
-// - Records too short for their time field give no sample; too short for the value, NaN.
-// - A label without a format letter is no variable; as time field it reads 0.
+// Details:
+// - Later declarations offer no variables, but their lengths apply from there on, even for a type declared
+//   before. Fields are always read by the declaration at the head.
+// - A record too short for its time gives no sample; one too short for the value gives NaN.
+// - A label without a format letter is not a variable; as the time field it reads 0.
 // - A group's own name can be loaded: x and y are then both the message's first field, x scaled by the
 //   time rule and y as it is.
-// - Loading ends quietly at damage (no sync bytes, an undeclared type, a declared length below 3, a
-//   record or header cut off by the end of the file); everything before it is kept. Where and why goes
-//   to the log once for each state of the file.
+// - Damage (no sync bytes, an undeclared type, a declared length below 3, a record or header cut off by the
+//   end of the file) ends a load without an error; everything before it is kept. The log says where and why,
+//   once for each state of the file.
 #pragma once
 
 #include <cstdint>

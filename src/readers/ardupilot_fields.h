@@ -24,7 +24,7 @@ struct Letter {
   Gather gather;
 };
 
-// What a letter means. Unknown ones have no width and the value 0.
+// What a letter means. An unknown letter has no width and the value 0.
 const Letter& letter_of(char letter) noexcept;
 
 // Whether fields of this letter are offered as variables.

@@ -16,6 +16,7 @@
 #include "readers/delimited_scan.h"
 #include "readers/line_groups.h"
 #include "readers/number_text.h"
+#include "runtime/charge.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/par.h"
@@ -134,7 +135,7 @@ struct ReaderArduPilotTXT::Learned {
   mirn3::sys::Mapping file;
   LineGroups groups;                                     // by position in the names
   std::map<size_t, mirn3::shared_vector<double>> times;  // of messages in which every line gave a sample
-  Charge charge;
+  mirn3::mem::Charge charge;
 };
 
 ReaderArduPilotTXT::ReaderArduPilotTXT(std::filesystem::path source) : Reader(std::move(source)) {}
@@ -170,11 +171,9 @@ void ReaderArduPilotTXT::scan() {
 }
 
 std::shared_ptr<ReaderArduPilotTXT::Learned> ReaderArduPilotTXT::learn() {
-  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  if (auto known = kept_.of(stamp)) return known;
-  forget();
-  auto fresh = std::make_shared<Learned>(path_, stamp, offered_);
-  return kept_.keep(std::move(fresh));
+  return kept_.current(path_, [&](const mirn3::sys::FileStamp& stamp) {
+    return std::make_shared<Learned>(path_, stamp, offered_);
+  });
 }
 
 void ReaderArduPilotTXT::forget() noexcept { kept_.drop(); }
@@ -207,8 +206,8 @@ void ReaderArduPilotTXT::load(rto_t& request) {
             .x = has_times ? nullptr : x.data(),
             .y = y.data()};
   size_t samples = read_all(pass);
-  if (has_times && samples < lines.size()) {  // some lines end behind the other fields and before this one
-    x.own();
+  if (has_times && samples < lines.size()) {  // some lines end between the other fields and this one
+    x.make_unique();
     pass.x = x.data();
     samples = read_all(pass);
   }
@@ -222,7 +221,6 @@ void ReaderArduPilotTXT::load(rto_t& request) {
                     path_.string(), lines.size() - samples, lines.size(), request.name));
   }
   if (samples == lines.size() && !has_times) {
-    x.mark_common();
     known->times.emplace(word, x);
   }
   request.x = std::move(x);

@@ -1,10 +1,10 @@
-// ArduPilot flight logs in their text form: one record a line, fields separated by a comma and a space.
+// ArduPilot flight logs in their text form: one record per line, fields separated by a comma and a space.
 //
 // Every message type that is declared (FMT line) at the head of the log and has a time field is a group;
 // its other fields are variables, with the message's time as x (seconds for TimeUS and TimeMS, raw
 // otherwise). All values are read as numbers.
 //
-// Where a log leaves room, this reader holds to the following:
+// Details:
 // - A line is a message's when it begins with the message's name, so lines of GPS2 are also GPS's. Lines
 //   that begin with "FMT, " are declarations, wherever they stand, and never data.
 // - A line's text ends at its first carriage return, line feed or zero byte.
@@ -28,13 +28,13 @@
 
 namespace mirn2::rd {
 
-// What a declaration says of its message.
+// What a declaration says about its message.
 struct TextMessage {
-  std::string format;  // one letter a field, and what stands behind them
+  std::string format;  // one letter per field, and what follows them
   std::vector<std::string> labels;
 };
 
-// Where a variable's values stand. Fields count from 0 behind the message name.
+// Where a variable's values are. Fields count from 0 after the message name.
 struct TextFieldLocation {
   std::string message;  // what the message's lines begin with
   uint64_t time_field = 0;

@@ -1,8 +1,8 @@
 // The record chain of an ArduPilot binary log: where the records of every message type lie.
 //
-// A log is a chain of records. Each starts with two sync bytes and its message type; how long it is, is
-// said by the declaration (FMT record) of that type. So records can only be found by walking from the
-// first to the last, which is done once: the result lets every field be read without another walk.
+// A log is a chain of records. Each starts with two sync bytes and its message type; the declaration (FMT
+// record) of that type gives its length. So finding records takes a walk from the first to the last. It is
+// done once: with its result every field can be read.
 #pragma once
 
 #include <array>
@@ -59,11 +59,11 @@ struct Walk {
   uint64_t end = 0;  // the byte at which the walk ended: everything before it is whole records
   End why = End::complete;
 
-  size_t bytes_held() const noexcept;  // memory behind `types`
+  size_t bytes_held() const noexcept;  // memory of `types`
 };
 
 // Walks from the first byte to the last or to the first damage. Declarations met on the way set the
-// length of their type from there on, the newest counting; declarations themselves are always 89 bytes.
+// length of their type from there on, the newest applies; declarations themselves are always 89 bytes.
 // Every record listed lies whole within `bytes`. `reach` bounds the distance of a record from its run's
 // base; only tests change it.
 Walk walk(std::span<const unsigned char> bytes, Lengths lengths, uint32_t reach = UINT32_MAX);

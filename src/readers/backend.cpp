@@ -1,3 +1,4 @@
+// Opens the libraries in which the readers with large dependencies live.
 #include "readers/backend.h"
 
 #include <dlfcn.h>

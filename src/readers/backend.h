@@ -1,6 +1,5 @@
-// Readers that stand on a large third-party library live in libraries of their own (src/backends), which
-// are opened when the first such file comes along: importing the module stays light, and a machine without
-// the library can do everything else.
+// Opens readers that need a large third-party library: each is in a library of its own (src/backends), loaded
+// with the first such file. So the import stays light, and a machine without that library can do the rest.
 #pragma once
 
 #include <filesystem>

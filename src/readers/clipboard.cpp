@@ -1,3 +1,4 @@
+// Reads clipboard text as delimited text.
 #include "readers/clipboard.h"
 
 #include <sys/mman.h>

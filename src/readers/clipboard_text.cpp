@@ -1,3 +1,4 @@
+// Fetches the text on the desktop's clipboard.
 #include "readers/clipboard_text.h"
 
 #include <dlfcn.h>
@@ -99,7 +100,7 @@ class GlfwClipboard : public Clipboard {
     constexpr int not_initialised = 0x00010001;
     error_(nullptr);
     time();
-    // A program around us may use it, too: then it is not ours to end.
+    // A program around us may use it too: then it is not ours to end.
     is_ours_ = error_(nullptr) == not_initialised;
     if (init() == 0) fail_to_open(fmt::format("{:s}; is DISPLAY set?", reason()));
   }

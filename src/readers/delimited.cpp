@@ -14,6 +14,7 @@
 #include "readers/delimited_scan.h"
 #include "readers/delimited_walk.h"
 #include "readers/number_text.h"
+#include "runtime/charge.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
 #include "runtime/mem.h"
@@ -82,7 +83,7 @@ struct ReaderDelimited::Learned {
     return column < types.size() ? types[column] : ValueType::number;
   }
 
-  // The numbers of a column: read ahead, or read now, with the columns behind it if loads come in order.
+  // The numbers of a column: read ahead, or read now, with the columns after it if loads come in order.
   Column numbers(uint64_t column, bool in_order, uint64_t capacity);
 
   // Fills `time` unless it is there.
@@ -105,9 +106,11 @@ struct ReaderDelimited::Learned {
   uint64_t last_column = 0;                    // asked for last; at first the time, which comes before all
   size_t ahead = 0;                            // times read ahead in the present order of loads
 
-  Charge charge;
+  mirn3::mem::Charge charge;
 
-  DelimitedRows rows;  // comes last: making it fills some of the others
+  DelimitedRows rows;  // comes after those above: making it fills some of them
+
+  const mirn3::sys::FileStamp stamp = rows.stamp();
 
  private:
   Learned(const std::filesystem::path& path, const ReaderDelimited& reader, uint64_t column,
@@ -262,7 +265,7 @@ ReaderDelimited::Learned::Learned(const std::filesystem::path& path, const Reade
   if (filling) finish(std::move(*filling), rows.line_count() + spare_rows);
 }
 
-// Begins to read a column, with those behind it if it is the first. Not where the beginning of the text
+// Begins to read a column, with those after it if it is the first. Not where the beginning of the text
 // promises more rows than there is memory for: it may promise anything.
 DelimitedRows::Visit ReaderDelimited::Learned::read_while_found(std::string_view text, size_t pieces,
                                                                 uint64_t column,
@@ -304,7 +307,6 @@ size_t ReaderDelimited::Learned::columns_from(uint64_t column, uint64_t count) {
 void ReaderDelimited::Learned::finish_time(uint64_t unread) {
   if (unread != 0) read_times(rows, delimiter, time_type, true, time);
   if (time_type == mirn3::utc::time_of_day) mirn3::utc::unroll_midnight(time.span());
-  time.mark_common();
   has_time = true;
 }
 
@@ -412,23 +414,11 @@ void ReaderDelimited::scan() {
 }
 
 std::shared_ptr<ReaderDelimited::Learned> ReaderDelimited::learn(uint64_t column) {
-  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  {
-    const std::lock_guard lock(learned_guard_);
-    if (learned_ != nullptr && learned_->rows.stamp() == stamp) return learned_;
-  }
-  forget();
-  auto fresh = std::make_shared<Learned>(path_, *this, column);
-  const std::lock_guard lock(learned_guard_);
-  learned_ = fresh;
-  return fresh;
+  return kept_.current(
+      path_, [&](const mirn3::sys::FileStamp&) { return std::make_shared<Learned>(path_, *this, column); });
 }
 
-void ReaderDelimited::forget() noexcept {
-  std::shared_ptr<Learned> dropped;
-  const std::lock_guard lock(learned_guard_);
-  dropped.swap(learned_);
-}
+void ReaderDelimited::forget() noexcept { kept_.drop(); }
 
 void ReaderDelimited::load(rto_t& request) {
   const auto entry = index_.find(std::string(request.name));

@@ -7,9 +7,9 @@
 
 #include <filesystem>
 #include <memory>
-#include <mutex>
 
 #include "readers/delimited_header.h"
+#include "readers/kept.h"
 #include "readers/reader.h"
 
 namespace mirn2::rd {
@@ -34,11 +34,10 @@ class ReaderDelimited : public Reader {
  private:
   struct Learned;
 
-  // What is known of the file as it is now; learned anew, for a load of this column, when it has changed.
+  // What is known of the file as it is now; learned again, for a load of this column, when it has changed.
   std::shared_ptr<Learned> learn(uint64_t column);
 
-  std::mutex learned_guard_;  // never held while memory is charged
-  std::shared_ptr<Learned> learned_;
+  Kept<Learned> kept_;
 };
 
 }  // namespace mirn2::rd

@@ -52,7 +52,7 @@ std::string_view first_field(std::string_view line, char delimiter) {
   return line.substr(0, static_cast<size_t>(end - line.data()));
 }
 
-// The first character that a number or a time of day has no use for; null when there is none.
+// The first character that a number or a time of day cannot contain; null when there is none.
 const char* odd_character(std::string_view field) {
   const size_t at = field.find_first_not_of("0123456789 \t\n\v\f\r+,-.:EXex");
   return at != std::string_view::npos ? field.data() + at : nullptr;

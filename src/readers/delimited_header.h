@@ -18,7 +18,7 @@ struct DelimitedHeader {
   uint64_t lines = 1;               // lines before the first data row
   std::string warning;              // not empty: rows were taken for header lines, and why
   std::string first_time;           // the first field of the first data row
-  std::vector<std::string> titles;  // of the columns behind the time column
+  std::vector<std::string> titles;  // of the columns after the time column
 };
 
 // Reads the head of the file's text. `name` is the file's name for messages. Throws mirn3::exc::error_t

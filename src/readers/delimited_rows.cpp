@@ -77,17 +77,6 @@ bool is_short(std::string_view rest) {
 
 }  // namespace
 
-Charge::Charge(size_t bytes) { add(bytes); }
-
-Charge::~Charge() {
-  if (bytes_ != 0) mirn3::mem::release(bytes_);
-}
-
-void Charge::add(size_t bytes) {
-  mirn3::mem::reserve(bytes);
-  bytes_ += bytes;
-}
-
 LineWalk::LineWalk(std::string_view text) : text_(text) {
   if (text_.starts_with(byte_order_mark)) position_ = byte_order_mark.size();
 }
@@ -132,7 +121,7 @@ class DelimitedRows::Search {
     mirn3::par::run(std::min(mirn3::par::workers(), pieces_.size()), [&](size_t) { work(); });
   }
 
-  // The first piece with an empty line; the pieces behind it are not all searched. Without one: all pieces.
+  // The first piece with an empty line; the pieces after it are not all searched. Without one: all pieces.
   size_t stopped_at() const { return std::min(stopped_at_.load(), pieces_.size()); }
 
  private:
@@ -219,7 +208,7 @@ void DelimitedRows::find_rows(size_t first, char delimiter, size_t piece_bytes, 
     drop_rows_from(static_cast<size_t>(piece.search.empty_line - all.data()));
     line_count_ = mirn3::sys::line_count(mapping_.bytes());
   } else {
-    // A line feed at the very end starts no line.
+    // A line feed at the end starts no line.
     drop_rows_from(all.size());
     for (const Piece& piece : pieces_) line_count_ += piece.starts.size();
   }
@@ -237,7 +226,7 @@ void DelimitedRows::find_rows(size_t first, char delimiter, size_t piece_bytes, 
   }
 }
 
-// Empty lines ended the search; zero bytes and the end of the file make short lines, too.
+// Empty lines ended the search; zero bytes and the end of the file make short lines too.
 void DelimitedRows::cut_at_short_line() {
   const std::string_view all = text();
   const bool has_zero =
@@ -258,7 +247,7 @@ void DelimitedRows::cut_at_short_line() {
   }
 }
 
-// Forgets the rows that start at this offset or behind it, which thereby becomes the end of the last.
+// Forgets the rows that start at this offset or after it, which thereby becomes the end of the last.
 void DelimitedRows::drop_rows_from(size_t offset) {
   for (Piece& piece : pieces_) {
     const auto keep = std::find_if(piece.starts.rbegin(), piece.starts.rend(),

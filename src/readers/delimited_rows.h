@@ -1,7 +1,7 @@
 // A delimited file, mapped, and where each of its data rows starts.
 //
-// The starts are kept as 32-bit offsets within pieces of the file, so they cost four bytes a row; the
-// pieces are also what threads share the work by.
+// The starts are 32-bit offsets within pieces of the file, so they cost four bytes a row; threads share the
+// work by pieces.
 #pragma once
 
 #include <cstddef>
@@ -12,28 +12,15 @@
 #include <vector>
 
 #include "readers/delimited_scan.h"
+#include "runtime/charge.h"
 #include "runtime/sys.h"
 
 namespace mirn2::rd {
 
-// Charges bytes that are not sample buffers to the memory budget while it lives.
-class Charge {
- public:
-  Charge() = default;
-  explicit Charge(size_t bytes);
-  ~Charge();
-  Charge(const Charge&) = delete;
-  Charge& operator=(const Charge&) = delete;
-  void add(size_t bytes);
-
- private:
-  size_t bytes_ = 0;
-};
-
 // Walks over the lines of a text. A line's text ends at its first zero byte, the line at its line feed.
 class LineWalk {
  public:
-  // A byte order mark at the start of the text is passed over.
+  // A byte order mark at the start of the text is skipped.
   explicit LineWalk(std::string_view text);
 
   // The next line's text, with its line feed unless a zero byte or the end of the file comes first.
@@ -50,26 +37,25 @@ class LineWalk {
 
 class DelimitedRows {
  public:
-  // Reads the rows of a piece, of which `first_row` is the number of the first, while they are in the caches.
-  // Called on any thread, for different pieces at once. Rows at the end of the text may turn out to be none
-  // later, and pieces may be left out, so the caller compares what was read with what there is at last.
+  // Reads the rows of a piece while they are in the caches; `first_row` is the number of its first row.
+  // Called on any thread, for different pieces at once. Pieces may be left out, and rows at the end of the
+  // text may turn out not to be rows, so the caller compares what was read with the final rows.
   using Visit = std::function<void(size_t piece, const scan::RowSpan& rows, uint64_t first_row)>;
 
-  // Makes the visit, if one is wanted, for the text of all rows, which will be cut into so many pieces.
+  // Makes the visit, if one is wanted, for the text of all rows, which is cut into `pieces` pieces.
   using Prepare = std::function<Visit(std::string_view text, size_t pieces)>;
 
-  // Maps the file and finds the rows behind the first `header_lines` lines, up to the first line of
+  // Maps the file and finds the rows after the first `header_lines` lines, up to the first line of
   // fewer than two characters (line end included). Throws mirn3::exc::error_t.
   //
-  // A last line without a line feed that has fewer delimiters than the first data row is what a
-  // recorder has not finished writing: it is no row. One that has as many is a row, as the last line of
-  // a finished file often lacks its line feed.
+  // A last line without a line feed and with fewer delimiters than the first data row is still being written:
+  // it is not a row. One with as many is a row, because finished files often lack the last line feed.
   //
   // `piece_bytes` is the size of the pieces the file is cut into, below 4 GiB.
   DelimitedRows(const std::filesystem::path& path, char delimiter, uint64_t header_lines,
                 size_t piece_bytes = usual_piece_bytes, const Prepare& prepare = {});
 
-  // Large enough that a piece outweighs what handing it out costs, small enough to share out evenly.
+  // Large enough to outweigh the cost of handing a piece to a thread, small enough to share evenly.
   static constexpr size_t usual_piece_bytes = size_t{1} << 20;
 
   // What the file was when it was mapped.
@@ -113,7 +99,7 @@ class DelimitedRows {
   uint64_t rows_ = 0;
   uint64_t line_count_ = 0;
   bool has_unfinished_row_ = false;
-  Charge charge_;
+  mirn3::mem::Charge charge_;
 };
 
 }  // namespace mirn2::rd

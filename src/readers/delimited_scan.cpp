@@ -6,6 +6,7 @@
 
 #include "readers/delimited_scan_avx2.h"
 #include "readers/delimited_scan_rows.h"
+#include "runtime/machine.h"
 
 namespace mirn2::rd::scan {
 
@@ -39,17 +40,7 @@ size_t find_line_starts_plain(LineSearch& search, const char* end, const char* b
 
 }  // namespace
 
-Level best_level() noexcept {
-#if defined(__x86_64__)
-  static const Level level =
-      __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2")
-          ? Level::avx2
-          : Level::plain;
-  return level;
-#else
-  return Level::plain;
-#endif
-}
+Level best_level() noexcept { return mirn3::machine::has_avx2_and_bmi() ? Level::avx2 : Level::plain; }
 
 const char* field_end(const char* p, const char* row_end, char delimiter) noexcept {
   while (p < row_end && *p != delimiter && !ends_row(*p)) ++p;

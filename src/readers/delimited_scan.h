@@ -2,7 +2,7 @@
 // number fields at once. Pure functions over memory that gives the same bits on every level.
 //
 // A field ends at the delimiter, a carriage return, a line feed or a zero byte; all but the delimiter
-// end the fields of the row, too.
+// end the fields of the row too.
 #pragma once
 
 #include <bit>
@@ -25,7 +25,7 @@ struct LineSearch {
   bool has_zero = false;             // a zero byte was passed
 };
 
-// Writes the offsets from `base` of the characters behind the line feeds in [search.at, end) to `out`,
+// Writes the offsets from `base` of the characters after the line feeds in [search.at, end) to `out`,
 // and returns how many. Stops at the end, at an empty line, or when fewer than `line_room` offsets
 // would fit; no offset may exceed 32 bits.
 constexpr size_t line_room = 64;
@@ -79,7 +79,7 @@ struct NumberPass {
                                    // number is left as unread_bits
   const uint32_t* from = nullptr;  // where each row was left, at field `from_column`; null: nowhere
   uint64_t from_column = 0;
-  uint32_t* to = nullptr;        // where each row is left, behind the last field read; may be `from`
+  uint32_t* to = nullptr;        // where each row is left, after the last field read; may be `from`
   double* const* out = nullptr;  // `fields` outputs of `span.rows` values
   uint64_t* odd = nullptr;       // `fields` counts: values that came out missing or unread are added
   bool past_caches = false;      // the outputs are more than the caches hold: none is kept there

@@ -100,12 +100,12 @@ KVALO_AVX2 const char* pass_fields_avx2(const char* p, const char* row_end, cons
 namespace {
 
 // How the characters of a plain number become its value, by where its minus and its point stand and by its
-// length. A field without a point counts as one with the point behind its last digit.
+// length. A field without a point counts as one with the point after its last digit.
 struct NumberForms {
   struct alignas(32) Form {
     uint8_t moves[16];  // the digits to the right end of a vector, zeros before them
-    double divisor;     // by the digits behind the point; negative ones keep the sign of zero, too
-    uint8_t refused;    // all bits set: no plain number
+    double divisor;     // by the digits after the point; negative ones keep the sign of zero too
+    uint8_t refused;    // all bits set: not a plain number
   };
 
   static constexpr size_t longest = 16;  // characters
@@ -192,11 +192,11 @@ struct Block {
 // What a field looks like that has been taken apart.
 struct Taken {
   uint64_t length;
-  uint8_t after;  // the character behind it; 0xff, too, when the field is no plain number
+  uint8_t after;  // the character after it; 0xff also when the field is not a plain number
 };
 
 // Takes the field at p apart if it is a plain number: an optional minus and up to 15 digits, with or without
-// a point behind the first of them, 16 characters at most. Every instruction counts here; what depends on the
+// a point after the first of them, 16 characters at most. Every instruction counts here; what depends on the
 // field is looked up, so that nothing but odd fields makes the processor guess wrong.
 KVALO_AVX2_INLINE Taken take_plain_number(const char* p, const NumberForms& forms, uint8_t* digits,
                                           double& divisor) {
@@ -259,7 +259,7 @@ bool are_alike(const NumberPass& pass) {
                      [&](const double* out) { return rows_to_line(out) == rows_to_line(pass.out[0]); });
 }
 
-// A field that is no plain number. Not inlined: such fields are few or slow anyway.
+// A field that is not a plain number. Not inlined: such fields are few or slow anyway.
 __attribute__((noinline)) const char* take_other(const NumberPass& pass, Block& block, size_t k, size_t first,
                                                  size_t row, const char* p) {
   double value = 0;
@@ -315,7 +315,7 @@ KVALO_AVX2 Done read_rows_avx2(const NumberPass& pass) noexcept {
           }
         }
       }
-      // The last field may be the last of its row, too.
+      // The last field may be the last of its row too.
       for (size_t lane = 0; lane < lanes; ++lane) {
         const size_t row = group + lane;
         const Taken taken = take_plain_number(p[lane], forms, block.digits[k][row], block.divisors[k][row]);

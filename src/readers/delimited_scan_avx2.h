@@ -12,13 +12,13 @@ size_t find_line_starts_avx2(LineSearch& search, const char* end, const char* ba
 const char* pass_fields_avx2(const char* p, const char* row_end, const char* readable, char delimiter,
                              uint64_t n) noexcept;
 
-// Rows of a pass: from `first` until before `last`.
+// Rows of a pass: first <= row < last.
 struct Done {
   size_t first = 0;
   size_t last = 0;
 };
 
-// Reads as many rows of the pass as this level can, and returns which. They are all but a few at the ends.
+// Reads as many rows of the pass as this level can, and returns which: all but a few at the ends.
 Done read_rows_avx2(const NumberPass& pass) noexcept;
 
 }  // namespace mirn2::rd::scan

@@ -1,3 +1,4 @@
+// Reads number columns of a delimited file side by side in one walk over its rows.
 #include "readers/delimited_walk.h"
 
 #include <utility>
@@ -51,7 +52,7 @@ bool NumberWalk::finish(const DelimitedRows& rows) {
     const scan::RowSpan span = rows.span(piece);
     if (pieces_[piece].rows != span.rows) read(piece, span, rows.first_row_of(piece));
   });
-  pieces_.resize(rows.pieces());  // those behind have no rows any more
+  pieces_.resize(rows.pieces());  // later ones have no rows any more
   return true;
 }
 

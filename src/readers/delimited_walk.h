@@ -19,8 +19,8 @@ struct WalkPlan {
   double* time = nullptr;        // of the time column; null: it is not wanted
   uint64_t room = 0;             // rows that the outputs and `left_at` have room for
 
-  // Where each row is left behind for the next walk, and where the walk before left it: before the field
-  // `left_before`, or, when that is 0, nowhere.
+  // In each row, where this walk stops for the next one, and where the walk before stopped: before the field
+  // `left_before`, or nowhere if that is 0.
   uint32_t* left_at = nullptr;
   uint64_t left_before = 0;
 };

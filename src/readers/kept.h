@@ -1,6 +1,7 @@
 // What a reader has learned about its file: kept for the next load, dropped at any time.
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -9,8 +10,8 @@
 
 namespace mirn2::rd {
 
-// Holds one Learned, which says in `stamp` what state of the file it belongs to. Safe from every thread;
-// the lock is never held while anything is done: whoever loads works with a share of its own.
+// Holds one Learned, whose `stamp` says what state of the file it belongs to. Every thread may call it. The
+// lock is held only to copy the pointer: a load works with its own share.
 template <typename Learned>
 class Kept {
  public:
@@ -20,7 +21,17 @@ class Kept {
     return learned_ && learned_->stamp == stamp ? learned_ : nullptr;
   }
 
-  // Keeps it in the place of what there was, and gives it back.
+  // What is known of the file as it is now. Where nothing is, forgets what was known of an earlier state and
+  // keeps what learn(stamp) returns.
+  template <typename Learn>
+  std::shared_ptr<Learned> current(const std::filesystem::path& path, Learn&& learn) {
+    const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path);
+    if (auto known = of(stamp)) return known;
+    drop();
+    return keep(learn(stamp));
+  }
+
+  // Keeps it instead of the earlier one, and returns it.
   std::shared_ptr<Learned> keep(std::shared_ptr<Learned> fresh) {
     std::shared_ptr<Learned> before;  // destroyed without the lock
     const std::lock_guard lock(mutex_);

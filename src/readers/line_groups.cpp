@@ -56,7 +56,7 @@ class Words {
   std::array<Range, 256> by_first_{};
 };
 
-// The start of the first line at or behind `from`, if it is before `to`; else `to`.
+// The start of the first line at or after `from`, if it is before `to`; else `to`.
 size_t first_line(std::string_view text, size_t from, size_t to) {
   if (from == 0) return 0;
   const size_t feed = text.substr(0, to).find('\n', from - 1);

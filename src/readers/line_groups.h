@@ -1,6 +1,6 @@
 // Which lines of a text begin with which of many words.
 //
-// A line can begin with several of them (GPS2 begins with GPS, too) and then belongs to each. The work
+// A line can begin with several of them (GPS2 begins with GPS too) and then belongs to each. The work
 // is bounded by the size of the text, however many words there are.
 #pragma once
 

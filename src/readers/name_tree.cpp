@@ -1,3 +1,4 @@
+// Builds the variable tree of sources whose names contain dots.
 #include "readers/name_tree.h"
 
 #include <fmt/format.h>

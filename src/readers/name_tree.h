@@ -13,7 +13,7 @@ namespace mirn2::rd {
 
 class NameTree {
  public:
-  // Adds the levels of a name that are not there yet. A carriage return or line feed ends the name. Gives the
+  // Adds the levels of a name that do not exist yet. A carriage return or line feed ends the name. Gives the
   // full name of the node that it stands for, which differs from the name when levels are empty. Throws
   // mirn3::exc::error_t for a name that is empty, too long or too deep.
   std::string insert(std::string_view name);

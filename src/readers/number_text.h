@@ -8,12 +8,12 @@
 namespace mirn2::rd {
 
 // The number at the start of the text by the rules of std::from_chars in its general format; what
-// follows it is ignored ("12abc" is 12). NaN where there is none or it exceeds what a double can hold.
+// follows it is ignored ("12abc" is 12). NaN if there is none or it exceeds the range of a double.
 double read_number(const char* first, const char* last) noexcept;
 
 // The number at the start of the text by the rules of strtoll to base 16: leading white space, a sign
-// and 0x are allowed, what follows is ignored, 0 where there is none, the nearest 64-bit number where
-// it exceeds them.
+// and 0x are allowed, what follows is ignored. 0 if there is none; the nearest 64-bit number if it exceeds
+// their range.
 double read_hexadecimal(const char* first, const char* last) noexcept;
 
 // A mantissa below 2^53 divided by one of these is rounded once, so the quotient is the double nearest

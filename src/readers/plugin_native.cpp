@@ -1,3 +1,4 @@
+// Calls native plug-ins: settings, names, samples, and the start and end of their use.
 #include "readers/plugin_native.h"
 
 #include <cxxabi.h>

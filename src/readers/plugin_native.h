@@ -11,8 +11,8 @@
 
 namespace mirn2::rd {
 
-// The common part. A plug-in sees, for each path, Initialize once when the first reader scans, any number of
-// loads, and Terminate once when the last reader goes.
+// The common part. For each path a plug-in gets one Initialize when the first reader scans, any number of
+// loads, and one Terminate when the last reader is destroyed.
 class ReaderPluginDLL : public Reader {
  public:
   // The named plug-in on this file. Throws mirn3::exc::error_t "Error while loading forced plugin".
@@ -49,7 +49,7 @@ class ReaderPluginDLLFile : public ReaderPluginDLL {
   using ReaderPluginDLL::ReaderPluginDLL;  // one that the script names
 };
 
-// A plug-in that delivers samples while a source runs. Its path is the time of its making.
+// A plug-in that delivers samples while a source runs. Its path is the time of its creation.
 class ReaderPluginDLLRealTime : public ReaderPluginDLL {
  public:
   explicit ReaderPluginDLLRealTime(const std::filesystem::path& plugin);
@@ -59,7 +59,7 @@ class ReaderPluginDLLRealTime : public ReaderPluginDLL {
   void stop() { run("Stop", false); }
 };
 
-// Stops and terminates whatever plug-ins still serve, before the process ends; loads fail from then on.
+// Stops and terminates the plug-ins still in use, before the process ends; loads fail from then on.
 void end_native_plugins() noexcept;
 
 }  // namespace mirn2::rd

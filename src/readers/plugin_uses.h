@@ -1,4 +1,4 @@
-// Who uses which plug-in on which path: decides when a plug-in's functions of beginning and end run.
+// Counts who uses which plug-in on which path, to decide when its start and end functions run.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace mirn2::rd {
 
-// Plug-ins are told apart by the address of what stands for them, which lives as long as its uses.
+// A plug-in is identified by the address of its library or module, which lives as long as its uses.
 class PluginUses {
  public:
   struct Use {
@@ -25,8 +25,8 @@ class PluginUses {
     ++uses_[key].readers;
   }
 
-  // One reader goes. Gives the use when that was the last one, else one with readers left; a use that has
-  // been ended already has neither.
+  // One reader ends its use. `last` is the use if that reader was the last one; the result says whether
+  // readers are left, none are, or the use had ended already.
   enum class Left { readers, none, ended };
   Left remove(const Key& key, Use& last) noexcept {
     const std::lock_guard guard(lock_);
@@ -49,7 +49,7 @@ class PluginUses {
     if (const auto found = uses_.find(key); found != uses_.end()) found->second.*flag = value;
   }
 
-  // All uses at once, which are forgotten: the process ends.
+  // Removes and returns all uses: the process ends.
   std::vector<std::pair<Key, Use>> take_all() {
     const std::lock_guard guard(lock_);
     std::vector<std::pair<Key, Use>> all(uses_.begin(), uses_.end());

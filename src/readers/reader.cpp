@@ -17,7 +17,7 @@ namespace mirn2::rd {
 
 namespace {
 
-// The check is a sample, so that it costs a long file nothing.
+// A sample is enough, and costs nothing for a long file.
 constexpr size_t checked_values = 512;
 
 bool is_time_vector(std::span<const double> sample) {

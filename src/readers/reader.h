@@ -1,8 +1,8 @@
-// The one interface behind which every source of samples lies.
+// The interface through which every source of samples is read.
 //
-// A reader knows bytes and sample buffers; it knows no Python object, no registry and no chart.
-// scan() looks at the source once and lists its variables; load() fills the two vectors of one
-// variable, and may be called any number of times.
+// A reader knows bytes and sample buffers, but no registry and no chart; only the reader of Python plug-ins
+// (src/containers) knows Python objects. scan() looks at the source once and lists its variables; load()
+// fills the two vectors of one variable, any number of times.
 #pragma once
 
 #include <atomic>
@@ -24,7 +24,7 @@ namespace mirn2::rd {
 struct rto_t {
   std::string_view tag_key;        // tag table for the variable's text values
   std::string_view name;           // full name of the variable; zero-terminated
-  mirn3::shared_vector<double> x;  // time, to be filled; may be common to several variables
+  mirn3::shared_vector<double> x;  // time, to be filled; several variables may share one vector
   uint64_t spare = 0;              // not used by readers
   mirn3::shared_vector<double> y;  // values, to be filled; as many as x
   bool tolerate_unknown = false;   // an unknown name leaves x and y empty instead of throwing
@@ -51,22 +51,24 @@ class Reader {
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;
 
-  // Builds the variable tree. Called once, before any load. Throws mirn3::exc::error_t.
+  // Builds the variable tree. Called once, before any load, without the interpreter lock. Throws
+  // mirn3::exc::error_t, std::bad_alloc, and what the standard library throws for paths and threads.
   virtual void scan() = 0;
 
-  // Fills request.x and request.y. Throws mirn3::exc::error_t and then leaves the reader as it was.
-  // Called without the interpreter lock; one call at a time.
+  // Fills request.x and request.y, which arrive empty; they are undefined after an exception. Throws like
+  // scan(); later loads work as if the failed one had not been. Called without the interpreter lock, by one
+  // thread at a time (see Turn).
   virtual void load(rto_t& request) = 0;
 
   virtual LoaderState state() const noexcept { return LoaderState::reloadable; }
 
-  // Drops what was learned about the source for the sake of speed. May be called while another thread
-  // is inside load(), which then goes on with its own share.
+  // Drops what the reader keeps about the source only for speed. Any thread may call it, even during a
+  // load(), which continues with its own share. Takes no lock that is held while memory is allocated.
   virtual void forget() noexcept {}
 
-  // The turn of one thread to scan or load: whoever asks a reader holds one meanwhile, and never waits for it
-  // with the interpreter lock. Throws mirn3::exc::error_t when this very thread has it already: a plug-in
-  // that asks for what it is about to deliver would wait for itself.
+  // One thread's turn to scan or load. The caller of either holds one, and never waits for it with the
+  // interpreter lock. Throws mirn3::exc::error_t if this thread has it already: a plug-in that asks for what
+  // it is about to deliver would wait for itself.
   class Turn {
    public:
     explicit Turn(Reader& reader);
@@ -82,8 +84,8 @@ class Reader {
   const std::vector<VariableNode>& variables() const noexcept { return root_.children; }
 
  protected:
-  // For load(): the name is none of the variables, but perhaps a group's. Leaves the request empty where it
-  // tolerates that; else throws mirn3::exc::error_t.
+  // For load(): the name is not a variable, but may be a group. Leaves the request empty if it tolerates
+  // unknown names; else throws mirn3::exc::error_t.
   void refuse_name(rto_t& request) const;
 
   std::filesystem::path path_;
@@ -95,15 +97,15 @@ class Reader {
   std::atomic<std::thread::id> busy_with_;  // the thread whose turn it is
 };
 
-// "prefix.name", or the name alone under an empty prefix.
+// "prefix.name", or only the name if the prefix is empty.
 std::string compose_name(std::string_view prefix, std::string_view name);
 
 // Looks at the first 512 values: they must not decrease, and the last must be greater than the first.
 // Otherwise all of x becomes 0, 1, 2, ... and two warnings are reported. An empty x stays.
 void check_time_vector(const Reader& reader, mirn3::shared_vector<double>& x);
 
-// Saves the tags that a load created. A store that cannot be written is no reason to lose the load: the
-// log says so, the numbers hold for this session, and the next save writes them with its own.
+// Saves the tags that a load created. If the store cannot be written, the log says so and the load goes on:
+// the numbers are valid for this session, and the next save writes them too.
 void save_tags();
 
 // Reports a warning: to the log at severity 2 and to the script's standard output.

@@ -28,7 +28,7 @@ constexpr size_t least_format_size = 16;  // of the format chunk, without its ow
 constexpr uint16_t pcm = 1;
 constexpr size_t block_samples = 1 << 18;  // what a thread takes at a time
 
-// A little-endian number; bytes that are not there are zeros.
+// A little-endian number; bytes that do not exist are zeros.
 template <typename T>
 T number_at(Bytes bytes, uint64_t offset) noexcept {
   T value = 0;
@@ -65,7 +65,7 @@ struct Head {
 
   uint64_t samples() const noexcept { return present * 8 / (uint64_t{channels} * bits); }
 
-  uint32_t format_size;  // bytes of the format chunk behind its own header
+  uint32_t format_size;  // bytes of the format chunk after its own header
   uint16_t format, channels;
   uint32_t rate;       // samples a second
   uint16_t bits;       // of one sample
@@ -140,11 +140,9 @@ void ReaderWAV::scan() {
 }
 
 std::shared_ptr<ReaderWAV::Learned> ReaderWAV::learn() {
-  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  if (auto known = kept_.of(stamp)) return known;
-  forget();
-  auto fresh = std::make_shared<Learned>(Learned{stamp, mirn3::sys::Mapping(path_)});
-  return kept_.keep(std::move(fresh));
+  return kept_.current(path_, [&](const mirn3::sys::FileStamp& stamp) {
+    return std::make_shared<Learned>(Learned{stamp, mirn3::sys::Mapping(path_)});
+  });
 }
 
 void ReaderWAV::forget() noexcept { kept_.drop(); }

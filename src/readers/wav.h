@@ -1,13 +1,13 @@
 // Uncompressed PCM audio in RIFF WAVE files: every channel is a variable (channel1, channel2, ...), its
 // time made from the sample rate, its values the raw integers.
 //
-// The layout is fixed: RIFF header, format chunk, data chunk, one behind the other; other chunks may
-// follow them. Where a header does not say what is true, this reader holds to the following:
-// - The number of samples comes from the data chunk's size, as far as bytes are there; a file that ends
-//   early gives what it has. It is reckoned in 64 bits, so data of 512 MiB and more is read whole.
-// - Another chunk in the place of the data chunk is read as if it were the data.
+// The layout is fixed: RIFF header, format chunk, data chunk, one after the other; other chunks may
+// follow them. Where a header is wrong:
+// - The number of samples comes from the data chunk's size, limited to the bytes that exist; a file that ends
+//   early gives what it has. It is computed in 64 bits, so data of 512 MiB and more is read whole.
+// - Another chunk in place of the data chunk is read as if it were the data.
 // - A sample rate of 0 gives sample indexes as time, with the warnings of an invalid time vector.
-// - Header bytes behind the end of the file count as zeros.
+// - Header bytes after the end of the file count as zeros.
 // What was odd about a file goes to the log once for each state of it.
 #pragma once
 
@@ -23,7 +23,7 @@
 
 namespace mirn2::rd {
 
-// Whether the file is laid out in the one way that ReaderWAV reads: whole headers, RIFF and WAVE marks,
+// Whether the file has the one layout that ReaderWAV reads: whole headers, RIFF and WAVE marks,
 // and the format chunk first. If not and `why` is given, it says what was found instead.
 // Throws mirn3::exc::error_t for a file that cannot be opened.
 bool probe_wav(const std::filesystem::path& path, std::string* why = nullptr);

@@ -8,6 +8,8 @@
 
 #if defined(__x86_64__)
 #include <immintrin.h>
+
+#include "runtime/machine.h"
 #define KVALO_AVX2 __attribute__((target("avx2")))
 #endif
 
@@ -30,13 +32,10 @@ void extract_plain(const Channel& channel, size_t first, size_t last, double* y)
 
 #if defined(__x86_64__)
 
-bool has_avx2() noexcept {
-  static const bool has = __builtin_cpu_supports("avx2") != 0;
-  return has;
-}
-
 // Results that fit the caches are better left there, for whoever reads them next.
-bool goes_past_caches(size_t samples) noexcept { return samples >= size_t{1} << 17 && has_avx2(); }
+bool goes_past_caches(size_t samples) noexcept {
+  return samples >= size_t{1} << 17 && mirn3::machine::has_avx2();
+}
 
 // Where the next vector-aligned double stands, at most `last`.
 size_t aligned_from(const double* values, size_t first, size_t last) noexcept {

@@ -187,7 +187,7 @@ class Chirp {
 
 // From the transform z of x[2j] + i * x[2j + 1], j = 0 ... m - 1, to the magnitudes of that of x.
 template <typename Half>
-void unpack_half(const Half& z, size_t m, std::span<double> out) {
+void spectrum_of_half(const Half& z, size_t m, std::span<double> out) {
   const Roots roots(2 * m);
   out[0] = std::abs(z(0).r + z(0).i);
   out[m] = std::abs(z(0).r - z(0).i);
@@ -213,7 +213,7 @@ void dft_magnitudes(std::span<const double> x, std::span<double> out) {
   } else if (n % 2 == 0) {
     const auto pair = [&](size_t j) { return Complex(x[2 * j], x[2 * j + 1]); };
     if (wants_chirp(m)) {
-      unpack_half(Chirp(m, m, pair), m, out);
+      spectrum_of_half(Chirp(m, m, pair), m, out);
       return;
     }
     Transform half(m);
@@ -222,7 +222,7 @@ void dft_magnitudes(std::span<const double> x, std::span<double> out) {
       std::memcpy(input + first, x.data() + first, (last - first) * sizeof(double));
     });
     const Complex* z = half.run(true, threads);
-    unpack_half([&](size_t k) { return z[k]; }, m, out);
+    spectrum_of_half([&](size_t k) { return z[k]; }, m, out);
   } else if (wants_chirp(n)) {
     const Chirp chirp(n, m + 1, [&](size_t j) { return Complex(x[j], 0); });
     par::ranges(m + 1, least, [&](size_t first, size_t last) {

@@ -13,6 +13,7 @@
 
 #include "runtime/dsp_scan.h"
 #include "runtime/exc.h"
+#include "runtime/machine.h"
 #include "runtime/par.h"
 
 #ifdef __x86_64__
@@ -42,7 +43,7 @@ class Axis {
     const double width = limits.hi - limits.lo;
     per_unit_ = static_cast<double>(cells) / width;
     if (!std::isfinite(width) || !(per_unit_ > 0)) {
-      throw exc::error_t("The values of the selected range lie too far apart; limit them with clamp()");
+      throw exc::error_t("The values of the selected range are too far apart; limit them with clamp()");
     }
     step_ = width / static_cast<double>(cells);
     // What rounding may move a value against an edge, in cells: of the product, and of the edge.
@@ -115,7 +116,7 @@ class Axis {
     const __m256d guess = _mm256_mul_pd(_mm256_sub_pd(_mm256_loadu_pd(values + i), lo), per_unit);
     const __m128i cell = _mm256_cvttpd_epi32(guess);
     const __m256d behind_edge = _mm256_sub_pd(guess, _mm256_cvtepi32_pd(cell));
-    // False for NaN, too; the greatest value lies on an edge.
+    // False for NaN too; the greatest value lies on an edge.
     sure = _mm256_and_pd(sure, _mm256_and_pd(_mm256_cmp_pd(behind_edge, near, _CMP_GT_OQ),
                                              _mm256_cmp_pd(behind_edge, far, _CMP_LT_OQ)));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), cell);
@@ -136,8 +137,7 @@ void Axis::search(const double* values, size_t n, int32_t* out) const {
 void Axis::cells_of(const double* values, size_t n, int32_t* out) const {
   if (std::isinf(per_unit_)) return search(values, n, out);
 #ifdef __x86_64__
-  static const bool has_avx2 = __builtin_cpu_supports("avx2");
-  if (has_avx2) return locate_avx2(values, n, out);
+  if (machine::has_avx2()) return locate_avx2(values, n, out);
 #endif
   locate(values, n, out);
 }

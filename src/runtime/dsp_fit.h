@@ -30,7 +30,7 @@ struct fit_t {
 MIRN3_API fit_t fit_lin(const double* x, const double* y, size_t n);
 
 // Y = A * exp(B * X), as the line that fits ln Y best: coefficients A, B. Throws for a Y that is not
-// greater than zero, too. A is 0 or infinity when exp() of the line's constant is.
+// greater than zero too. A is 0 or infinity when exp() of the line's constant is.
 MIRN3_API fit_t fit_exp(const double* x, const double* y, size_t n);
 
 // Y = B0 + B1 * X + ... + Bn * X^n: order + 1 coefficients, the constant first. 1 <= order <= 9.

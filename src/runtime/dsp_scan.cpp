@@ -1,3 +1,4 @@
+// Finds limits of values and compares time stamps, as fast as memory allows.
 #include "runtime/dsp_scan.h"
 
 #include <algorithm>
@@ -6,6 +7,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "runtime/machine.h"
 #include "runtime/par.h"
 
 #ifdef __x86_64__
@@ -36,11 +38,6 @@ bool ascends_plain(const double* t, size_t intervals) {
 }
 
 #ifdef __x86_64__
-
-bool has_avx2() {
-  static const bool has = __builtin_cpu_supports("avx2") != 0;
-  return has;
-}
 
 // The limits of four series of values at once.
 struct FourLimits {
@@ -105,7 +102,7 @@ KVALO_AVX2 bool ascends_avx2(const double* t, size_t intervals) {
 
 #else
 
-bool has_avx2() { return false; }
+bool machine::has_avx2() { return false; }
 size_t add_avx2(const double*, size_t, Limits&) { return 0; }
 size_t add_pairs_avx2(const double*, const double*, size_t, Limits&, Limits&) { return 0; }
 bool ascends_avx2(const double* t, size_t intervals) { return ascends_plain(t, intervals); }
@@ -119,7 +116,7 @@ Limits limits_of(std::span<const double> values) {
   std::mutex mutex;
   par::ranges(values.size(), scan_least, [&](size_t first, size_t last) {
     Limits mine;
-    if (has_avx2()) first += add_avx2(&values[first], last - first, mine);
+    if (machine::has_avx2()) first += add_avx2(&values[first], last - first, mine);
     add_plain(values.data() + first, last - first, mine);
     const std::lock_guard lock(mutex);
     all.add(mine);
@@ -128,7 +125,7 @@ Limits limits_of(std::span<const double> values) {
 }
 
 void add_pairs(const double* a, const double* b, size_t n, Limits& of_a, Limits& of_b) {
-  const size_t done = has_avx2() ? add_pairs_avx2(a, b, n, of_a, of_b) : 0;
+  const size_t done = machine::has_avx2() ? add_pairs_avx2(a, b, n, of_a, of_b) : 0;
   add_pairs_plain(a + done, b + done, n - done, of_a, of_b);
 }
 
@@ -140,7 +137,7 @@ bool is_same_time(std::span<const double> a, std::span<const double> b) {
       const size_t n = std::min(block, last - first);
       const double* const t = b.data() + first;
       const bool equal = a.data() == b.data() || std::memcmp(a.data() + first, t, n * sizeof *t) == 0;
-      if (!equal || !(has_avx2() ? ascends_avx2(t, n) : ascends_plain(t, n))) same = false;
+      if (!equal || !(machine::has_avx2() ? ascends_avx2(t, n) : ascends_plain(t, n))) same = false;
     }
   });
   return same && a.back() == b.back();

@@ -1,4 +1,4 @@
-// Passes over many samples that nothing but memory should limit: the limits of values, alone and in pairs,
+// Passes over many samples at the speed of memory: the limits of values, alone and in pairs,
 // and whether two vectors hold the same time stamps. NaN is never a limit. On all cores.
 #pragma once
 

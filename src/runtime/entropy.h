@@ -1,4 +1,4 @@
-// Random bytes from the system: alike in no two processes, a forked child included.
+// Random bytes from the system: different in every process, even a forked child.
 #pragma once
 
 #include <sys/random.h>
@@ -19,7 +19,7 @@ inline void fill_random(void* buffer, size_t bytes) noexcept {
     done += static_cast<size_t>(got);
   }
   if (done == bytes) return;
-  // Only where the system call is forbidden: the clock and an address have to do.
+  // Only where the system call is forbidden: use the clock and an address.
   std::mt19937_64 generator(
       static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()) ^
       reinterpret_cast<uintptr_t>(out));

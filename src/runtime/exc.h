@@ -1,4 +1,4 @@
-// The exception that the runtime and the readers throw for failures a person should read about.
+// The exception that the runtime and the readers throw for failures that a user should see.
 #pragma once
 
 #include <exception>

@@ -46,6 +46,7 @@ KVALO_VAR_OF(bool, boolean)
 KVALO_VAR_OF(int32_t, int32)
 KVALO_VAR_OF(uint32_t, uint32)
 KVALO_VAR_OF(int64_t, int64)
+KVALO_VAR_OF(uint64_t, uint64)
 KVALO_VAR_OF(double, float64)
 #undef KVALO_VAR_OF
 

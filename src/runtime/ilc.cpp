@@ -1,9 +1,8 @@
+// Hands messages to the host, or ends the process when there is none.
 #include "runtime/ilc.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -47,26 +46,9 @@ void Channel::install(handler_t handler) { handler_ = std::move(handler); }
 
 void Channel::send(const char* name, std::shared_ptr<void> record) const noexcept {
   if (!handler_) end_without_host(name);
-  // A handler may install another one while it runs: what runs stays alive until it returns.
+  // A handler may install another one while it runs; this copy stays alive until it returns.
   const handler_t handler = handler_;
   handler(std::make_shared<msgdata_t>(msgdata_t{name_hash(name), std::move(record)}));
-}
-
-void Channel::send_error(std::string_view text) const noexcept {
-  if (!handler_) {
-    log::write(log::error, text);
-    return;
-  }
-  auto record = std::make_shared<dto_error_t>();
-  std::memcpy(record->text, text.data(), std::min(text.size(), sizeof(record->text)));
-  send("app_error", std::move(record));
-}
-
-void Channel::send_info(const char* parameter, var_t value) const noexcept {
-  auto record = std::make_shared<dto_misc_t>();
-  record->key = name_hash(parameter);
-  record->values[0] = std::move(value);
-  send("app_info", std::move(record));
 }
 
 }  // namespace mirn3::ilc

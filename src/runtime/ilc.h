@@ -1,11 +1,10 @@
 // The channel to the host: everything that happens in the host's window goes through it as a message.
 //
-// Sending is synchronous: when send() returns, the host has handled the message. Messages are sent on
-// the script's thread, which holds the interpreter lock.
+// Sending is synchronous: when send() returns, the host has handled the message. Send on the script's thread,
+// which holds the interpreter lock. The module sends through src/hostlink.
 #pragma once
 
 #include <memory>
-#include <string_view>
 
 #include "kvalo/host.h"
 
@@ -17,16 +16,9 @@ class MIRN3_API Channel {
   void install(handler_t handler);
   bool has_handler() const noexcept { return static_cast<bool>(handler_); }
 
-  // Hands a message to the host. Without a handler a request cannot be fulfilled: prints one line on
-  // standard error that says how to get a host, and ends the process.
+  // Hands a message to the host. Without a handler prints one line on standard error that says how to get a
+  // host, and ends the process.
   void send(const char* name, std::shared_ptr<void> record) const noexcept;
-
-  // "app_error": a report, not a request. Without a handler it goes to the log. The text is cut to
-  // 512 bytes.
-  void send_error(std::string_view text) const noexcept;
-
-  // "app_info": one parameter of the window or theme.
-  void send_info(const char* parameter, var_t value) const noexcept;
 
  private:
   handler_t handler_;

@@ -1,4 +1,4 @@
-// In which setting the process runs, and start and stop of the runtime.
+// Whether a host owns the process, and start and stop of the runtime.
 #pragma once
 
 #include "kvalo/export.h"

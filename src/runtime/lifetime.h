@@ -1,4 +1,4 @@
-// What the runtime's pieces with state offer to its start and end and to a fork of the process.
+// What the stateful parts of the runtime do at its start, at its end and at a fork of the process.
 //
 // Locks are taken in one order: tags, store, log.
 #pragma once

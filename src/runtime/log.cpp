@@ -111,7 +111,7 @@ void write(int severity, std::string_view text) noexcept {
       s.sink.reset();
     }
   } catch (...) {
-    // A log that cannot be written must not disturb the work that it tells of.
+    // A log that cannot be written must not disturb the work.
   }
 }
 

@@ -1,7 +1,7 @@
-// The log: one line an entry in kvalo.log, `2026-11-21T04:22:01.123456Z 3 text`, UTC, rotated by size.
+// The log: one line per entry in kvalo.log, `2026-11-21T04:22:01.123456Z 3 text`, UTC, rotated by size.
 //
 // Line breaks in the text are escaped. The file is opened at the first entry that is written, and a
-// log that cannot be written never disturbs the work. Safe from every thread.
+// log that cannot be written never disturbs the work. Any thread may write.
 #pragma once
 
 #include <string_view>

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <bit>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -216,29 +215,6 @@ void free_samples(double* buffer, size_t n) noexcept {
   } else {
     std::free(buffer);
   }
-}
-
-uint64_t digest(const double* samples, size_t n) noexcept {
-  // Eight independent lanes, because one would wait for every multiplication. For each word a lane is
-  // rotated, combined and multiplied: all three can be undone, so one changed word always changes its
-  // lane, and the rotation brings high bits (a sign) to where the next multiplication spreads them.
-  constexpr size_t lanes = 8;
-  constexpr uint64_t factor = 0x9e3779b97f4a7c15u;
-  uint64_t lane[lanes];
-  for (size_t k = 0; k < lanes; ++k) lane[k] = factor * (k + 1);
-  const auto mix = [](uint64_t h, uint64_t word) { return (std::rotl(h, 29) ^ word) * factor; };
-
-  size_t i = 0;
-  for (; i + lanes <= n; i += lanes) {
-    uint64_t words[lanes];
-    std::memcpy(words, samples + i, sizeof words);
-    for (size_t k = 0; k < lanes; ++k) lane[k] = mix(lane[k], words[k]);
-  }
-  for (; i < n; ++i) lane[i % lanes] = mix(lane[i % lanes], std::bit_cast<uint64_t>(samples[i]));
-
-  uint64_t whole = n;
-  for (size_t k = 0; k < lanes; ++k) whole = mix(whole, lane[k] ^ lane[k] >> 32);
-  return whole ^ whole >> 29;
 }
 
 void BufferDeleter::operator()(double* buffer) const noexcept {

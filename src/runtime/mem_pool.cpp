@@ -1,3 +1,4 @@
+// Keeps freed sample buffers for the next allocation of their size.
 #include "runtime/mem_pool.h"
 
 #include <sys/mman.h>

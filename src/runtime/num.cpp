@@ -36,10 +36,6 @@ uint64_t compose(uint64_t sequence) noexcept {
 
 uint64_t create_id() noexcept { return compose(next_sequence.fetch_add(1, std::memory_order_relaxed)); }
 
-bool check_id(uint64_t value) noexcept {
-  const uint64_t sequence = value >> check_bits;
-  return sequence != 0 && sequence < next_sequence.load(std::memory_order_relaxed) &&
-         compose(sequence) == value;
-}
+uint64_t check_id(uint64_t asked) noexcept { return asked != 0 ? asked : create_id(); }
 
 }  // namespace mirn3::num

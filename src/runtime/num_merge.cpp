@@ -1,3 +1,4 @@
+// Merges the time stamps of two series.
 #include "runtime/num_merge.h"
 
 #include <algorithm>

@@ -11,7 +11,7 @@
 namespace mirn3::num {
 
 // Every stamp of t1 and of t2 once, ascending: the sorted union without duplicates. NaN stamps are left
-// out; of 0.0 and -0.0 the one of t1 stays, or the first one. Linear when both are ascending, else sorted
+// out; of 0.0 and -0.0 the one of t1 is kept, or the first one. Linear when both are ascending, else sorted
 // copies are made first. Works on all cores. Throws std::bad_alloc.
 MIRN3_API shared_vector<double> merge(const double* t1, const double* t2, size_t count1, size_t count2);
 

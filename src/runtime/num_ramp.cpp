@@ -1,9 +1,11 @@
+// Makes vectors of evenly spaced numbers, and shares them.
 #include "runtime/num_ramp.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <mutex>
 
+#include "runtime/machine.h"
 #include "runtime/par.h"
 
 #if defined(__x86_64__)
@@ -56,8 +58,7 @@ void fill(double step, shared_vector<double>& values) {
   double* const x = values.data();
   par::ranges(values.size(), least, [&](size_t first, size_t last) {
 #if defined(__x86_64__)
-    static const bool has_avx2 = __builtin_cpu_supports("avx2") != 0;
-    if (has_avx2 && last - first >= least) return fill_avx2(first, last, step, x);
+    if (machine::has_avx2() && last - first >= least) return fill_avx2(first, last, step, x);
 #endif
     fill_plain(first, last, step, x);
   });
@@ -78,7 +79,6 @@ shared_vector<double> ramp(double step, uint64_t n) {
   }
   values.resize_for_overwrite(n);
   fill(step, values);
-  values.mark_common();
   if (n <= most_kept) {
     Ramp fresh{step, values};
     const std::lock_guard lock(guard);

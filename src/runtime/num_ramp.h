@@ -1,6 +1,5 @@
-// Evenly spaced numbers from 0 on: the times of audio frames, and the indexes that stand for times where a
-// source has none. Variables of one spacing show one common vector (see mark_common), whatever their file and
-// their length.
+// Evenly spaced numbers from 0 on: the times of audio frames, and the indexes that replace times where a
+// source has none. All variables of one spacing share one vector, whatever their file and length.
 #pragma once
 
 #include <cstdint>
@@ -9,9 +8,9 @@
 
 namespace mirn3::num {
 
-// i * step for i = 0 ... n - 1, each rounded once. Common: writers take a copy. The vector made last is kept
-// for the next source with this spacing, if it has no more than 256 MiB. Charges the memory budget; throws
-// std::bad_alloc.
+// i * step for i = 0 ... n - 1, each rounded once. Shared: writers call make_unique() first. The vector made
+// last is kept for the next source with this spacing, if it has no more than 256 MiB. Charges the memory
+// budget; throws std::bad_alloc.
 MIRN3_API shared_vector<double> ramp(double step, uint64_t n);
 
 // Drops the vector that is kept.

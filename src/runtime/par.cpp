@@ -20,7 +20,7 @@ namespace {
 
 constexpr size_t most_threads = 1024;
 
-// KVALO_THREADS, or 0 if it is absent or no count.
+// KVALO_THREADS, or 0 if it is absent or not a count.
 size_t asked_threads() noexcept {
   const char* text = std::getenv("KVALO_THREADS");
   if (text == nullptr) return 0;
@@ -70,7 +70,7 @@ void run(size_t parts, const std::function<void(size_t part)>& task) {
   try {
     while (threads.size() < helpers) threads.emplace_back(work);
   } catch (const std::system_error&) {
-    // No more threads to be had: those that run, and this one, do all parts.
+    // The system gives no more threads: those that run, and this one, do all parts.
   }
   work();
   for (std::thread& thread : threads) thread.join();
@@ -79,7 +79,8 @@ void run(size_t parts, const std::function<void(size_t part)>& task) {
 
 void ranges(size_t n, size_t least, const std::function<void(size_t first, size_t last)>& task) {
   if (n == 0) return;
-  const size_t parts = std::clamp<size_t>(n / std::max<size_t>(least, 1), 1, workers());
+  const size_t worthwhile = n / std::max<size_t>(least, 1);
+  const size_t parts = worthwhile > 1 ? std::min(worthwhile, workers()) : 1;  // workers() asks the system
   if (parts == 1) {
     task(0, n);
     return;

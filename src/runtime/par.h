@@ -1,7 +1,7 @@
 // Work on all cores: splits a range into contiguous parts and runs them at once.
 //
-// Threads live for one call. That costs some ten microseconds, which the callers' minimum sizes
-// outweigh, and it leaves nothing behind that a fork of the process could break.
+// Threads live for one call. That costs about ten microseconds, which the callers' minimum sizes outweigh,
+// and no thread is left that a fork of the process could break.
 #pragma once
 
 #include <cstddef>
@@ -14,9 +14,9 @@ namespace mirn3::par {
 // Cores this process may use (its affinity mask), at least 1. KVALO_THREADS overrides it.
 MIRN3_API size_t workers() noexcept;
 
-// Calls task(0) ... task(parts - 1), each once, on up to workers() threads, the caller's among them;
-// returns when all are done. If tasks throw, the exception of the lowest part is thrown on, after all
-// have ended. Tasks must not touch the interpreter and must not charge the memory budget.
+// Calls task(0) ... task(parts - 1), each once, on up to workers() threads including the caller's; returns
+// when all are done. If tasks throw, the exception of the lowest part is thrown after all have ended. Tasks
+// must not touch the interpreter and must not charge the memory budget.
 MIRN3_API void run(size_t parts, const std::function<void(size_t part)>& task);
 
 // Splits 0..n into as many parts as pay off with at least `least` elements each and calls

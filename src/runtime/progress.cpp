@@ -1,3 +1,4 @@
+// Shows a line on the terminal while something takes long.
 #include "runtime/progress.h"
 
 #include <fmt/format.h>
@@ -33,7 +34,7 @@ bool wanted() noexcept {
   return !off && ::isatty(STDERR_FILENO) == 1;
 }
 
-// Straight to the terminal: nothing may buffer it, and a failure is nobody's business.
+// Straight to the terminal, without a buffer; failures are ignored.
 void print(const std::string& text) noexcept {
   [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
 }
@@ -89,7 +90,7 @@ Line::Line(std::string_view what) {
   try {
     watcher_ = std::make_unique<Watcher>(what);
   } catch (const std::system_error&) {
-    shown = false;  // no thread to be had: the work goes on without a line
+    shown = false;  // the system gives no thread: the work goes on without a line
   }
 }
 

@@ -1,7 +1,7 @@
-// A line on the terminal while something takes long, so that people know it is alive.
+// Shows a line on the terminal while something takes long.
 //
 // Shown on standard error after a second, only when that is a terminal and KVALO_PROGRESS is not 0; wiped
-// when the work ends. One at a time: work within work, and on other threads, shows no second line.
+// when the work ends. One at a time: nested work, and work on other threads, shows no second line.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +25,8 @@ class MIRN3_API Line {
   std::unique_ptr<Watcher> watcher_;  // null when nothing is shown
 };
 
-// How much of the work under the present line is done; shown as a percentage. Cheap, and safe from every
-// thread; without a line nothing happens.
+// Sets how much of the work of the current line is done, shown as a percentage. Cheap; any thread may call
+// it; does nothing without a line.
 MIRN3_API void report(uint64_t done, uint64_t total) noexcept;
 
 }  // namespace mirn3::progress

@@ -35,7 +35,7 @@ class Ref {
   object object_;
 };
 
-// Keeps an error that is pending already out of the way, and lets it be pending again in the end.
+// Sets a pending error aside and restores it at the end.
 class Earlier {
  public:
   Earlier() { table.PyErr_Fetch(&fetched_[0], &fetched_[1], &fetched_[2]); }
@@ -52,7 +52,7 @@ class Earlier {
   object fetched_[3] = {};
 };
 
-// UTF-8 of a str; false, with the interpreter's error cleared, if it is none or cannot be encoded.
+// UTF-8 of a str; false, with the interpreter's error cleared, if it is not a str or cannot be encoded.
 bool encode(object text, std::string& into) {
   const Ref bytes(table.PyUnicode_AsEncodedString(text, "UTF-8", "strict"));
   const char* characters = bytes ? table.PyBytes_AsString(bytes.get()) : nullptr;
@@ -129,7 +129,7 @@ std::string take_error() {
     const Ref text(table.PyObject_Str(value.get()));
     if (text && encode(text.get(), detail) && !detail.empty()) message += ": " + detail;
   }
-  table.PyErr_Clear();  // whatever putting it into words has raised
+  table.PyErr_Clear();  // whatever the conversion to text has raised
   return message;
 }
 

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "kvalo/export.h"
+#include "runtime/python_lock.h"
 
 namespace mirn3::python {
 
@@ -89,22 +90,9 @@ struct table_t {
 #undef MIRN3_OBJECT
 };
 
-// All null until the module has filled it: Py_DecRef tells.
+// All null until the module has filled it; is_filled() tests Py_DecRef.
 MIRN3_API extern table_t table;
 MIRN3_API bool is_filled() noexcept;
-
-// Holds the interpreter lock while in scope; does nothing without an interpreter.
-class MIRN3_API Lock {
- public:
-  Lock();
-  ~Lock();
-  Lock(const Lock&) = delete;
-  Lock& operator=(const Lock&) = delete;
-
- private:
-  int state_ = 0;
-  bool held_ = false;
-};
 
 // Writes the text and a line feed to the script's standard output, whole however long it is, from any
 // thread. Without an interpreter nothing is written.

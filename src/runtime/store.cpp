@@ -37,7 +37,7 @@ struct State {
   sqlite3* database = nullptr;
   std::string path;
   pid_t owner = 0;
-  bool damaged = false;  // closed at the end of the session, so that a repaired file is opened anew
+  bool damaged = false;  // closed at the end of the session, so that a repaired file is opened again
 };
 
 // Never destroyed: threads may outlive main().
@@ -83,7 +83,7 @@ int version_of(sqlite3* database) {
   return query.step() ? static_cast<int>(query.integer(0)) : 0;
 }
 
-// Turning the journal on may be refused at once, without waiting, while another process opens the file.
+// Switching to the journal may fail at once, without waiting, while another process opens the file.
 void turn_journal_on(sqlite3* database) {
   const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(longest_wait_ms);
   for (;;) {
@@ -123,7 +123,7 @@ void prepare_database(State& s) {
 }
 
 void close_connection(State& s) noexcept {
-  // A connection that came here through a fork is left alone: closing it would disturb its owner.
+  // A connection inherited through a fork is left alone: closing it would disturb its owner.
   if (s.database != nullptr && s.owner == ::getpid()) sqlite3_close_v2(s.database);
   s.database = nullptr;
   s.damaged = false;

@@ -1,7 +1,7 @@
 // The one connection of this process to state.db, in which configuration values and tags are kept.
 //
-// Opened on first use (the folder and the tables are made then) and shared by all threads, one session
-// at a time. It does not survive a fork: the parent's is closed before, both sides open anew. Every
+// Opened on first use (which creates the folder and the tables) and shared by all threads, one session at a
+// time. It does not survive a fork: it is closed before, and both sides open it again. Every
 // failure throws exc::error_t with the file's path and what to do about it; nothing is ever deleted.
 #pragma once
 
@@ -68,7 +68,7 @@ class Session {
   sqlite3* database_ = nullptr;
 };
 
-// What changes whenever any process commits to the store: sizes and times of its files.
+// Changes whenever any process commits to the store: sizes and times of its files.
 struct Stamp {
   int64_t sizes[2] = {-1, -1};  // state.db and its write-ahead log; -1 for a file that is not there
   int64_t modified_ns[2] = {0, 0};
@@ -76,7 +76,7 @@ struct Stamp {
 };
 Stamp stamp();
 
-// A write transaction: what is not committed did not happen.
+// A write transaction, rolled back unless committed.
 class Transaction {
  public:
   explicit Transaction(Session& session);

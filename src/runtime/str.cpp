@@ -1,27 +1,52 @@
 // Small text helpers.
 #include "runtime/str.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <array>
+#include <atomic>
 
 #include "runtime/entropy.h"
 
 namespace mirn3::str {
 
+namespace {
+
+std::atomic<unsigned> forks{0};
+
+// One random byte. A system call draws many at once; what a thread has left is dropped in a forked child,
+// which must not go on with the same.
+unsigned char random_byte() {
+  struct Drawn {
+    std::array<unsigned char, 512> bytes;
+    size_t used = bytes.size();
+    unsigned fork = 0;
+  };
+  static thread_local Drawn drawn;
+  static const int watches_forks =
+      ::pthread_atfork(nullptr, nullptr, [] { forks.fetch_add(1, std::memory_order_relaxed); });
+  const unsigned now = forks.load(std::memory_order_relaxed);
+  if (drawn.used == drawn.bytes.size() || drawn.fork != now || watches_forks != 0) {
+    fill_random(drawn.bytes.data(), drawn.bytes.size());
+    drawn.used = 0;
+    drawn.fork = now;
+  }
+  return drawn.bytes[drawn.used++];
+}
+
+}  // namespace
+
 std::string random(size_t n) {
   constexpr std::string_view alphabet = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
   constexpr size_t letters = 52;
-  std::array<unsigned char, 64> bytes;
   std::string text;
   text.reserve(n);
   while (text.size() < n) {
-    const size_t drawn = std::min(bytes.size(), n - text.size());
-    fill_random(bytes.data(), drawn);
-    for (size_t i = 0; i < drawn; ++i) {
-      // Bytes past the last whole multiple are drawn anew, so that every character is equally likely.
-      const size_t choices = text.empty() ? letters : alphabet.size();
-      if (bytes[i] < 256 / choices * choices) text += alphabet[bytes[i] % choices];
-    }
+    // Bytes past the last whole multiple are drawn again, so that every character is equally likely.
+    const size_t choices = text.empty() ? letters : alphabet.size();
+    const unsigned char byte = random_byte();
+    if (byte < 256 / choices * choices) text += alphabet[byte % choices];
   }
   return text;
 }
@@ -38,18 +63,20 @@ std::string replace_all(std::string_view text, std::string_view from, std::strin
 }
 
 std::string to_lower(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
+  std::string lowered(text.size(), '\0');
+  std::ranges::transform(text, lowered.begin(), lower);
+  return lowered;
 }
 
-namespace {
+std::string_view trimmed(std::string_view text) noexcept {
+  constexpr std::string_view blanks = " \t\r\n";
+  const size_t first = text.find_first_not_of(blanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
 
-// Length of the valid UTF-8 sequence that the text begins with; 0 when there is none. The bounds of the
-// second byte are those of the Unicode Standard's table of well-formed sequences.
-size_t sequence_length(std::string_view text) {
+// The bounds of the second byte are those of the Unicode Standard's table of well-formed sequences.
+size_t utf8_length(std::string_view text) noexcept {
   const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = byte(0);
   if (lead < 0x80) return 1;
@@ -64,9 +91,11 @@ size_t sequence_length(std::string_view text) {
   return length;
 }
 
+namespace {
+
 bool is_utf8(std::string_view text) {
   while (!text.empty()) {
-    const size_t length = sequence_length(text);
+    const size_t length = utf8_length(text);
     if (length == 0) return false;
     text.remove_prefix(length);
   }

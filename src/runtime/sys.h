@@ -51,8 +51,8 @@ class MIRN3_API File {
   size_t line_room_ = 0;
 };
 
-// A file's content, mapped read-only. Reading past `bytes()` never happens; a file that another
-// program cuts short while it is mapped reads as zeros beyond its new end (never a fault).
+// A file's content, mapped read-only. If another program truncates the file while it is mapped, it reads as
+// zeros beyond its new end (never a fault).
 class MIRN3_API Mapping {
  public:
   Mapping() = default;
@@ -69,7 +69,7 @@ class MIRN3_API Mapping {
   size_t size_ = 0;
 };
 
-// What tells whether a file is still the one that was looked at before.
+// Tells whether a file is still the one that was read before.
 struct FileStamp {
   uint64_t device = 0;
   uint64_t inode = 0;
@@ -83,19 +83,19 @@ MIRN3_API FileStamp file_stamp(const std::filesystem::path& path);  // throws ex
 MIRN3_API uint64_t line_count(const std::filesystem::path& path);
 MIRN3_API uint64_t line_count(std::span<const unsigned char> bytes);
 
-// Whether something is there, whatever its kind. Never throws.
+// Whether the path exists, whatever its kind. Never throws.
 MIRN3_API bool exists(const std::filesystem::path& path) noexcept;
 
 // Whether the path ends in this extension (".csv", ".tar.gz"), ignoring ASCII case.
 MIRN3_API bool ext_check(const std::filesystem::path& path, std::string_view extension);
 
-// Whether a file can be written at this path: the folder exists and lets us. Throws exc::error_t with
-// the reason if not. Leaves nothing behind.
+// Checks that a file can be written at this path: the folder exists and permits it. Throws exc::error_t with
+// the reason if not. Creates nothing that stays.
 MIRN3_API void write_check(const std::filesystem::path& path);
 
 // Places on disk (KVALO_HOME, else the XDG folders). Folders are not created here.
 MIRN3_API std::filesystem::path config_path();  // plug-ins, unpack.csv
-MIRN3_API std::filesystem::path cache_path();   // unpacked archives
+MIRN3_API std::filesystem::path cache_path();   // extracted archives
 MIRN3_API std::filesystem::path state_path();   // state.db, kvalo.log
 MIRN3_API std::filesystem::path plugin_path();  // native and Python plug-ins
 

@@ -27,8 +27,8 @@ class Descriptor {
 // Throws exc::error_t "Cannot <verb> '<path>': <what the system says about error>", with that code.
 [[noreturn]] void fail(std::string_view verb, const std::filesystem::path& path, int error);
 
-// Opens a regular file for reading and tells its state. Whatever else the path leads to (folder, pipe,
-// device) is refused with exc::error_t, and without waiting for anybody at a pipe's other end.
+// Opens a regular file for reading and returns its state. Refuses anything else (folder, pipe, device) with
+// exc::error_t, without waiting for the other end of a pipe.
 Descriptor open_regular(const std::filesystem::path& path, struct stat& state);
 
 }  // namespace mirn3::sys

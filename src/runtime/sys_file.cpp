@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "runtime/exc.h"
+#include "runtime/str.h"
 #include "runtime/sys.h"
 #include "runtime/sys_descriptor.h"
 
@@ -28,7 +29,7 @@ void open_blocking_again(int fd) {
   if (flags >= 0) fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
 }
 
-// Without O_NONBLOCK a pipe that nobody reads would hold us until somebody does.
+// Without O_NONBLOCK, opening a pipe that nobody reads would wait.
 Descriptor open_for_writing(const std::filesystem::path& path) {
   Descriptor file(
       ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666));
@@ -131,15 +132,15 @@ bool exists(const std::filesystem::path& path) noexcept {
 }
 
 bool ext_check(const std::filesystem::path& path, std::string_view extension) {
-  constexpr auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
   const std::string& text = path.native();
-  return text.size() >= extension.size() && std::equal(extension.rbegin(), extension.rend(), text.rbegin(),
-                                                       [&](char a, char b) { return lower(a) == lower(b); });
+  return text.size() >= extension.size() &&
+         std::equal(extension.rbegin(), extension.rend(), text.rbegin(),
+                    [](char a, char b) { return str::lower(a) == str::lower(b); });
 }
 
 void write_check(const std::filesystem::path& path) {
-  // The one honest answer comes from opening the file, as access rights alone know nothing of name
-  // lengths, quotas and read-only media. A file that is there keeps its content and its times.
+  // Only opening the file gives the answer: access rights say nothing about name lengths, quotas and
+  // read-only media. An existing file keeps its content and its times.
   std::filesystem::path target = path;
   for (int link = 0; link < most_links; ++link) {
     const Descriptor present(::open(target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));

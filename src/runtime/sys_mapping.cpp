@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "runtime/machine.h"
 #include "runtime/par.h"
 #include "runtime/sys.h"
 #include "runtime/sys_descriptor.h"
@@ -152,8 +153,7 @@ uint64_t count_plain(const unsigned char* p, size_t n) { return count_line_feeds
 }
 
 uint64_t count(const unsigned char* p, size_t n) {
-  static const bool has_avx2 = __builtin_cpu_supports("avx2") != 0;
-  return has_avx2 ? count_avx2(p, n) : count_plain(p, n);
+  return machine::has_avx2() ? count_avx2(p, n) : count_plain(p, n);
 }
 #else
 uint64_t count(const unsigned char* p, size_t n) { return count_plain(p, n); }

@@ -1,3 +1,4 @@
+// Finds and opens native plug-in libraries.
 #include "runtime/sys_plugin.h"
 
 #include <dlfcn.h>
@@ -14,6 +15,7 @@
 #include "kvalo/plugin.h"
 #include "runtime/exc.h"
 #include "runtime/log.h"
+#include "runtime/machine.h"
 #include "runtime/python.h"
 #include "runtime/sys.h"
 
@@ -37,7 +39,7 @@ void* Plugin::require(const char* name) const {
 
 namespace {
 
-// What is known of a file: the library, or why the file of this stamp is none.
+// What is known of a file with this stamp: the library, or why there is none.
 struct Known {
   std::shared_ptr<Plugin> library;
   FileStamp refused_stamp;
@@ -139,11 +141,11 @@ std::shared_ptr<Plugin> plugin_compatible(const fs::path& path) {
 
 bool is_readable(const void* begin, size_t bytes) noexcept {
   const auto page = static_cast<uintptr_t>(::sysconf(_SC_PAGESIZE));
-  if (bytes / page >= static_cast<uintptr_t>(::sysconf(_SC_PHYS_PAGES))) return false;
+  if (bytes >= machine::physical_memory()) return false;
   const auto first = reinterpret_cast<uintptr_t>(begin);
   const uintptr_t end = first + bytes;
   if (begin == nullptr || end < first) return false;
-  // The kernel reads one byte of every page for us, and says so where there is none.
+  // The kernel reads one byte of every page for us, and reports pages that do not exist.
   constexpr size_t most = 512;
   std::array<iovec, most> pages;
   std::array<char, most> sink;
@@ -154,7 +156,7 @@ bool is_readable(const void* begin, size_t bytes) noexcept {
     }
     const iovec into{sink.data(), n};
     const ssize_t read = ::process_vm_readv(::getpid(), &into, 1, pages.data(), n, 0);
-    if (read < 0 && errno != EFAULT) return true;  // a sandbox that does not let us ask
+    if (read < 0 && errno != EFAULT) return true;  // a sandbox that forbids the call
     if (read != static_cast<ssize_t>(n)) return false;
   }
   return true;

@@ -12,7 +12,7 @@
 
 namespace mirn3::sys {
 
-// One library; there is one object for each file, however it is named. Stays loaded until the process ends:
+// One library; one object for each file, whatever name leads to it. Stays loaded until the process ends:
 // threads and buffers of the plug-in may outlive every reader.
 class MIRN3_API Plugin {
  public:
@@ -21,7 +21,7 @@ class MIRN3_API Plugin {
   Plugin(const Plugin&) = delete;
   Plugin& operator=(const Plugin&) = delete;
 
-  // An export, looked up anew. Throws std::runtime_error "Could not load function '{name}'".
+  // An export, looked up again. Throws std::runtime_error "Could not load function '{name}'".
   template <typename Function>
   Function* function(const char* name) const {
     return reinterpret_cast<Function*>(require(name));
@@ -35,7 +35,7 @@ class MIRN3_API Plugin {
 
   const std::filesystem::path& path() const noexcept { return path_; }
 
-  // Held around every call into the library. Nobody who holds it waits for the interpreter lock.
+  // Held around every call into the library. Never wait for the interpreter lock while holding it.
   std::mutex calls;
 
  private:
@@ -53,7 +53,7 @@ MIRN3_API std::filesystem::path find_plugin(const std::filesystem::path& name);
 // that is missing or cannot be read.
 MIRN3_API std::vector<std::filesystem::path> plugin_files(std::initializer_list<std::string_view> extensions);
 
-// The named library. Null when there is none or it cannot be loaded; the reason goes to the log and to the
+// The named library. Null if there is none or it cannot be loaded; the reason goes to the log and to the
 // script's standard output.
 MIRN3_API std::shared_ptr<Plugin> plugin_forced(const std::filesystem::path& name);
 
@@ -61,7 +61,7 @@ MIRN3_API std::shared_ptr<Plugin> plugin_forced(const std::filesystem::path& nam
 // is none. One that cannot be loaded is reported to the log, once. Call without the interpreter lock.
 MIRN3_API std::shared_ptr<Plugin> plugin_compatible(const std::filesystem::path& path);
 
-// Whether there is memory to read at every page of the range, and the machine could hold a copy of it.
+// Whether every page of the range can be read, and the machine could hold a copy of it.
 MIRN3_API bool is_readable(const void* begin, size_t bytes) noexcept;
 
 }  // namespace mirn3::sys

@@ -1,7 +1,7 @@
 // Tag tables in memory, and their rows in the store.
 //
 // A key is read in whole when it is first used. New numbers come from blocks that this process claims
-// in the store, one short transaction a block, each block twice as long as the one before: no two
+// in the store, one short transaction per block, each block twice as long as the one before: no two
 // processes hand out the same number, and a column of a million texts costs some thirty transactions.
 // save() writes the new texts and gives the rest of a block back if nobody has claimed past it.
 //
@@ -188,7 +188,7 @@ Table& table_of(State& s, std::string_view key, std::string& message) {
   return table;
 }
 
-// Whether the store has this very text at a number that could not be inserted anew.
+// Whether the store has this very text at a number that was taken already.
 bool is_stored(Session& session, std::string_view key, int64_t number, std::string_view text) {
   Statement query(session.database(), "SELECT 1 FROM tag WHERE key = ?1 AND number = ?2 AND text = ?3");
   const bool found = query.bind(1, key).bind(2, number).bind(3, text).step();

@@ -1,4 +1,4 @@
-// Tag tables: texts that stand for sample values (a mode's name, a state), one table a key, kept in
+// Tag tables: texts that stand for sample values (a mode's name, a state), one table per key, kept in
 // state.db so that a text has the same number in every session.
 //
 // Numbers of a key count up from 0. Two processes may add texts at once: a number is never given to
@@ -13,13 +13,13 @@
 
 namespace mirn3::tag {
 
-// The number that `text` has under `key`, a new one if it has none yet.
+// The number of `text` under `key`; a new one if it has none yet.
 MIRN3_API double fetch_or_create(std::string_view key, std::string_view text);
 
 // The text that has this number under `key`; empty when there is none.
 MIRN3_API std::string get(std::string_view key, double value);
 
-// Takes in what other processes saved since the last time.
+// Reads what other processes saved since the last time.
 MIRN3_API void load();
 
 // Writes new texts to the store. Throws exc::error_t when that fails; the texts stay in memory.

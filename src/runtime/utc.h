@@ -15,7 +15,7 @@ namespace mirn3::utc {
 // The forms of a time stamp. Values are stable: a reader keeps them as a 32-bit integer.
 enum type_t : int32_t {
   seconds = 0,      // a plain number, taken as it is
-  iso8601 = 1,      // 2026-11-21T04:22:01.5Z, with blank or T, zone or none, fraction or none, date alone
+  iso8601 = 1,      // 2026-11-21T04:22:01.5Z, with blank or T; zone, fraction and time may be absent
   day_month = 2,    // 21/11/2026 04:22:01.5, with / . or -
   month_day = 3,    // 11/21/2026 04:22:01.5, with / . or -
   time_of_day = 4,  // 04:22:01.5 (hours:minutes[:seconds]); see unroll_midnight
@@ -29,7 +29,7 @@ MIRN3_API int32_t guess_type(std::string_view text);
 
 // Seconds of one stamp: since 1970-01-01T00:00:00Z, since midnight for time_of_day, as written for
 // plain numbers. NaN when the text is not of that form. Blanks and one pair of quotes around the text
-// are passed over.
+// are skipped.
 MIRN3_API double to_double(std::string_view text, int32_t type);
 
 // Times of day that step back by more than half a day have passed midnight: adds a day from there on.

@@ -1,4 +1,4 @@
-// Days and dates of the Gregorian calendar, carried back before its introduction as ISO 8601 does.
+// Days and dates of the Gregorian calendar, extended back before its introduction, as in ISO 8601.
 #pragma once
 
 #include <cstdint>

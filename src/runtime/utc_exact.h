@@ -29,7 +29,7 @@ inline double nearest(uint64_t whole, uint64_t fraction, int digits) {
     return static_cast<double>(static_cast<uint64_t>(all)) / static_cast<double>(scale);
   }
   // Here the number has 55 bits or more in front of the last of these 64 fraction bits. So that bit can
-  // stand for everything behind it, and the conversion to double, which rounds once, sees it.
+  // stand for everything after it, and the conversion to double, which rounds once, sees it.
   const uint128_t shifted = uint128_t{fraction} << 64;
   uint128_t bits = (uint128_t{whole} << 64) | (shifted / scale);
   if (shifted % scale != 0) bits |= 1;

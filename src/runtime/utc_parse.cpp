@@ -64,7 +64,7 @@ class Scanner {
     return at_ != start;
   }
 
-  // An unsigned number of `least` to `most` digits, and no digit behind it.
+  // An unsigned number of `least` to `most` digits, and no digit after it.
   template <typename Integer>
   bool take_number(int least, int most, Integer& value, int* digits = nullptr) {
     const char* p = at_;
@@ -80,7 +80,7 @@ class Scanner {
     return true;
   }
 
-  // The digits behind a point. Those behind the first `most_digits` count for nothing.
+  // The digits after a point. Those after the first `most_digits` count for nothing.
   struct Fraction {
     uint64_t value = 0;
     int digits = 0;

@@ -1,4 +1,4 @@
-// The unpacking itself: entries out of libarchive, checked, into files.
+// The extraction itself: entries out of libarchive, checked, into files.
 #include "runtime/zip.h"
 
 #include <fcntl.h>
@@ -35,12 +35,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// An archive may always unpack to this much, and beyond it to so many times its own size. Logs of text
+// An archive may always grow to this much, and beyond it to so many times its own size. Logs of text
 // shrink to a tenth, at the very best to a hundredth; bombs to a thousandth and less.
 constexpr uint64_t always_allowed = uint64_t{1} << 30;
 constexpr uint64_t largest_ratio = 200;
 
-// Never filled by us, so that others on the disk can go on.
+// Left free for others on the disk.
 constexpr uint64_t disk_reserve = uint64_t{64} << 20;
 
 // What a tar has besides the content of an entry, with long names.
@@ -69,8 +69,8 @@ class Utf8Names {
   locale_t before_ = nullptr;
 };
 
-// The bytes behind the gzip layer. libarchive has one of its own, which ignores the checksum. Unpacking takes
-// longer than all the rest, so it runs ahead in a thread of its own where there is a core for it.
+// The bytes inside the gzip layer. libarchive has one of its own, which ignores the checksum. Extraction
+// takes longer than all the rest, so it runs ahead in a thread of its own where there is a core for it.
 class GzipStream {
  public:
   GzipStream(sys::Descriptor& file, uint64_t limit) : limit_(limit) {
@@ -115,7 +115,7 @@ class GzipStream {
     return view(buffers_[taken_ % buffers_.size()]);
   }
 
-  // Reads what is behind the last entry, so that the checksum at the very end is looked at.
+  // Reads what is after the last entry, so that the checksum at the end is looked at.
   void finish() {
     while (!next().empty()) continue;
   }
@@ -209,7 +209,7 @@ class Extraction {
     set_allowance(static_cast<uint64_t>(state.st_size));
     open(file);
     archive_entry* entry = nullptr;
-    while (next(&entry)) unpack(entry);
+    while (next(&entry)) extract(entry);
     try {
       if (gzip_) gzip_->finish();
     } catch (const exc::error_t& error) {
@@ -230,7 +230,7 @@ class Extraction {
   }
   [[noreturn]] void fail_damaged(std::string_view why) const {
     throw exc::error_t(
-        fmt::format("'{}' is damaged or no {} archive: {}", path_.string(), format_.name, why));
+        fmt::format("'{}' is damaged or not a {} archive: {}", path_.string(), format_.name, why));
   }
   [[noreturn]] void fail_locked() const {
     throw exc::error_t(fmt::format(
@@ -290,7 +290,7 @@ class Extraction {
     }
   }
 
-  void unpack(archive_entry* entry) {
+  void extract(archive_entry* entry) {
     const std::string name = name_of(entry);
     const auto type = library().archive_entry_filetype(entry);
     if (library().archive_entry_hardlink(entry) != nullptr || (type != AE_IFREG && type != AE_IFDIR)) {
@@ -377,7 +377,7 @@ class Extraction {
   // Has the disk begin with what is written, so that there is little left to wait for at the end.
   static void send_to_disk(const sys::Descriptor& file, uint64_t offset, uint64_t length) {
     ::sync_file_range(file.get(), static_cast<off_t>(offset), static_cast<off_t>(length),
-                      SYNC_FILE_RANGE_WRITE);  // a wish; fdatasync reports what goes wrong
+                      SYNC_FILE_RANGE_WRITE);  // a hint; fdatasync reports failures
   }
 
   static void write_all(const sys::Descriptor& file, const fs::path& path, const char* bytes, size_t length,

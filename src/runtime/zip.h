@@ -1,8 +1,8 @@
-// Unpacking archives into a folder: zip, 7z and gzipped tar, one implementation over libarchive, which is
-// opened when the first archive comes along.
+// Extracting archives into a folder: zip, 7z and gzipped tar, one implementation over libarchive, which is
+// opened with the first archive.
 //
-// An archive is never trusted: what is unpacked stays inside the folder, holds only regular files and
-// folders, and is bounded in bytes and in number. docs/formats/archives.md says what becomes of odd entries.
+// An archive is never trusted: what is extracted stays inside the folder, holds only regular files and
+// folders, and is bounded in bytes and in number. docs/formats/archives.md says what happens to odd entries.
 #pragma once
 
 #include <cstdint>
@@ -25,9 +25,9 @@ struct Entry {
   uint64_t size = 0;
 };
 
-// Each unpacks the archive into an empty folder that exists and returns its files in name order. Throws
+// Each extracts the archive into an empty folder that exists and returns its files in name order. Throws
 // exc::error_t with the archive's name: damaged, protected by a password, an entry that leaves the folder,
-// beyond a limit, libarchive missing. What was unpacked until then stays behind.
+// beyond a limit, libarchive missing. What was extracted until then stays.
 MIRN3_API std::vector<Entry> extract_7zip(const std::filesystem::path& archive,
                                           const std::filesystem::path& folder, const Limits& limits = {});
 MIRN3_API std::vector<Entry> extract_zip(const std::filesystem::path& archive,

@@ -1,3 +1,4 @@
+// Keeps extracted archives in the cache folder and finds them again.
 #include "runtime/zip_cache.h"
 
 #include <fcntl.h>
@@ -30,7 +31,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-// Part of every folder's name: to be raised when the same archive shall be unpacked in another way.
+// Part of every folder's name: to be raised when the same archive is to be extracted in another way.
 constexpr uint64_t layout = 1;
 
 constexpr const char* temporary_prefix = ".tmp-";
@@ -38,14 +39,14 @@ constexpr size_t name_length = 32;
 constexpr auto kept_unused = 30 * 24h;
 constexpr auto kept_temporary = 1min;  // time to lock a folder that was just made
 
-// What of an archive is looked at. The end holds the directory of zip and 7z with a checksum of every file,
-// and the checksum and length of everything in a gzipped tar.
+// Which parts of an archive are read for the digest. The end holds the directory of zip and 7z with a
+// checksum of every file, and the checksum and length of everything in a gzipped tar.
 constexpr uint64_t head_bytes = uint64_t{64} << 10;
 constexpr uint64_t tail_bytes = uint64_t{512} << 10;
 constexpr uint64_t samples = 16;
 constexpr uint64_t sample_bytes = 4096;
 
-// Two independent 64-bit digests of words; not meant against people who search for collisions.
+// Two independent 64-bit digests of words; no protection against deliberate collisions.
 class Digest {
  public:
   void add(uint64_t word) {
@@ -105,8 +106,8 @@ std::string identify(const fs::path& archive, Extract extract) {
   return digest.text();
 }
 
-// A folder below the cache that goes away unless it is published. The lock on it tells others that somebody
-// is at work here; it ends with the process, however that ends.
+// A folder below the cache that is removed unless it is published. The lock on it tells others that it is in
+// use, and ends with the process.
 class TemporaryFolder {
  public:
   explicit TemporaryFolder(const fs::path& cache) {
@@ -152,10 +153,10 @@ void write_list(const fs::path& path, const std::vector<Entry>& entries) {
   file.close();
 }
 
-// What an earlier unpacking left under this name, if it is all there still.
-std::optional<Unpacked> find_unpacked(const fs::path& home) {
+// What an earlier extraction left under this name, if it is all there still.
+std::optional<Extracted> find_extracted(const fs::path& home) {
   if (!sys::exists(home / "list")) return std::nullopt;
-  Unpacked found{.folder = home / "files", .files = {}};
+  Extracted found{.folder = home / "files", .files = {}};
   sys::File list(home / "list", sys::read_text);
   while (const char* read = list.readline()) {
     std::string_view line(read);
@@ -176,7 +177,7 @@ std::optional<Unpacked> find_unpacked(const fs::path& home) {
 
 void mark_used(const fs::path& home) { ::utimensat(AT_FDCWD, home.c_str(), nullptr, 0); }
 
-// Takes a folder away in one step, so that nobody ever finds half of it.
+// Removes a folder in one step, so that nobody ever finds half of it.
 void discard(const fs::path& folder, const fs::path& cache) {
   std::string aside = (cache / temporary_prefix).string() + "XXXXXX";
   if (::mkdtemp(aside.data()) == nullptr) return;
@@ -221,11 +222,11 @@ void clean(const fs::path& cache) {
 
 }  // namespace
 
-Unpacked unpack_to_cache(const fs::path& archive, Extract extract) {
+Extracted extract_to_cache(const fs::path& archive, Extract extract) {
   const std::string name = identify(archive, extract);
   const fs::path cache = sys::cache_path();
   const fs::path home = cache / name;
-  if (auto found = find_unpacked(home)) {
+  if (auto found = find_extracted(home)) {
     mark_used(home);
     return *std::move(found);
   }
@@ -241,12 +242,12 @@ Unpacked unpack_to_cache(const fs::path& archive, Extract extract) {
           "'{}' changed while it was being unpacked: open it again when it is complete", archive.string()));
     }
     write_list(temporary.path() / "list", entries);
-    if (!temporary.publish(home) && !find_unpacked(home)) {
-      discard(home, cache);  // damaged since it was unpacked
+    if (!temporary.publish(home) && !find_extracted(home)) {
+      discard(home, cache);  // damaged since it was extracted
       temporary.publish(home);
     }
   }
-  if (auto found = find_unpacked(home)) return *std::move(found);
+  if (auto found = find_extracted(home)) return *std::move(found);
   throw exc::error_t(
       fmt::format("'{}' cannot be unpacked: '{}' changes all the time", archive.string(), cache.string()));
 }

@@ -1,3 +1,4 @@
+// Turns the names of archive entries into paths that stay inside a folder.
 #include "runtime/zip_entry_name.h"
 
 #include <fmt/format.h>
@@ -6,6 +7,7 @@
 #include <cstddef>
 
 #include "runtime/exc.h"
+#include "runtime/str.h"
 
 namespace mirn3::zip {
 
@@ -14,33 +16,11 @@ namespace {
 constexpr size_t longest_part = 255;  // what file systems take
 constexpr size_t longest_name = 2048;
 
-// Bytes of the UTF-8 character at the start of the text; 0 when there is none.
-size_t utf8_length(std::string_view text) {
-  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char first = byte(0);
-  const size_t length = first < 0x80   ? 1
-                        : first < 0xC2 ? 0
-                        : first < 0xE0 ? 2
-                        : first < 0xF0 ? 3
-                        : first < 0xF5 ? 4
-                                       : 0;
-  if (length == 0 || length > text.size()) return 0;
-  for (size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  }
-  if (length >= 3) {
-    const bool overlong = (first == 0xE0 && byte(1) < 0xA0) || (first == 0xF0 && byte(1) < 0x90);
-    const bool surrogate = first == 0xED && byte(1) >= 0xA0;
-    if (overlong || surrogate || (first == 0xF4 && byte(1) >= 0x90)) return 0;
-  }
-  return length;
-}
-
 std::string escaped(std::string_view raw) {
   std::string text;
   while (!raw.empty()) {
     const auto first = static_cast<unsigned char>(raw.front());
-    const size_t length = first < 0x20 || first == 0x7F ? 0 : utf8_length(raw);
+    const size_t length = first < 0x20 || first == 0x7F ? 0 : str::utf8_length(raw);
     if (length == 0) {
       text += fmt::format("%{:02X}", first);
     } else {

@@ -8,10 +8,10 @@
 
 namespace mirn3::zip {
 
-// The name with "/" between its parts, without "." parts and a slash at the end; bytes that are no UTF-8 and
-// control characters become %XX. A backslash separates parts, as archives made on Windows have it. Empty for
+// The name with "/" between its parts, without "." parts and a slash at the end; bytes that are not UTF-8 and
+// control characters become %XX. A backslash separates parts, as in archives made on Windows. Empty for
 // the folder itself. Throws exc::error_t, which says why, for a name that would leave the folder (absolute,
-// "..", a drive letter) or that no file system takes.
+// "..", a drive letter) or that no file system accepts.
 MIRN3_API std::string entry_name(std::string_view raw);
 
 }  // namespace mirn3::zip

@@ -1,3 +1,4 @@
+// Opens libarchive and zlib on first use.
 #include "runtime/zip_library.h"
 
 #include <dlfcn.h>

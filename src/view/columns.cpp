@@ -4,10 +4,13 @@
 #include <algorithm>
 #include <cmath>
 
+#include "runtime/par.h"
+
 namespace kvalo_view {
 
 namespace {
 
+constexpr size_t least_columns = 400;  // for which a thread pays off
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 double finite_or_nan(double value) { return std::isfinite(value) ? value : nan; }
@@ -43,19 +46,24 @@ template <typename Finish>
 Columns columns_of(const Curve& curve, Range range, size_t width, const Finish& finish) {
   const Part part = part_of(curve.x, range);
   Columns result{{}, part.size(), nan, nan, nan, nan};
-  result.columns.reserve(width);
-  // Samples are looked for where the last column's length says, which is nearly right for most recordings.
-  size_t at = part.first;
-  size_t length = part.size() / width;
-  for (size_t k = 0; k < width; ++k) {
-    const size_t end =
-        k + 1 == width ? part.last
-                       : std::min(part.last, lower_index(curve.x, edge(range, k + 1, width), at + length));
-    Column& column = result.columns.emplace_back(column_of(curve, at, std::max(at, end)));
-    finish(column, k, at, std::max(at, end));
-    length = end > at ? end - at : 0;
-    at = std::max(at, end);
-  }
+  result.columns.resize(width);
+  mirn3::par::ranges(width, least_columns, [&](size_t from, size_t to) {
+    // Samples are looked for where the last column's length says, which is nearly right for most recordings.
+    size_t length = part.size() / width;
+    const auto start_of = [&](size_t k, size_t hint) {
+      if (k == 0) return part.first;
+      if (k == width) return part.last;
+      return std::clamp(lower_index(curve.x, edge(range, k, width), hint), part.first, part.last);
+    };
+    size_t at = start_of(from, part.first + from * length);
+    for (size_t k = from; k < to; ++k) {
+      const size_t end = std::max(at, start_of(k + 1, at + length));
+      result.columns[k] = column_of(curve, at, end);
+      finish(result.columns[k], k, at, end);
+      length = end - at;
+      at = end;
+    }
+  });
   if (part.first > 0) {
     result.before_x = curve.x[part.first - 1];
     result.before_y = curve.y[part.first - 1];

@@ -33,7 +33,9 @@ class Pyramid {
   Pyramid() = default;
   // One pass over the values and as many time stamps, on all cores. Both stay the caller's and must outlive
   // the calls of range().
-  Pyramid(std::span<const double> x, std::span<const double> y);
+  Pyramid(std::span<const double> x, std::span<const double> y) : Pyramid(x, y, Pyramid()) {}
+  // The same where `head` is the pyramid of samples that x and y begin with: only what is new is looked at.
+  Pyramid(std::span<const double> x, std::span<const double> y, const Pyramid& head);
 
   // The extremes of y[first] ... y[last - 1].
   Extremes range(size_t first, size_t last) const;
@@ -46,12 +48,15 @@ class Pyramid {
 
  private:
   struct Level {
-    std::vector<double> lo, hi;
+    struct Ends {
+      double lo, hi;
+    };
+    std::vector<Ends> ends;
     std::vector<uint8_t> marks;
 
     void resize(size_t blocks);
     size_t size() const { return marks.size(); }
-    Extremes at(size_t block) const { return {lo[block], hi[block], marks[block]}; }
+    Extremes at(size_t block) const { return {ends[block].lo, ends[block].hi, marks[block]}; }
     void set(size_t block, const Extremes& value);
   };
 

@@ -1,5 +1,5 @@
 // The conditioning kernels against their rules written down plainly, on inputs full of surprises.
-#include "functions/kernels/conditioning.h"
+#include "kernels/conditioning.h"
 
 #include <gtest/gtest.h>
 
@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
-#include "functions/kernels/calculus.h"
-#include "functions/kernels/filters.h"
-#include "functions/kernels/unpack.h"
+#include "kernels/bit_field.h"
+#include "kernels/calculus.h"
+#include "kernels/filters.h"
 
 namespace {
 
-namespace k = mirn2::fn::kernels;
+namespace k = mirn2::kernels;
 using Samples = std::vector<double>;
 
 constexpr double inf = std::numeric_limits<double>::infinity();
@@ -247,7 +247,7 @@ TEST(Unpack, EveryFieldOfEveryWord) {
         Samples expected;
         for (const double value : y) expected.push_back(unpacked(value, msb, lsb, coding, 0.5, 3));
         Samples got(y.size());
-        k::unpack(y, {msb, lsb, 0.5, 3}, coding, got);
+        k::decode_bits(y, {msb, lsb, 0.5, 3}, coding, got);
         expect_same(got, expected, std::to_string(msb) + " to " + std::to_string(lsb));
       }
     }

@@ -1,5 +1,5 @@
 // The export kernel against printf and against a plain loop.
-#include "charts/kernels/grid_text.h"
+#include "kernels/grid_text.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -14,11 +14,11 @@
 #include <string>
 #include <vector>
 
-#include "charts/kernels/decimal_text.h"
+#include "kernels/decimal_text.h"
 
 namespace {
 
-using namespace mirn2::fn::kernels;
+using namespace mirn2::kernels;
 
 constexpr double inf = std::numeric_limits<double>::infinity();
 const double nan_value = std::nan("");

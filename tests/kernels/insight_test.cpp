@@ -1,5 +1,5 @@
 // The search for precursors against the rule taken word for word, with a binary search each time.
-#include "functions/kernels/insight.h"
+#include "kernels/insight.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 
 namespace {
 
-using namespace mirn2::fn::kernels;
+using namespace mirn2::kernels;
 using Series = std::vector<double>;
 
 constexpr double inf = std::numeric_limits<double>::infinity();

@@ -86,11 +86,11 @@ HDF5_SIGNATURE = b"\x89HDF\r\n\x1a\n"
 NONE = "File is not compatible with any built-in loaders or plugins"
 # Each file would also satisfy a later rule; the error, or the reader, tells which rule came first.
 ORDER = [
-    ("archive before delimited", "x.zip", TABLE, "no zip archive"),
+    ("archive before delimited", "x.zip", TABLE, "not a zip archive"),
     ("HDF5 before its extension", "x.mat", HDF5_SIGNATURE, "an HDF5 file"),
     ("HDF5 behind a user block", "x.dat", b"\0" * 512 + HDF5_SIGNATURE, "an HDF5 file"),
     ("MAT before delimited", "x.mat", TABLE, "a MAT file"),
-    ("XLSX before delimited", "x.xlsx", TABLE, "no XLSX workbook"),
+    ("XLSX before delimited", "x.xlsx", TABLE, "not an XLSX workbook"),
     ("delimited before Parquet", "x.parquet", TABLE, None),
     ("delimited before WAV", "x.wav", TABLE, None),
     ("delimited before text logs", "x.log", "FMT, a\n0, 1\n1, 2\n", None),

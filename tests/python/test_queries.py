@@ -253,11 +253,11 @@ def test_gain_and_offset_of_a_file(file_series):
     assert file_series.ydata.to_list() == [15, 7, 11]
 
 
-def test_a_borrowed_time_base_is_not_changed_through_its_borrower():
-    ts = series([0.0] * 10_000)
+def test_gain_for_the_times_of_a_result_leaves_its_operand_alone():
+    ts = series([0.0] * 10)
     derived = kvalo.diff(ts)
     derived.axpb(2, 1)
-    assert (ts[9999][0], derived[9999][0]) == (9999.0, 19999.0)
+    assert (ts[9][0], derived[9][0]) == (9.0, 19.0)
 
 
 @cases("name", "axpb", "aypb")

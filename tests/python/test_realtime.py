@@ -133,7 +133,7 @@ def sensor(live):
         kvalo.set_config("", key)
 
 
-def test_results_that_borrow_times_keep_them(sensor):
+def test_results_that_share_times_keep_them(sensor):
     c = sensor("100000", samples=50_000)
     c.rt_start()
     while len(c["000"]) < 50_000:

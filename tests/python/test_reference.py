@@ -1,5 +1,8 @@
-"""The reference: every function and method has its section, the examples print what the pages say."""
+"""The reference: every function and method has its section, which opens with its signature as the module has it;
+the examples print what the pages say."""
 
+import inspect
+import json
 import re
 
 import kvalo
@@ -11,6 +14,7 @@ REFERENCE = ROOT / "docs" / "reference"
 PAGES = {page.name: page.read_text(encoding="utf-8") for page in sorted(REFERENCE.glob("*.md"))}
 EXAMPLE = re.compile(r"^```python\n(.*?)^```\n\n^```text\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 EXAMPLES = [(name, code, output) for name, text in PAGES.items() for code, output in EXAMPLE.findall(text)]
+OWNERS = {"": kvalo, "series": kvalo.TimeSeries, "array": kvalo.Array, "container": kvalo.Container}
 PAGE_OF_TYPE = {"TimeSeries": "series.md", "Array": "array.md", "Mesh": "mesh.md"}
 
 
@@ -54,6 +58,41 @@ def test_every_method_has_a_section(type_name, page):
     methods = {name for name in public(dir(of_type)) if callable(getattr(of_type, name))}
     assert methods <= headings(page)
     assert all(f"`{name}`" in PAGES[page] for name in public(dir(of_type)) - methods)
+
+
+def opening(page, heading):
+    """The first line of a section."""
+    return re.search(rf"^##? `?{heading}`?\n\n(.*)$", PAGES[page], re.MULTILINE)[1]
+
+
+def written(parameter):
+    name = str(parameter.replace(default=parameter.empty))
+    default = parameter.default
+    if default is parameter.empty:
+        return name
+    return f"{name}=" + (
+        "…" if default is ... else json.dumps(default) if default == str(default) else repr(default)
+    )
+
+
+def usage(shown):
+    """How a call of what the index calls `function` or `series.method` is written, with its defaults."""
+    owner, _, name = shown.rpartition(".")
+    function = getattr(OWNERS[owner], name)
+    parameters = list(inspect.signature(function).parameters.values())
+    if name.startswith("__"):
+        return f"{name.strip('_')}({', '.join([owner, *map(written, parameters[1:])])})"
+    own = parameters[1:] if owner else parameters
+    return f"{owner or 'kvalo'}.{name}({', '.join(map(written, own))})"
+
+
+def test_sections_open_with_the_signature():
+    missing = {
+        shown: usage(shown)
+        for shown, page, heading in entries_of_index()
+        if f"`{usage(shown)}`" not in opening(page, heading)
+    }
+    assert missing == {}
 
 
 def test_links_lead_somewhere():

@@ -1,18 +1,24 @@
-"""The type stubs and the module name the same things."""
+"""The type stubs and the module tell the same of every function, method and type: names, order, parameters, texts."""
 
 import ast
+import inspect
+import math
 
 import kvalo
-import pytest
 from common import cases
 from conftest import ROOT
 
 STUB = ROOT / "python" / "kvalo-stubs" / "__init__.pyi"
-TYPES = ("Array", "Container", "Mesh", "Model", "Result", "TimeSeries")
+TREE = ast.parse(STUB.read_text())
+TYPES = {node.name: node.body for node in TREE.body if isinstance(node, ast.ClassDef)}
 
 
 def public(names):
     return {name for name in names if not name.startswith("_")}
+
+
+def functions(body):
+    return [node for node in body if isinstance(node, ast.FunctionDef)]
 
 
 def declared(body):
@@ -31,26 +37,71 @@ def available(name):
     return True
 
 
-@pytest.fixture(scope="module")
-def tree():
-    return ast.parse(STUB.read_text())
+def callables():
+    """(name, stub, function or method) of all that the module has a row for."""
+    for node in functions(TREE.body):
+        yield node.name, node, getattr(kvalo, node.name)
+    for name, body in TYPES.items():
+        for node in functions(body):
+            method = vars(getattr(kvalo, name)).get(node.name)
+            if isinstance(method, type(kvalo.Array.clone)):
+                yield f"{name}.{node.name}", node, method
 
 
-def test_module_names(tree):
-    stub = public(declared(tree.body))
+def stub_signature(node):
+    """What Python says of the stub, without its types."""
+    plain = ast.parse(ast.unparse(node)).body[0]
+    plain.decorator_list, plain.returns, plain.body = [], None, [ast.Pass()]
+    for argument in ast.walk(plain.args):
+        if isinstance(argument, ast.arg):
+            argument.annotation = None
+    names = {"math": math}
+    exec(compile(ast.fix_missing_locations(ast.Module([plain], [])), str(STUB), "exec"), names)
+    return inspect.signature(names[node.name])
+
+
+def unwrapped(text):
+    return " ".join(text.split()).removesuffix(".")
+
+
+def without_self(signature):
+    return signature.replace(parameters=list(signature.parameters.values())[1:])
+
+
+def test_module_names():
+    stub = public(declared(TREE.body))
     assert stub == public(dir(kvalo))
     assert len(stub) == 98 + len(TYPES)
 
 
-def test_function_docstrings(tree):
-    for node in tree.body:
-        if isinstance(node, ast.FunctionDef):
-            stub, module = ast.get_docstring(node), getattr(kvalo, node.name).__doc__
-            assert " ".join(stub.split()).removesuffix(".") == " ".join(module.split()).removesuffix(".")
+def test_functions_stand_in_the_order_of_the_module():
+    table = [name for name, value in vars(kvalo).items() if inspect.isbuiltin(value)]
+    assert [node.name for node in functions(TREE.body)] == table
+
+
+def test_every_method_has_a_stub():
+    compared = {name for name, _, _ in callables()}
+    for name in TYPES:
+        methods = [n for n, v in vars(getattr(kvalo, name)).items() if isinstance(v, type(kvalo.Array.clone))]
+        assert {f"{name}.{method}" for method in methods} <= compared
+
+
+def test_parameters_and_docstrings():
+    for name, node, function in callables():
+        stub, module = stub_signature(node), inspect.signature(function)
+        if inspect.ismethoddescriptor(function):
+            stub, module = without_self(stub), without_self(module)
+        assert (name, stub) == (name, module)
+        assert unwrapped(ast.get_docstring(node)) == unwrapped(function.__doc__), name
+
+
+@cases("name", "Array", "Container", "Mesh")
+def test_constructors(name):
+    node = next(node for node in functions(TYPES[name]) if node.name == "__init__")
+    assert without_self(stub_signature(node)) == inspect.signature(getattr(kvalo, name))
 
 
 @cases("name", *TYPES)
-def test_type_members(tree, name):
-    body = next(node.body for node in tree.body if isinstance(node, ast.ClassDef) and node.name == name)
-    stub, module = public(declared(body)), public(dir(getattr(kvalo, name)))
+def test_type_members(name):
+    stub, module = public(declared(TYPES[name])), public(dir(getattr(kvalo, name)))
     assert stub == module or (module < stub and not available(name))

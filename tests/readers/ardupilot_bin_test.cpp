@@ -369,7 +369,7 @@ TEST_F(ArduPilotBin, RecordedFlightsComeOutWhole) {
   } flights[] = {{"copter.bin", 135, 1017, 5, 230069, 0x92a8d3e7, "STAT_RUNTIME"},
                  {"truncated.bin", 129, 998, 2, 8680, 0x4c8ea8f3, "LAND_DS_AIL_SCL"}};
   for (const auto& flight : flights) {
-    const fs::path file = fs::path("/work/shared/data/flight") / flight.name;
+    const fs::path file = fs::path(KVALO_RECORDED_DATA) / "flight" / flight.name;
     if (!fs::exists(file)) GTEST_SKIP() << "no recorded flight at " << file;
     auto reader = open_file(file);
     const auto names = leaves(*reader);

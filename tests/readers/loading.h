@@ -25,8 +25,9 @@ inline Samples load(mirn2::rd::Reader& reader, const std::string& name, std::str
   reader.load(request);
   EXPECT_EQ(request.x.size(), request.y.size()) << name;
   Samples samples{{request.x.begin(), request.x.end()}, {request.y.begin(), request.y.end()}};
-  // They are the caller's to write, unless they say otherwise: nothing of this may be found in another load.
-  if (!request.x.is_common()) std::fill_n(request.x.data(), request.x.size(), NAN);
+  // Nothing that the caller writes may be found in another load.
+  request.x.make_unique();
+  std::fill_n(request.x.data(), request.x.size(), NAN);
   std::fill_n(request.y.data(), request.y.size(), NAN);
   return samples;
 }

@@ -22,10 +22,9 @@ TEST(Ramp, OneVectorServesAllThatHaveItsStep) {
   const shared_vector<double> prefix = ramp(0.25, 10);
   EXPECT_EQ(prefix.data(), longest.data());
   EXPECT_EQ(prefix.size(), 10U);
-  EXPECT_TRUE(prefix.is_common());
 
   shared_vector<double> written = prefix;
-  written.own();
+  written.make_unique();
   written[3] = -1;
   EXPECT_EQ(longest[3], 0.75);
   EXPECT_EQ(written.size(), 10U);

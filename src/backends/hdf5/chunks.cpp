@@ -1,4 +1,4 @@
-// Unpacking chunks on all cores.
+// Decompresses chunks on all cores.
 #include "backends/hdf5/chunks.h"
 
 #include <zlib.h>
@@ -84,10 +84,10 @@ struct Chunk {
   Bytes bytes;           // empty: never written
 };
 
-class Unpacker {
+class Decompressor {
  public:
-  Unpacker(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
-           std::string_view name, const Layout& layout)
+  Decompressor(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
+               std::string_view name, const Layout& layout)
       : dataset_(dataset), table_(table), rows_(rows), wanted_(wanted), name_(name), layout_(layout) {
     read_fill_value();
     const File file(H5Iget_file_id(dataset), "HDF5: file");
@@ -110,11 +110,11 @@ class Unpacker {
         fetch(std::move(chunk));
       }
     }
-    unpack_waiting();
+    decompress_waiting();
   }
 
  private:
-  static constexpr uint64_t most_waiting = 16 << 20;  // unpacked bytes
+  static constexpr uint64_t most_waiting = 16 << 20;  // decompressed bytes
 
   void read_fill_value() {
     const Properties creation(H5Dget_create_plist(dataset_), "HDF5: layout");
@@ -135,13 +135,14 @@ class Unpacker {
       fail(fmt::format("Variable '{:s}' cannot be read", name_));
     waiting_.push_back(std::move(chunk));
     if (waiting_.size() * layout_.chunk_bytes >= most_waiting && waiting_.size() >= mirn3::par::workers())
-      unpack_waiting();
+      decompress_waiting();
   }
 
-  void unpack_waiting() {
+  void decompress_waiting() {
     mirn3::par::ranges(waiting_.size(), 1, [&](size_t first, size_t last) {
-      Bytes unpacked, sorted;
-      for (size_t i = first; i < last; ++i) deliver(waiting_[i], unpack(waiting_[i], unpacked, sorted));
+      Bytes decompressed, sorted;
+      for (size_t i = first; i < last; ++i)
+        deliver(waiting_[i], decompress(waiting_[i], decompressed, sorted));
     });
     waiting_.clear();
   }
@@ -150,19 +151,19 @@ class Unpacker {
     return filter >= 0 && (chunk.skipped >> filter & 1) == 0;
   }
 
-  // The chunk's elements, in `unpacked`, in `sorted` or where they are; null when it was never written.
-  const unsigned char* unpack(const Chunk& chunk, Bytes& unpacked, Bytes& sorted) const {
+  // The chunk's elements, in `decompressed`, in `sorted` or where they are; null when it was never written.
+  const unsigned char* decompress(const Chunk& chunk, Bytes& decompressed, Bytes& sorted) const {
     constexpr uint64_t most_deflated = 1032;  // bytes that one can stand for
     if (chunk.bytes.empty()) return nullptr;
     std::span<const unsigned char> now = chunk.bytes;
     if (applies(chunk, layout_.fletcher32)) now = checked(now);
     if (applies(chunk, layout_.deflate)) {
       if (layout_.chunk_bytes / most_deflated > now.size()) damaged();
-      unpacked.resize(layout_.chunk_bytes);
-      uLongf size = unpacked.size();
-      const int outcome = uncompress(unpacked.data(), &size, now.data(), now.size());
-      if (outcome != Z_OK || size != unpacked.size()) damaged();
-      now = unpacked;
+      decompressed.resize(layout_.chunk_bytes);
+      uLongf size = decompressed.size();
+      const int outcome = uncompress(decompressed.data(), &size, now.data(), now.size());
+      if (outcome != Z_OK || size != decompressed.size()) damaged();
+      now = decompressed;
     }
     if (now.size() < layout_.chunk_bytes) damaged();
     if (!applies(chunk, layout_.shuffle) || layout_.element == 1) return now.data();
@@ -248,7 +249,7 @@ bool read_chunks(hid_t dataset, const Table& table, uint64_t rows, std::span<con
                  std::string_view name) {
   const std::optional<Layout> layout = layout_of(dataset, table);
   if (!layout) return false;
-  Unpacker(dataset, table, rows, wanted, name, *layout).run();
+  Decompressor(dataset, table, rows, wanted, name, *layout).run();
   return true;
 }
 

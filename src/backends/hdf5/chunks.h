@@ -1,5 +1,5 @@
 // The fast ways through a data set's bytes, for the common layouts: the library says where they lie, all
-// cores unpack and convert them.
+// cores decompress and convert them.
 #pragma once
 
 #include "backends/hdf5/table.h"
@@ -7,7 +7,8 @@
 namespace mirn2::rd::hdf5 {
 
 // As read_numbers, for chunked data sets whose only filters are byte shuffling, deflate and a checksum.
-// False, and nothing done, for all others. What a chunk unpacks to is bounded by the size it should have.
+// False, and nothing done, for all others. What a chunk decompresses to is bounded by the size it should
+// have.
 bool read_chunks(hid_t dataset, const Table& table, uint64_t rows, std::span<const Wanted> wanted,
                  std::string_view name);
 

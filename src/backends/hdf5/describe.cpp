@@ -194,7 +194,7 @@ const char* describe_shape(hid_t dataset, bool transposed, Table& table) {
   table.rows = length[table.row_dimension];
   table.columns = table.rank == 1 ? 1 : length[1 - table.row_dimension];
   if (table.columns == 0) return "is empty";
-  return table.columns > most_columns ? "has too many columns" : nullptr;
+  return table.columns > samples::most_columns ? "has too many columns" : nullptr;
 }
 
 // Storage in one piece must hold what the dimensions promise: the library copies without looking.

@@ -1,4 +1,4 @@
-// The HDF5 library in C++ clothes: owning handles, errors as exceptions, one user at a time.
+// A C++ interface to the HDF5 library: owning handles, errors as exceptions, one user at a time.
 #pragma once
 
 #include <hdf5.h>
@@ -11,9 +11,9 @@
 
 namespace mirn2::rd::hdf5 {
 
-// Whoever calls the library holds one of these: the library is not thread safe. Meanwhile its error printing
-// is off, and files cannot make it load filter code from disk; both are set back at the end, because somebody
-// else in the process may share the library.
+// Held around every call of the library, which is not thread safe. Meanwhile its error printing is off, and
+// files cannot make it load filter code from disk; both are restored at the end, because others in the
+// process may use the library.
 class Session {
  public:
   Session();
@@ -21,8 +21,8 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  // Steps back while this lives. Sample buffers are allocated only so: making room for them may wait for the
-  // interpreter, whose holder may be waiting for the session.
+  // Releases the session while this lives. Allocate sample buffers only under a pause: making room for them
+  // may wait for the interpreter lock, whose holder may be waiting for the session.
   class Pause {
    public:
     explicit Pause(Session& session) : session_(session) { session_.leave(); }
@@ -75,8 +75,8 @@ using Space = Handle<H5Sclose>;
 using Type = Handle<H5Tclose>;
 using Properties = Handle<H5Pclose>;
 
-// Opens for reading, without a file lock: a file that is still being recorded, or lies on a medium that knows
-// no locks, can be read.
+// Opens for reading, without a file lock, so that a file can be read while it is recorded, or on a medium
+// without locks.
 File open_file(const std::filesystem::path& path);
 
 // Link access that never leaves the file: following an external link fails.

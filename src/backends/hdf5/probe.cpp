@@ -1,4 +1,4 @@
-// A task in a forked process, whose end is told through a pipe.
+// Runs a task in a forked process that reports its end through a pipe.
 #include "backends/hdf5/probe.h"
 
 #include <fcntl.h>
@@ -41,8 +41,8 @@ struct Patience {
 
 ssize_t open_objects() { return H5Fget_obj_count(static_cast<hid_t>(H5F_OBJ_ALL), H5F_OBJ_ALL); }
 
-// Address space that this process may take beyond what it has. Sanitizers take as much as they like and
-// report when they do not get it.
+// Limits the address space that this process may take in addition. Not under sanitizers, which reserve large
+// ranges and report a refusal.
 void limit_memory([[maybe_unused]] uint64_t more) {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
   std::ifstream pages("/proc/self/statm");

@@ -1,7 +1,7 @@
-// Trying something first where a crash does no harm.
+// Tries a task in a copy of the process first, where a crash does no harm.
 //
 // Debian's HDF5 library runs past its buffers on some damaged files: it reads its own structures without
-// checking all of them. Whoever opens such a file should get an exception, not lose a session.
+// checking all of them. To open such a file should raise an exception, not end a session.
 #pragma once
 
 #include <cstdint>

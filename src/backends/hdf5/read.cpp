@@ -7,8 +7,8 @@
 #include "backends/hdf5/chunks.h"
 #include "backends/hdf5/probe.h"
 #include "backends/hdf5/table.h"
+#include "readers/text_tags.h"
 #include "runtime/exc.h"
-#include "runtime/tag.h"
 
 namespace mirn2::rd::hdf5 {
 
@@ -154,27 +154,8 @@ class OddNumbers {
   std::vector<unsigned char> room_;
 };
 
-// Turns texts into tag numbers, asking the tag table once for each different text.
-class Tags {
- public:
-  explicit Tags(std::string_view key) : key_(key) {}
-
-  double number(std::string_view text) {
-    const auto found = numbers_.find(std::string(text));
-    if (found != numbers_.end()) return found->second;
-    const double number = mirn3::tag::fetch_or_create(key_, mirn3::str::to_utf8(text));
-    // Texts that are all different gain nothing from being remembered.
-    if (numbers_.size() < 1 << 16) numbers_.emplace(text, number);
-    return number;
-  }
-
- private:
-  std::string_view key_;
-  std::unordered_map<std::string, double> numbers_;
-};
-
-void read_varying_texts(hid_t dataset, const Table& table, uint64_t rows, const Wanted& wanted, Tags& tags,
-                        uint64_t step, bool trial) {
+void read_varying_texts(hid_t dataset, const Table& table, uint64_t rows, const Wanted& wanted,
+                        TextTags& tags, uint64_t step, bool trial) {
   const Type type = only_text(Type(H5Dget_type(dataset), "HDF5: type"), wanted.leaf->route);
   std::vector<char*> texts(step);
   for (uint64_t row = 0; row < rows; row += step) {
@@ -271,7 +252,7 @@ void read_numbers(hid_t dataset, const Table& table, uint64_t rows, std::span<co
 void read_texts(hid_t dataset, const Table& table, uint64_t rows, const Wanted& wanted,
                 std::string_view tag_key, std::string_view name, uint64_t file_size) {
   if (rows == 0) return;
-  Tags tags(tag_key);
+  TextTags tags(tag_key);
   if (wanted.leaf->form == Leaf::Form::text) {
     // Many rows may point to one long text, and the library makes a copy for each: bounded by the block.
     constexpr uint64_t most_bytes = 256 << 20;

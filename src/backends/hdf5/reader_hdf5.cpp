@@ -7,8 +7,9 @@
 
 #include "backends/hdf5/probe.h"
 #include "backends/hdf5/table.h"
+#include "backends/left_out.h"
 #include "readers/backend.h"
-#include "runtime/log.h"
+#include "readers/time_name.h"
 #include "runtime/num_ramp.h"
 #include "runtime/sys.h"
 
@@ -30,7 +31,6 @@ constexpr int deepest_group = 64;
 constexpr size_t most_links = 200'000;
 constexpr size_t most_variables = 100'000;
 constexpr size_t most_name_bytes = 64 << 20;  // of all variables
-constexpr size_t most_notes = 20;             // log lines about what is not offered
 
 // The names in a group, in the order of their creation where the file keeps it, else by name.
 // Counts the ones that are too long instead.
@@ -82,7 +82,7 @@ struct ReaderHDF5::Variable {
   size_t axis = no_axis;  // the variable that holds its time
 };
 
-// What one state of the file has taught. Changed only by the one thread that is inside load().
+// What is known of one state of the file. Only the thread inside load() changes it.
 struct ReaderHDF5::Learned {
   mirn3::sys::FileStamp stamp;
   std::map<size_t, shared_vector<double>> axes;   // by variable
@@ -95,7 +95,7 @@ struct ReaderHDF5::Learned {
 class ReaderHDF5::Scan {
  public:
   Scan(ReaderHDF5& reader, hid_t file, bool quiet)
-      : reader_(reader), file_(file), quiet_(quiet), inside_(hdf5::inside_only()) {}
+      : reader_(reader), file_(file), inside_(hdf5::inside_only()), left_out_(reader.path(), !quiet) {}
 
   void run() {
     const Object root(H5Oopen(file_, "/", inside_), "The root group is damaged");
@@ -103,15 +103,12 @@ class ReaderHDF5::Scan {
     if (H5Oget_info2(root, &info, H5O_INFO_BASIC) < 0) hdf5::fail("The root group is damaged");
     groups_.insert(info.addr);
     reader_.root_.children = group(root, "", "", 0);
-    if (left_out_ > most_notes && !quiet_) {
-      mirn3::log::write(mirn3::log::info, fmt::format("{:s}: {:d} more are not offered",
-                                                      reader_.path().string(), left_out_ - most_notes));
-    }
+    left_out_.finish();
     if (reader_.variables_.empty()) {
       throw error_t(
           fmt::format("'{:s}' holds no data set that could be a time series: neither vectors nor "
                       "matrices of numbers or text{:s}",
-                      reader_.path().string(), first_reason_.empty() ? "" : " (" + first_reason_ + ")"));
+                      reader_.path().string(), left_out_.first()));
     }
   }
 
@@ -216,7 +213,7 @@ class ReaderHDF5::Scan {
           axes.add_other(table.rows);
           continue;
         }
-        const bool is_time = samples::is_time_name(last);
+        const bool is_time = is_time_name(last);
         (steps.empty() ? axes : inner).offer({variable, table.rows, is_time});
         if (!steps.empty()) axes.offer({variable, table.rows, false});
       }
@@ -237,23 +234,16 @@ class ReaderHDF5::Scan {
     return at->full_name;
   }
 
-  void leave_out(const std::string& where, std::string_view reason) {
-    if (first_reason_.empty()) first_reason_ = fmt::format("{:s}: {:s}", where, reason);
-    if (++left_out_ > most_notes || quiet_) return;
-    mirn3::log::write(mirn3::log::info,
-                      fmt::format("{:s}: {:s} is not offered: {:s}", reader_.path().string(), where, reason));
-  }
+  void leave_out(const std::string& where, std::string_view reason) { left_out_.add(where, reason); }
 
   ReaderHDF5& reader_;
   hid_t file_;
-  bool quiet_;
   hdf5::Properties inside_;
   std::set<haddr_t> groups_;     // that were seen, so that circles end
   std::set<std::string> names_;  // full names in use
   size_t links_ = 0;
   size_t name_bytes_ = 0;  // names of data sets, once for each of their variables
-  size_t left_out_ = 0;
-  std::string first_reason_;
+  LeftOut left_out_;
 };
 
 // One load request.
@@ -283,7 +273,6 @@ class ReaderHDF5::Load {
     const auto found = learned_.axes.find(variable);
     if (found != learned_.axes.end()) return found->second;
     shared_vector<double> time = values(variable);
-    time.mark_common();
     return learned_.axes.emplace(variable, std::move(time)).first->second;
   }
 
@@ -337,8 +326,8 @@ class ReaderHDF5::Load {
     }
   }
 
-  // Unpacking a data set costs more than picking numbers from it: whoever asks for a second variable of one
-  // gets the others read along, as far as the budget has room.
+  // Decompressing a data set costs more than picking numbers from it: the load of a second variable also
+  // reads the others, as far as the budget has room.
   std::map<size_t, shared_vector<double>> room_for_others(size_t index, const Table& now,
                                                           std::vector<Wanted>& wanted) {
     std::map<size_t, shared_vector<double>> others;
@@ -387,11 +376,11 @@ void ReaderHDF5::scan() {
 }
 
 std::shared_ptr<ReaderHDF5::Learned> ReaderHDF5::learned() {
-  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  if (auto known = kept_.of(stamp)) return known;
-  auto fresh = std::make_shared<Learned>();
-  fresh->stamp = stamp;
-  return kept_.keep(std::move(fresh));
+  return kept_.current(path_, [](const mirn3::sys::FileStamp& stamp) {
+    auto fresh = std::make_shared<Learned>();
+    fresh->stamp = stamp;
+    return fresh;
+  });
 }
 
 void ReaderHDF5::forget() noexcept { kept_.drop(); }
@@ -412,7 +401,7 @@ void ReaderHDF5::load(rto_t& request) {
     created_tags = load.created_tags();
   }
   if (time == no_axis) x = mirn3::num::ramp(1.0, y.size());
-  // Of a file that is being recorded, the one may be longer than the other by now.
+  // In a file that is being recorded, one may be longer than the other by now.
   const uint64_t count = std::min(x.size(), y.size());
   x.resize(count);
   y.resize(count);

@@ -1,7 +1,8 @@
 // HDF5 files: groups become groups, data sets of numbers or text become variables.
 //
-// A vector is one variable; a matrix is a group with one variable a column (c0, c1, ...); members of compound
-// elements are variables of a group. docs/formats/hdf5.md says what is left out, and where time comes from.
+// A vector is one variable; a matrix is a group with one variable per column (c0, c1, ...); members of
+// compound elements are variables of a group. docs/formats/hdf5.md says what is left out, and where time
+// comes from.
 #pragma once
 
 #include <memory>

@@ -45,8 +45,7 @@ struct Table {
   std::vector<Leaf> leaves;
 };
 
-constexpr uint64_t most_columns = 4096;  // wider matrices are pictures, not recordings
-constexpr size_t longest_name = 1024;    // many entries can share one long name
+constexpr size_t longest_name = 1024;  // many entries can share one long name
 
 // Describes an open data set. Returns why it holds no samples; null when it does.
 const char* describe(hid_t dataset, Table& table);
@@ -59,7 +58,7 @@ bool is_stored_as_read(hid_t type);
 void check_chunks(hid_t dataset, const Table& table, std::string_view name);
 
 // Reads one value of each row into `to`, `rows` samples from the first. The elements are read in blocks that
-// no chunk lies across, so that each chunk is unpacked once; `wanted` may name many values for one pass.
+// no chunk lies across, so that each chunk is decompressed once; `wanted` may name many values for one pass.
 struct Wanted {
   uint64_t column;
   const Leaf* leaf;
@@ -73,8 +72,8 @@ void read_numbers(hid_t dataset, const Table& table, uint64_t rows, std::span<co
 void read_texts(hid_t dataset, const Table& table, uint64_t rows, const Wanted& wanted,
                 std::string_view tag_key, std::string_view name, uint64_t file_size);
 
-// Thrown by both when the library did not survive what it had to unpack or convert, which is tried in a copy
-// of the process first; what is read without the library's help is not.
+// Thrown by both when the library did not survive what it had to decompress or convert, which is tried in a
+// copy of the process first; what is read without the library's help is not.
 class LibraryFails : public mirn3::exc::error_t {
  public:
   explicit LibraryFails(std::string_view name);

@@ -92,7 +92,7 @@ class Walk {
     if (kind > last_numeric_class) {  // objects and functions have headers of their own
       const std::string name = given != nullptr ? *given : std::string();
       leave_out_(full_name(path, name), "it is an object or a function");
-      // At the top nothing behind it would be looked at, so there is no need to inflate it.
+      // At the top nothing after it would be read, so there is no need to inflate it.
       if (given != nullptr) leave(end);
       return std::nullopt;
     }
@@ -181,7 +181,7 @@ class Walk {
       if (!count || *count > tag.size / samples::width(*kind) || offset + tag.size > end)
         return "it claims more numbers than it holds";
       found.parts.push_back({{*kind, swapped_}, element_, offset});
-      // Nothing behind the last part is needed, and inflating it only to skip it would cost much.
+      // Nothing after the last part is needed, and inflating it only to skip it would cost much.
       if (!tag.is_small && part == 0 && is_complex) stream_.skip(tag.size + tag.padding);
     }
     return nullptr;
@@ -272,7 +272,7 @@ void find_in_version4(Bytes file, Layout& layout, const LeaveOut& leave_out) {
   for (uint64_t at = 0; at + 20 <= file.size();) {
     const Header4 header(file.data() + at);
     if (!header.is_sound()) {
-      if (at == 0) throw error_t("the file is no MAT file of version 4 to 7, or its header is damaged");
+      if (at == 0) throw error_t("the file is not a MAT file of version 4 to 7, or its header is damaged");
       return leave_out(fmt::format("byte {:d}", at), "the rest of the file is damaged");
     }
     const std::optional<uint64_t> count = product(header.rows, header.columns);
@@ -309,7 +309,7 @@ Layout find_arrays(Bytes file, const LeaveOut& leave_out) {
   if (file.size() < 128) throw error_t("the file is too short for a MAT file");
   const std::string_view order(reinterpret_cast<const char*>(file.data()) + 126, 2);
   if (order != "IM" && order != "MI")
-    throw error_t("the file is no MAT file of version 4 to 7, or its header is damaged");
+    throw error_t("the file is not a MAT file of version 4 to 7, or its header is damaged");
   const bool is_little = order == "IM";
   find_in_version5(file, is_little != (std::endian::native == std::endian::little), layout, leave_out);
   return layout;

@@ -1,7 +1,7 @@
-// Where the numbers of a MAT file lie: versions 4, 5, 6 and 7.
+// Where the numbers of a MAT file are: versions 4, 5, 6 and 7.
 //
-// A version 4 file is a row of matrices, each behind a header of 20 bytes. Versions 5 to 7 are a header of
-// 128 bytes and a row of elements, each behind a tag (type, length); since version 7 elements may be
+// A version 4 file is a row of matrices, each after a header of 20 bytes. Versions 5 to 7 are a header of
+// 128 bytes and a row of elements, each after a tag (type, length); since version 7 elements may be
 // compressed one by one. Structures nest whole elements. Both byte orders occur. Only headers are looked at
 // here.
 #pragma once
@@ -43,11 +43,11 @@ struct Layout {
   std::vector<Array> arrays;
 };
 
-// Told what is in the file and not offered, or damaged: the name, and the reason.
+// Receives what is not offered, or damaged: the name, and the reason.
 using LeaveOut = std::function<void(std::string_view name, std::string_view reason)>;
 
-// Walks through the whole file. What lies before damage is kept. Throws mirn3::exc::error_t when the bytes
-// are no MAT file at all.
+// Walks through the whole file. What precedes damage is kept. Throws mirn3::exc::error_t when the bytes
+// are not a MAT file.
 Layout find_arrays(Bytes file, const LeaveOut& leave_out);
 
 std::unique_ptr<Stream> open_element(Bytes file, const Element& element);

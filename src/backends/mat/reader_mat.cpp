@@ -6,9 +6,11 @@
 #include <set>
 #include <utility>
 
+#include "backends/left_out.h"
 #include "backends/mat/layout.h"
 #include "readers/backend.h"
-#include "runtime/log.h"
+#include "readers/time_name.h"
+#include "runtime/charge.h"
 #include "runtime/num_ramp.h"
 #include "runtime/par.h"
 #include "runtime/sys.h"
@@ -21,9 +23,7 @@ using samples::no_axis;
 
 namespace {
 
-constexpr uint64_t most_columns = 4096;  // wider matrices are pictures, not recordings
 constexpr size_t most_variables = 100'000;
-constexpr size_t most_notes = 20;  // log lines about what is not offered
 
 }  // namespace
 
@@ -43,36 +43,33 @@ struct ReaderMAT::Elements {
   std::vector<mat::Element> list;
 };
 
-// What was inflated or read as time, for the next load. Changed only by the one thread that is inside load().
+// Inflated bytes and time vectors, kept for the next load. Only the thread inside load() changes them.
 struct ReaderMAT::Learned {
-  ~Learned() { drop(); }
-
   mirn3::sys::FileStamp stamp;
 
   void keep(size_t element, std::vector<unsigned char> content) {
     drop();
-    mirn3::mem::reserve(content.size());
-    charged = content.size();
+    charge.add(content.size());
     inflated = std::move(content);
     inflated_element = element;
   }
   void drop() noexcept {
-    mirn3::mem::release(std::exchange(charged, 0));
     inflated = {};
+    charge = {};
     inflated_element = SIZE_MAX;
   }
 
   size_t last_element = SIZE_MAX;
   size_t inflated_element = SIZE_MAX;
   std::vector<unsigned char> inflated;
-  size_t charged = 0;
+  mirn3::mem::Charge charge;
   std::map<size_t, shared_vector<double>> axes;  // by variable
 };
 
 // From arrays to variables, with their time axes.
 class ReaderMAT::Tree {
  public:
-  explicit Tree(ReaderMAT& reader) : reader_(reader) {}
+  explicit Tree(ReaderMAT& reader) : left_out(reader.path()), reader_(reader) {}
 
   std::vector<VariableNode> level(std::vector<mat::Array>& arrays, const std::string& prefix) {
     std::vector<VariableNode> nodes;
@@ -95,14 +92,7 @@ class ReaderMAT::Tree {
     return nodes;
   }
 
-  void leave_out(std::string_view name, std::string_view reason) {
-    if (first_reason.empty()) first_reason = fmt::format("{:s}: {:s}", name, reason);
-    if (++left_out_ > most_notes) return;
-    mirn3::log::write(mirn3::log::info,
-                      fmt::format("{:s}: {:s} is not offered: {:s}", reader_.path().string(), name, reason));
-  }
-
-  std::string first_reason;
+  LeftOut left_out;
 
  private:
   void add(const mat::Array& array, const std::string& prefix, std::vector<VariableNode>& nodes,
@@ -111,10 +101,11 @@ class ReaderMAT::Tree {
     const uint64_t samples = is_vector ? array.rows * array.columns : array.rows;
     const uint64_t columns = is_vector ? 1 : array.columns;
     VariableNode node{array.name, compose_name(prefix, array.name), {}};
-    if (columns > most_columns || columns * array.parts.size() > most_variables - reader_.variables_.size())
-      return leave_out(node.full_name, "it has too many columns");
+    if (columns > samples::most_columns ||
+        columns * array.parts.size() > most_variables - reader_.variables_.size())
+      return left_out.add(node.full_name, "it has too many columns");
     if (!names_.insert(node.full_name).second)
-      return leave_out(node.full_name, "another array has the same full name");
+      return left_out.add(node.full_name, "another array has the same full name");
     for (uint64_t column = 0; column < columns; ++column) {
       VariableNode* at = is_vector ? &node : child(node, "c" + std::to_string(column));
       for (size_t part = 0; part < array.parts.size(); ++part) {
@@ -124,7 +115,7 @@ class ReaderMAT::Tree {
         reader_.variables_.push_back(
             {leaf->full_name, array.parts[part], samples, column * samples, no_axis});
         if (array.parts.size() == 1) {
-          axes.offer({variable, samples, is_vector && samples::is_time_name(array.name)});
+          axes.offer({variable, samples, is_vector && is_time_name(array.name)});
         } else {
           axes.add_other(samples);
         }
@@ -140,7 +131,6 @@ class ReaderMAT::Tree {
 
   ReaderMAT& reader_;
   std::set<std::string> names_;  // full names in use
-  size_t left_out_ = 0;
 };
 
 // One load request: a mapped file, and buffers to be filled.
@@ -154,8 +144,8 @@ class ReaderMAT::Load {
         fmt::format("'{:s}' has changed since it was opened; open it again", reader_.path().string()));
   }
 
-  // Whoever asks for a second variable of a compressed element gets it inflated whole, if the budget has
-  // room: a structure, or a matrix, is one element.
+  // At the second variable of a compressed element (a structure or a matrix), inflates all of it if the
+  // budget has room.
   void inflate_if_repeated(const Variable& variable) {
     const size_t number = variable.numbers.element;
     const mat::Element& element = reader_.elements_->list[number];
@@ -225,12 +215,13 @@ void ReaderMAT::scan() {
   const mirn3::sys::Mapping file(path_);
   Tree tree(*this);
   mat::Layout layout = mat::find_arrays(
-      file.bytes(), [&](std::string_view name, std::string_view reason) { tree.leave_out(name, reason); });
+      file.bytes(), [&](std::string_view name, std::string_view reason) { tree.left_out.add(name, reason); });
   root_.children = tree.level(layout.arrays, "");
+  tree.left_out.finish();
   elements_ = std::make_unique<Elements>(Elements{stamp, std::move(layout.elements)});
   if (!variables_.empty()) return;
-  throw error_t(fmt::format("'{:s}' holds no numeric vector or matrix{:s}", path_.string(),
-                            tree.first_reason.empty() ? "" : " (" + tree.first_reason + ")"));
+  throw error_t(
+      fmt::format("'{:s}' holds no numeric vector or matrix{:s}", path_.string(), tree.left_out.first()));
 }
 
 std::shared_ptr<ReaderMAT::Learned> ReaderMAT::learned() {
@@ -273,7 +264,6 @@ void ReaderMAT::load(rto_t& request) {
   });
   if (own_time && !in_place) std::memcpy(x.data(), y.data(), y.size() * sizeof(double));
   if (to_read) {
-    x.mark_common();
     known->axes.emplace(variable.axis, x);
   }
   if (!counted) check_time_vector(*this, x);

@@ -1,5 +1,6 @@
-// MAT files of versions 4 to 7: numeric vectors become variables, matrices groups with one variable a column
-// (c0, c1, ...), structures groups. Version 7.3 is HDF5 and read as that. docs/formats/mat.md says the rest.
+// MAT files of versions 4 to 7: numeric vectors become variables, matrices groups with one variable per
+// column (c0, c1, ...), structures groups. Version 7.3 is HDF5 and read as that. docs/formats/mat.md says the
+// rest.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// A stretch of bytes that is read once from front to back: as it lies in the file, or inflated on the way.
+// A stretch of bytes that is read once from front to back: as in the file, or inflated on the way.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +30,7 @@ class Stream {
 std::unique_ptr<Stream> plain_stream(Bytes bytes);
 std::unique_ptr<Stream> inflating_stream(Bytes bytes);
 
-// The most that so many compressed bytes can hold; more is a lie.
+// The most that so many compressed bytes can decompress to.
 constexpr uint64_t most_inflated(uint64_t compressed) noexcept { return compressed * 1032 + 1024; }
 
 }  // namespace mirn2::rd::mat

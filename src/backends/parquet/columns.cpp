@@ -11,6 +11,7 @@
 #include <string_view>
 #include <utility>
 
+#include "readers/time_name.h"
 #include "runtime/str.h"
 
 namespace mirn2::rd {
@@ -21,9 +22,6 @@ using parquet::schema::GroupNode;
 using parquet::schema::Node;
 
 constexpr int no_leaf = ParquetColumn::sample_indexes;
-
-// Names of a time column, in any case; the first of these that a group has.
-constexpr std::array<std::string_view, 4> time_names = {"time", "timestamp", "t", "time_s"};
 
 // A field that may be offered: a group or a leaf.
 struct Field {

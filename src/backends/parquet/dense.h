@@ -1,7 +1,7 @@
 // Column chunks in which every row has a value, straight from their pages.
 //
-// The library's own column reader unpacks a page, takes its levels apart, row for row, and copies the values
-// twice. Most chunks of recorded numbers need none of that. What is out of the ordinary is left to it.
+// The library's own column reader decompresses a page, takes its levels apart, row for row, and copies the
+// values twice. Most chunks of recorded numbers need none of that. Unusual chunks are left to it.
 #pragma once
 
 #include <parquet/column_page.h>
@@ -19,7 +19,7 @@
 
 namespace mirn2::rd {
 
-// The pages of a chunk as they lie in the file or, where `is_snappy` is not set, unpacked.
+// The pages of a chunk as they lie in the file or, where `is_snappy` is not set, decompressed.
 struct PackedPages {
   std::unique_ptr<parquet::PageReader> reader;
   bool is_snappy = false;
@@ -43,19 +43,19 @@ class DensePages {
   arrow::MemoryPool& pool() const noexcept { return pool_; }
 
   // The encoded values of a page, good until the next call; already in their place if they are `wanted` bytes
-  // and could be unpacked there. Nothing where rows may be without a value, or the page is damaged or would
-  // unpack to more than `most` bytes.
+  // and could be decompressed there. Nothing where rows may be without a value, or the page is damaged or
+  // would decompress to more than `most` bytes.
   std::optional<std::span<const uint8_t>> values(const parquet::DataPage& page, size_t most, Place place,
                                                  size_t wanted);
 
-  // The unpacked bytes of a dictionary, good until the next call.
+  // The decompressed bytes of a dictionary, good until the next call.
   std::optional<std::span<const uint8_t>> values(const parquet::DictionaryPage& page, size_t most);
 
  private:
   using Bytes = std::span<const uint8_t>;
 
-  std::optional<Bytes> unpacked(Bytes packed, size_t most);
-  bool unpack_in_place(const parquet::DataPageV1& page, Place place, size_t wanted);
+  std::optional<Bytes> decompressed(Bytes compressed, size_t most);
+  bool decompress_in_place(const parquet::DataPageV1& page, Place place, size_t wanted);
 
   PackedPages pages_;
   const parquet::ColumnDescriptor& column_;

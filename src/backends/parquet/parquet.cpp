@@ -41,8 +41,8 @@ using mirn3::exc::error_t;
 // Pages and dictionaries being decoded may take this much, whatever a damaged file claims.
 constexpr int64_t most_working_memory = int64_t{2} << 30;
 
-// More rows than this a file of so many bytes does not have. Columns of one repeated value pack very well,
-// so the factor is generous; it only keeps damaged counts from becoming allocations.
+// No file of so many bytes has more rows than this. Columns of one repeated value compress very well, so the
+// factor is generous; it only keeps damaged counts from becoming allocations.
 uint64_t most_rows(size_t file_bytes) { return (uint64_t{1} << 26) + uint64_t{file_bytes} * 4096; }
 
 // Runs something that reads the file; every failure becomes one that names it.
@@ -134,7 +134,7 @@ struct ReaderParquet::Layout {
   std::string schema;  // as text, to notice that a rewritten file has other columns
 };
 
-// What one state of the file has taught. Changed only by the one thread that is inside load().
+// What is known of one state of the file. Only the thread inside load() changes it.
 struct ReaderParquet::Learned {
   Learned(const std::filesystem::path& path, const mirn3::sys::FileStamp& state) : stamp(state), bytes(path) {
     const auto content = bytes.bytes();
@@ -146,7 +146,7 @@ struct ReaderParquet::Learned {
     rows = groups.empty() ? 0 : groups.back().first + groups.back().count;
   }
 
-  // The pages of a column in a row group, without the library's own unpacking of Snappy.
+  // The pages of a column in a row group, without the library's own decompression of Snappy.
   PackedPages pages(int leaf, int group) const;
 
   // Decodes a column's rows of one row group to out[0..]. Returns whether some are missing.
@@ -229,7 +229,6 @@ class ReaderParquet::Times {
   const Samples& finish() {
     if (is_new_) {
       times_.has_missing = found_missing_;
-      times_.values.mark_common();
       known_.times[column_.axis] = times_;
     }
     return times_;
@@ -272,16 +271,15 @@ void ReaderParquet::scan() {
 }
 
 std::shared_ptr<ReaderParquet::Learned> ReaderParquet::learn() {
-  const mirn3::sys::FileStamp stamp = mirn3::sys::file_stamp(path_);
-  if (auto known = kept_.of(stamp)) return known;
-  forget();
-  auto fresh = reading(path_, [&] { return std::make_shared<Learned>(path_, stamp); });
-  if (fresh->file->metadata()->schema()->ToString() != layout_->schema) {
-    throw error_t(fmt::format(
-        "The columns of Parquet file '{}' have changed since it was opened; create its Container anew",
-        path_.string()));
-  }
-  return kept_.keep(std::move(fresh));
+  return kept_.current(path_, [&](const mirn3::sys::FileStamp& stamp) {
+    auto fresh = reading(path_, [&] { return std::make_shared<Learned>(path_, stamp); });
+    if (fresh->file->metadata()->schema()->ToString() != layout_->schema) {
+      throw error_t(fmt::format(
+          "The columns of Parquet file '{}' have changed since it was opened; create its Container again",
+          path_.string()));
+    }
+    return fresh;
+  });
 }
 
 void ReaderParquet::forget() noexcept { kept_.drop(); }
@@ -327,7 +325,7 @@ void ReaderParquet::load(rto_t& request) {
   if (is_text) save_tags();
   auto [x, has_missing_times] = times.finish();
   if (has_missing || has_missing_times) {
-    x.own();
+    x.make_unique();
     compact(x, y, groups);
   }
   if (column.axis != ParquetColumn::sample_indexes) check_time_vector(*this, x);

@@ -1,8 +1,7 @@
 // Parquet files, through the Arrow and Parquet libraries of the pyarrow package.
 //
 // Columns of numbers, booleans, decimals, time stamps and texts are variables, struct columns are groups;
-// docs/formats/parquet.md says what becomes of what. Only the asked-for column and its time are read, all
-// row groups at once.
+// docs/formats/parquet.md has the rules. A load reads only its column and the time, all row groups at once.
 #pragma once
 
 #include <filesystem>
@@ -21,7 +20,7 @@ class ReaderParquet : public Reader {
   ~ReaderParquet() override;
 
   // Reads the file's metadata. Columns that are not offered are named in the log.
-  // Throws mirn3::exc::error_t for a file that is damaged, encrypted, or none.
+  // Throws mirn3::exc::error_t for a file that is damaged, encrypted, or not Parquet.
   void scan() override;
 
   // Throws mirn3::exc::error_t for an unknown name, damage, and a file whose columns have changed since

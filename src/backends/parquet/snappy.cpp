@@ -1,3 +1,4 @@
+// Decompresses Snappy, the compression of most Parquet files.
 #include "backends/parquet/snappy.h"
 
 #include <cstring>
@@ -6,13 +7,13 @@ namespace mirn2::rd::snappy {
 
 namespace {
 
-// What the two low bits of a tag say about the piece behind it.
+// What the two low bits of a tag say about the piece after it.
 enum Kind : uint8_t { literal = 0, copy_near = 1, copy_usual = 2, copy_far = 3 };
 
 constexpr size_t word = 8;
 constexpr size_t short_literal = 2 * word;
 
-// Away from the ends by this much, the input holds whatever a short literal and the copy behind it can take,
+// Away from the ends by this much, the input holds whatever a short literal and the copy after it can take,
 // and the output has room for both, rounded up to words.
 constexpr ptrdiff_t input_reach = 32;
 constexpr ptrdiff_t output_reach = 96;
@@ -31,15 +32,15 @@ uint32_t read_number(const uint8_t* p, size_t bytes) noexcept {
 }
 
 struct Preamble {
-  uint32_t size;  // unpacked
+  uint32_t size;  // decompressed
   size_t bytes;   // of the preamble
 };
 
-std::optional<Preamble> read_preamble(std::span<const uint8_t> packed) noexcept {
+std::optional<Preamble> read_preamble(std::span<const uint8_t> compressed) noexcept {
   uint64_t size = 0;
-  for (size_t i = 0; i < packed.size() && i < 5; ++i) {
-    size |= uint64_t{packed[i] & 0x7fU} << (7 * i);
-    if (packed[i] < 0x80) {
+  for (size_t i = 0; i < compressed.size() && i < 5; ++i) {
+    size |= uint64_t{compressed[i] & 0x7fU} << (7 * i);
+    if (compressed[i] < 0x80) {
       if (size > 0xffffffff) break;
       return Preamble{static_cast<uint32_t>(size), i + 1};
     }
@@ -47,9 +48,9 @@ std::optional<Preamble> read_preamble(std::span<const uint8_t> packed) noexcept 
   return {};
 }
 
-class Unpacking {
+class Decompression {
  public:
-  Unpacking(std::span<const uint8_t> in, std::span<uint8_t> out) noexcept
+  Decompression(std::span<const uint8_t> in, std::span<uint8_t> out) noexcept
       : in_(in.data()),
         in_end_(in_ + in.size()),
         to_(out.data()),
@@ -172,15 +173,16 @@ class Unpacking {
 
 }  // namespace
 
-std::optional<uint32_t> unpacked_size(std::span<const uint8_t> packed) noexcept {
-  const auto preamble = read_preamble(packed);
+std::optional<uint32_t> decompressed_size(std::span<const uint8_t> compressed) noexcept {
+  const auto preamble = read_preamble(compressed);
   if (!preamble) return {};
   return preamble->size;
 }
 
-bool unpack(std::span<const uint8_t> packed, std::span<uint8_t> out) noexcept {
-  const auto preamble = read_preamble(packed);
-  return preamble && preamble->size == out.size() && Unpacking(packed.subspan(preamble->bytes), out).run();
+bool decompress(std::span<const uint8_t> compressed, std::span<uint8_t> out) noexcept {
+  const auto preamble = read_preamble(compressed);
+  return preamble && preamble->size == out.size() &&
+         Decompression(compressed.subspan(preamble->bytes), out).run();
 }
 
 }  // namespace mirn2::rd::snappy

@@ -39,7 +39,7 @@ struct Meaning {
   Stored stored = Stored::nothing_offered;
   int64_t ticks = 1;    // stored units in one second (time stamps, times of day, durations)
   int64_t seconds = 1;  // seconds in one stored unit (days)
-  int32_t scale = 0;    // digits behind the point
+  int32_t scale = 0;    // digits after the point
   int32_t byte_width = 0;
 
   bool is_offered() const noexcept { return stored != Stored::nothing_offered; }
@@ -52,8 +52,8 @@ struct Meaning {
 // them: `duration_ticks` is not 0 for them.
 Meaning meaning_of(const parquet::ColumnDescriptor& column, int64_t duration_ticks);
 
-// Stands where a row has no value, until such rows are left out. Looked at only in columns in which rows
-// without a value were seen.
+// Marks a row without a value until such rows are left out. Tested only in columns in which such rows were
+// seen.
 constexpr uint64_t missing_bits = 0x7ff8'6d69'7373'696eULL;
 inline const double missing = std::bit_cast<double>(missing_bits);
 inline bool is_missing(double value) noexcept { return std::bit_cast<uint64_t>(value) == missing_bits; }

@@ -1,7 +1,10 @@
+// Tells from a cell's number format whether the number is a date, a time or just a number.
 #include "backends/xlsx/number_format.h"
 
 #include <cmath>
 #include <cstddef>
+
+#include "runtime/str.h"
 
 namespace mirn2::rd::xlsx {
 
@@ -11,15 +14,13 @@ constexpr double seconds_per_day = 86'400;
 constexpr double epoch_1900 = 25'569;  // 1970-01-01 in days since 1899-12-30
 constexpr double epoch_1904 = 24'107;  // in days since 1904-01-01
 
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
-
 // [h], [mm], [ss] count on; [Red], [$-409], [>5] do not.
 bool is_elapsed(std::string_view bracket) {
   if (bracket.empty()) return false;
-  const char unit = lower(bracket.front());
+  const char unit = mirn3::str::lower(bracket.front());
   if (unit != 'h' && unit != 'm' && unit != 's') return false;
   for (const char c : bracket) {
-    if (lower(c) != unit) return false;
+    if (mirn3::str::lower(c) != unit) return false;
   }
   return true;
 }
@@ -29,7 +30,7 @@ bool is_elapsed(std::string_view bracket) {
 Shown shown_by_code(std::string_view code) {
   bool day = false, month_or_minute = false, time = false;
   for (size_t i = 0; i < code.size(); ++i) {
-    const char c = lower(code[i]);
+    const char c = mirn3::str::lower(code[i]);
     if (c == ';') break;  // the part for positive numbers decides
     if (c == '\\' || c == '_' || c == '*') {
       ++i;  // the next character is shown, or left room for
@@ -41,7 +42,8 @@ Shown shown_by_code(std::string_view code) {
       if (close == code.npos) break;
       if (is_elapsed(code.substr(i + 1, close - i - 1))) return Shown::elapsed;
       i = close;
-    } else if (c == 'g' && lower(code.substr(i).size() >= 7 ? code[i + 1] : ' ') == 'e' && !day && !time) {
+    } else if (c == 'g' && mirn3::str::lower(code.substr(i).size() >= 7 ? code[i + 1] : ' ') == 'e' && !day &&
+               !time) {
       i += 6;  // General
     } else if (c == 'e' && i + 1 < code.size() && (code[i + 1] == '+' || code[i + 1] == '-')) {
       ++i;  // an exponent

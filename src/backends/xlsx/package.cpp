@@ -1,3 +1,4 @@
+// Opens a workbook file as a zip archive and reads its parts.
 #include "backends/xlsx/package.h"
 
 #include <fmt/format.h>
@@ -31,7 +32,7 @@ std::string key_of(std::string_view part) {
   return key;
 }
 
-// Workbooks with a password are wrapped into the container that older workbooks have, too.
+// Workbooks with a password are wrapped into the container that older workbooks have too.
 [[noreturn]] void fail_to_open(const std::filesystem::path& path) {
   constexpr std::string_view wrapped("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1");
   std::array<char, 8> head{};
@@ -41,7 +42,7 @@ std::string key_of(std::string_view part) {
         "'{:s}' is protected by a password, or an older workbook: save it as .xlsx without a password",
         path.string()));
   }
-  throw error_t(fmt::format("'{:s}' is damaged or no XLSX workbook", path.string()));
+  throw error_t(fmt::format("'{:s}' is damaged or not an XLSX workbook", path.string()));
 }
 
 }  // namespace
@@ -114,8 +115,8 @@ bool Package::contains(std::string_view part) const { return parts_.contains(key
 std::unique_ptr<ByteSource> Package::open(std::string_view part) const {
   const auto found = parts_.find(key_of(part));
   if (found == parts_.end()) {
-    throw error_t(
-        fmt::format("'{:s}' is damaged or no XLSX workbook: part '{:s}' is missing", path_.string(), part));
+    throw error_t(fmt::format("'{:s}' is damaged or not an XLSX workbook: part '{:s}' is missing",
+                              path_.string(), part));
   }
   return std::make_unique<Part>(*this, part, found->second);
 }

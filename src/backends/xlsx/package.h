@@ -14,13 +14,13 @@ namespace mirn2::rd::xlsx {
 
 class Package {
  public:
-  // Throws mirn3::exc::error_t: no zip archive, protected by a password, damaged.
+  // Throws mirn3::exc::error_t: not a zip archive, protected by a password, damaged.
   explicit Package(const std::filesystem::path& path);
 
   bool contains(std::string_view part) const;
 
   // The content of a part, to be read once. One part at a time; the package must outlive it. Throws
-  // mirn3::exc::error_t when it is missing, and while it is read when it is damaged or would unpack to
+  // mirn3::exc::error_t when it is missing, and while it is read when it is damaged or would decompress to
   // more than a workbook of this size can hold.
   std::unique_ptr<ByteSource> open(std::string_view part) const;
 

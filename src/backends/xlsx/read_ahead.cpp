@@ -1,3 +1,4 @@
+// Decompresses a part of a workbook in a thread of its own.
 #include "backends/xlsx/read_ahead.h"
 
 #include <cstring>
@@ -13,7 +14,7 @@ constexpr size_t piece_size = size_t{256} << 10;
 
 ReadAhead::ReadAhead(std::unique_ptr<ByteSource> source) : source_(std::move(source)) {
   for (Piece& piece : pieces_) piece.bytes.resize(piece_size);
-  thread_ = std::thread([this] { unpack(); });
+  thread_ = std::thread([this] { decompress(); });
 }
 
 ReadAhead::~ReadAhead() {
@@ -25,7 +26,7 @@ ReadAhead::~ReadAhead() {
   thread_.join();
 }
 
-void ReadAhead::unpack() {
+void ReadAhead::decompress() {
   std::exception_ptr failure;
   for (size_t filling = 0;; filling = (filling + 1) % pieces_.size()) {
     Piece& piece = pieces_[filling];

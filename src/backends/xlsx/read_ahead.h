@@ -1,4 +1,5 @@
-// Unpacks a part in a thread of its own, ahead of who reads it: unpacking and scanning take about as long.
+// Decompresses a part in a thread of its own, ahead of who reads it: decompressing and scanning take about as
+// long.
 #pragma once
 
 #include <array>
@@ -16,9 +17,9 @@ namespace mirn2::rd::xlsx {
 class ReadAhead : public ByteSource {
  public:
   explicit ReadAhead(std::unique_ptr<ByteSource> source);
-  ~ReadAhead() override;  // waits for the piece that is being unpacked
+  ~ReadAhead() override;  // waits for the piece that is being decompressed
 
-  // As the source; what it throws comes out here, after the bytes before it.
+  // Like the source; throws what the source threw, after the bytes before it.
   size_t read(char* room, size_t size) override;
 
  private:
@@ -28,7 +29,7 @@ class ReadAhead : public ByteSource {
     bool is_full = false;
   };
 
-  void unpack();
+  void decompress();
 
   std::unique_ptr<ByteSource> source_;
   std::array<Piece, 4> pieces_;

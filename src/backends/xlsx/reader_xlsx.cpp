@@ -1,3 +1,4 @@
+// Reads XLSX workbooks: one group of variables for each sheet.
 #include "backends/xlsx/reader_xlsx.h"
 
 #include <fmt/format.h>
@@ -12,6 +13,7 @@
 #include "backends/xlsx/table.h"
 #include "backends/xlsx/workbook.h"
 #include "readers/backend.h"
+#include "runtime/charge.h"
 #include "runtime/exc.h"
 #include "runtime/mem.h"
 #include "runtime/sys.h"
@@ -26,22 +28,10 @@ using namespace xlsx;
 // Of the budget, the share that may be filled with columns nobody has asked for.
 constexpr uint64_t share_kept = 4;
 
-// Memory that is charged to the budget while this lives.
-class Charge {
- public:
-  explicit Charge(uint64_t bytes) : bytes_(bytes) { mirn3::mem::reserve(bytes_); }
-  ~Charge() { mirn3::mem::release(bytes_); }
-  Charge(const Charge&) = delete;
-  Charge& operator=(const Charge&) = delete;
-
- private:
-  uint64_t bytes_;
-};
-
 struct KeptColumn {
   Columns columns;
   bool is_complete;  // all columns of the sheet, not only those asked for
-  std::unique_ptr<Charge> charge;
+  mirn3::mem::Charge charge;
 };
 
 // The x and y of one variable: rows where both the time and the value are there.
@@ -102,7 +92,7 @@ class ReaderXLSX::Learned {
     if (tables_.empty())
       throw mirn3::exc::error_t(fmt::format("'{:s}' has no sheet with data", path.string()));
     kept_.resize(tables_.size());
-    text_charge_ = std::make_unique<Charge>(strings_.bytes());
+    text_charge_.add(strings_.bytes());
   }
 
   // The variable tree, and where the variables' columns are; of equal names the last.
@@ -161,15 +151,15 @@ class ReaderXLSX::Learned {
       ColumnValues& time = (*columns)[*table.layout.time];
       if (time.kind == ColumnKind::text && !become_times(time, strings_)) {
         warn(fmt::format(
-            "Sheet '{:s}': the time column holds texts that are no time stamps; rows are counted instead",
+            "Sheet '{:s}': the time column holds texts that are not time stamps; rows are counted instead",
             table.sheet.name));
         table.layout.time.reset();
       }
     }
     uint64_t bytes = 0;
     for (const ColumnValues& column : *columns) bytes += column.bytes();
-    kept = std::make_unique<KeptColumn>(
-        KeptColumn{*std::move(columns), is_complete, std::make_unique<Charge>(bytes)});
+    kept =
+        std::make_unique<KeptColumn>(KeptColumn{*std::move(columns), is_complete, mirn3::mem::Charge(bytes)});
     return *kept;
   }
 
@@ -179,7 +169,7 @@ class ReaderXLSX::Learned {
   std::vector<Table> tables_;
   std::vector<Place> places_;
   std::vector<std::unique_ptr<KeptColumn>> kept_;  // by table
-  std::unique_ptr<Charge> text_charge_;
+  mirn3::mem::Charge text_charge_;
 };
 
 ReaderXLSX::ReaderXLSX(std::filesystem::path source) : Reader(std::move(source)) {}

@@ -1,5 +1,5 @@
-// The reader of XLSX workbooks: every sheet that holds data is a table, a group of variables when there are
-// several. docs/formats/xlsx.md says what becomes of titles, dates, texts and empty cells.
+// The reader of XLSX workbooks: every sheet with data is a table; several sheets become groups of variables.
+// docs/formats/xlsx.md has the rules for titles, dates, texts and empty cells.
 //
 // A sheet can only be read as a whole, so the first load keeps all of its columns for the next ones.
 #pragma once
@@ -23,7 +23,7 @@ class ReaderXLSX : public Reader {
  private:
   class Learned;
 
-  // What is known of the file as it is now; learned anew when it has changed.
+  // What is known of the file as it is now; learned again when it has changed.
   std::shared_ptr<Learned> learn();
 
   Kept<Learned> kept_;

@@ -1,3 +1,4 @@
+// Takes the cells that hold something out of a sheet's XML.
 #include "backends/xlsx/sheet_cells.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Holds the texts of a workbook, each under a number.
 #include "backends/xlsx/strings.h"
 
 #include "backends/xlsx/xml.h"

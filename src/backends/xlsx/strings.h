@@ -1,4 +1,4 @@
-// The texts of a workbook, by number: the shared ones in their order, then those that stand in the cells.
+// The texts of a workbook, by number: the shared ones in their order, then those written in the cells.
 #pragma once
 
 #include <cstdint>
@@ -32,7 +32,7 @@ class Strings {
  private:
   std::string shared_;
   std::vector<uint64_t> ends_;
-  std::deque<std::string> own_;  // in place for ever: the index refers to them
+  std::deque<std::string> own_;  // in place forever: the index refers to them
   std::unordered_map<std::string_view, uint64_t> index_;
   uint64_t own_bytes_ = 0;
 };

@@ -1,3 +1,4 @@
+// Turns the cells of a sheet into a table with titles, a time column and values.
 #include "backends/xlsx/table.h"
 
 #include <algorithm>
@@ -6,7 +7,9 @@
 #include <cmath>
 #include <map>
 
+#include "readers/time_name.h"
 #include "runtime/exc.h"
+#include "runtime/str.h"
 #include "runtime/utc.h"
 
 namespace mirn2::rd::xlsx {
@@ -18,16 +21,9 @@ constexpr double nothing = std::numeric_limits<double>::quiet_NaN();
 // Rows with cells in them that decide on titles and on the time column.
 constexpr size_t head_rows = 256;
 
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n";
-  const size_t first = text.find_first_not_of(blanks);
-  if (first == text.npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
 bool is_text(CellType type) { return type == CellType::text || type == CellType::shared_text; }
 
-// Numbers as programs write them: up to 15 digits and a point are exact without more ado.
+// Numbers as programs write them: up to 15 digits and a point are exact in plain arithmetic.
 double plain_number(std::string_view text) {
   constexpr std::array<double, 16> powers = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                              1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
@@ -92,7 +88,7 @@ double number_of(const Cell& cell, const Workbook& book, const Strings& strings)
       return iso_seconds(cell.value);
     case CellType::shared_text:
     case CellType::text:
-      return plain_number(trimmed(text_of(cell, strings)));
+      return plain_number(mirn3::str::trimmed(text_of(cell, strings)));
     case CellType::error:
       break;
   }
@@ -102,15 +98,8 @@ double number_of(const Cell& cell, const Workbook& book, const Strings& strings)
 // Numbers that were typed as text are numbers.
 ColumnKind kind_by(const Cell& cell, const Strings& strings) {
   if (!is_text(cell.type)) return ColumnKind::number;
-  return std::isnan(plain_number(trimmed(text_of(cell, strings)))) ? ColumnKind::text : ColumnKind::number;
-}
-
-bool is_time_name(std::string_view name) {
-  std::string lower(trimmed(name));
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
-  }
-  return lower == "time" || lower == "timestamp" || lower == "t" || lower == "time_s";
+  return std::isnan(plain_number(mirn3::str::trimmed(text_of(cell, strings)))) ? ColumnKind::text
+                                                                               : ColumnKind::number;
 }
 
 // ---- the head of a sheet ----
@@ -140,7 +129,7 @@ Head read_head(ByteSource& sheet, const Workbook& book, const Strings& strings) 
   SheetCells cells(sheet);
   for (Cell cell; cells.next(cell);) {
     const std::string_view text = is_text(cell.type) ? text_of(cell, strings) : cell.value;
-    if (trimmed(text).empty()) continue;
+    if (mirn3::str::trimmed(text).empty()) continue;
     if (head.rows.empty() || head.rows.back().row != cell.row) {
       if (head.rows.size() == head_rows) {
         head.is_all = false;
@@ -151,13 +140,13 @@ Head read_head(ByteSource& sheet, const Workbook& book, const Strings& strings) 
     const ColumnKind kind = cell.type == CellType::error ? ColumnKind::unknown : kind_by(cell, strings);
     ++(kind == ColumnKind::text ? head.rows.back().texts : head.rows.back().others);
     head.cells.push_back({head.rows.size() - 1, cell.column, kind, number_of(cell, book, strings),
-                          kind == ColumnKind::text ? std::string(trimmed(text)) : std::string()});
+                          kind == ColumnKind::text ? std::string(mirn3::str::trimmed(text)) : std::string()});
   }
   return head;
 }
 
-// The row of titles is, of the rows of nothing but text above the first other one, the one with the most
-// texts: so neither a heading above it nor a row of units below it is taken for it.
+// Of the rows at the top that hold only text, the row of titles is the one with the most texts, so a heading
+// above it or a row of units below it does no harm.
 std::optional<size_t> find_titles(const Head& head, size_t above) {
   std::optional<size_t> best;
   for (size_t i = 0; i < above; ++i) {
@@ -185,7 +174,7 @@ struct HeadColumn {
 
 std::optional<uint32_t> find_time(const std::map<uint32_t, HeadColumn>& columns) {
   for (const auto& [position, column] : columns) {
-    if (column.has_data && is_time_name(column.title)) return position;
+    if (column.has_data && is_time_name(mirn3::str::trimmed(column.title))) return position;
   }
   // Else the first column of numbers, if it can be one, and not the only one there is.
   const auto is_numeric = [](const auto& entry) { return entry.second.kind == ColumnKind::number; };

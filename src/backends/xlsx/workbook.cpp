@@ -1,3 +1,4 @@
+// Reads what a workbook says about itself: sheets, date system, number formats.
 #include "backends/xlsx/workbook.h"
 
 #include <charconv>

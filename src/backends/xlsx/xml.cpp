@@ -1,3 +1,4 @@
+// Reads the XML of workbooks, token by token.
 #include "backends/xlsx/xml.h"
 
 #include <charconv>
@@ -137,7 +138,7 @@ bool XmlReader::next(Token& token) {
       const char* open = static_cast<const char*>(std::memchr(buffer_.data() + at_, '<', end_ - at_));
       while (open == nullptr) {
         const size_t seen = end_ - at_;
-        if (!fill()) {  // blanks behind the last tag
+        if (!fill()) {  // blanks after the last tag
           at_ = end_;
           return false;
         }

@@ -1,7 +1,7 @@
 // A pull reader for the XML of workbooks: start tags, end tags and text, straight out of a buffer.
 //
-// It knows no document types, so no entity can grow; namespace prefixes are dropped, as no two vocabularies
-// in a workbook clash in the elements that are looked at.
+// It refuses document types, so no entity can grow; it drops namespace prefixes, as the elements that are
+// used are unique without them.
 #pragma once
 
 #include <cstdint>
@@ -38,7 +38,7 @@ class XmlReader {
   explicit XmlReader(ByteSource& source);
 
   // The next token, valid until the next call; false at the end. Throws mirn3::exc::error_t for text that
-  // is no XML, holds a document type, or has a single piece of more than 32 MiB.
+  // is not XML, has a document type, or has a single piece of more than 32 MiB.
   bool next(Token& token);
 
  private:
@@ -53,7 +53,7 @@ class XmlReader {
   bool over_ = false;
 };
 
-// The text with its entities replaced; what is no entity stays.
+// The text with its entities replaced; what is not an entity stays.
 void append_decoded(std::string& out, std::string_view text);
 std::string decoded(std::string_view text);
 
