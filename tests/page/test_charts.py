@@ -129,7 +129,7 @@ def test_annotations_are_drawn(serve, show):
         {"type": "mark", "x": 200, "width": 40, "text": "climb", "color": None},
         {"type": "flag", "x": 500, "y": None, "text": "touchdown", "color": None},
     ]
-    page = show(serve([samples.line(objects=objects), samples.line()], objects=marks))
+    page = show(serve([samples.line(objects=objects), samples.line(), samples.spectrum()], objects=marks))
     assert {"here", "limit", "Roll 8.25", "climb", "touchdown"} <= page.texts()
     texts = [c[2] for c in page.calls("fillText")]
     assert texts.count("touchdown") >= 2, "objects of the top level are on all charts"

@@ -209,13 +209,13 @@ export class App {
   get timeRange() {
     let low = Infinity;
     let high = this.latest;
-    for (const { x } of this.state.charts) {
-      if (!x?.time || x.min === null || x.min === undefined || !(x.min <= x.max)) continue;
-      low = Math.min(low, x.min);
-      high = Math.max(high, x.max);
+    for (const card of this.cards.values()) {
+      const range = card.group === "time" && card.ownRange;
+      if (!range) continue;
+      low = Math.min(low, range[0]);
+      high = Math.max(high, range[1]);
     }
-    if (!(low <= high)) return null;
-    return high > low ? [low, high] : [low - 0.5, high + 0.5];
+    return low < high ? [low, high] : null;
   }
 
   get shownTime() {

@@ -125,8 +125,10 @@ export class PlotCard extends Card {
   }
 
   objectsOn(pane) {
-    const all = this.group === "time" ? this.app.state.objects ?? [] : (this.app.state.objects ?? []).filter((o) => o.type !== "mark");
-    return pane.index === 0 ? [...all, ...(this.chart.objects ?? [])] : all.filter((object) => object.type === "mark");
+    // Marks and flags of all charts are times: they mean nothing on other axes.
+    const times = ({ type }) => type === "mark" || type === "flag";
+    const all = (this.app.state.objects ?? []).filter((object) => this.group === "time" || !times(object));
+    return pane.index === 0 ? [...all, ...(this.chart.objects ?? [])] : all.filter(times);
   }
 
   // ---- one animation frame ----

@@ -152,7 +152,7 @@ export class Scene {
       const at = new THREE.Vector3(x, y, z).project(this.camera);
       c.fillText(text, ((at.x + 1) / 2) * width, ((1 - at.y) / 2) * height);
     };
-    const names = kind === "mesh" ? ["x", "z", "value"] : [0, 1, 2].map((i) => chart.series[i]?.name ?? ["x", "y", "z"][i]);
+    const names = kind === "mesh" ? ["x", "z", "value"] : [...(chart.series.length < 3 ? ["time"] : []), ...chart.series.map((series) => series.name), ""];
     const [bx, by, bz] = BOX;
     const out = 1.14;
     spans[0].forEach((v, i) => put(valueText(Number(v.toPrecision(3))), (i ? 0.9 : -0.9) * bx, -by, back * bz * out));
