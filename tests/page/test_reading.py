@@ -203,7 +203,9 @@ def test_help_lists_the_keys_and_the_theme_can_be_chosen(serve, show):
     page = show(serve([ramp()], theme="light"))
     page.key("?")
     assert page.page.locator("dialog dt").count() == 27 + 5, "every command and every use of the pointer"
-    page.key("Escape", "t", "t")
+    page.key("Escape")
+    page.page.locator("dialog").wait_for(state="detached")
+    page.key("t", "t")
     page.settle(500)
     assert page.page.evaluate("document.documentElement.dataset.theme") == "dark"
     assert "theme=dark" in page.page.url

@@ -32,6 +32,7 @@ export class App {
   latest = -Infinity; // newest time stamp that a push brought
   stamp = 0; // grows with what changes the pictures of all cards
   status = "open";
+  receiving = false; // within a batch: what is missing may be on its way
   #cursors = new Map(); // group -> { at, a, b }
   #frame = 0;
   #afterFrame = [];
@@ -64,7 +65,10 @@ export class App {
     this.#readCursors();
     this.source = openSource({
       message: (json) => this.#message(json),
-      tile: (tile) => this.#byKey.get(tile.chart)?.take(tile),
+      tile: (tile) => {
+        this.receiving = true;
+        this.#byKey.get(tile.chart)?.take(tile);
+      },
       drawn: (callback) => this.drawn(callback),
       status: (status) => this.#setStatus(status),
     });
@@ -81,6 +85,7 @@ export class App {
   #setStatus(status) {
     if (status === "open" && this.status === "lost") this.#fresh = true;
     this.status = status;
+    this.receiving = false;
     this.toolbar.say(STATUS[status], status !== "open");
     if (status === "gone") this.following = null;
     this.schedule();
@@ -348,8 +353,9 @@ export class App {
     }, ms);
   }
 
-  // Calls back when the next frame is drawn; a hidden page draws none.
+  // A batch is here: calls back when the frame with it is drawn; a hidden page draws none.
   drawn(callback) {
+    this.receiving = false;
     if (document.hidden) {
       setTimeout(callback);
       return;

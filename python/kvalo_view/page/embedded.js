@@ -107,6 +107,7 @@ export class Embedded {
       const overview = tile.columns && reduce(tile, tile.x0, tile.x1, 2048);
       if (overview) this.on.tile({ ...overview, flags: tile.flags | FLAG.overview, seq: 0 });
     });
+    this.on.drawn(() => {});
   }
 
   #each(use) {
@@ -118,7 +119,12 @@ export class Embedded {
     const tiles = this.#tiles.get(chart) ?? [];
     const answer = (type, values) => queueMicrotask(() => this.on.message({ type, chart, seq, values }));
     if (kind === KIND.view && !(flags & 2)) {
-      queueMicrotask(() => tiles.forEach((tile) => this.on.tile({ ...((tile.columns && Number.isFinite(a) && reduce(tile, a, b, width)) || tile), seq })));
+      queueMicrotask(() => {
+        for (const tile of tiles) {
+          this.on.tile({ ...((tile.columns && Number.isFinite(a) && reduce(tile, a, b, width)) || tile), seq });
+        }
+        this.on.drawn(() => {});
+      });
     } else if (kind === KIND.probe) {
       answer("values", tiles.filter((tile) => tile.columns || tile.form === FORM.samples).map((tile) => {
         const [x, y] = held(tile, Number.isNaN(a) ? Infinity : a);

@@ -183,7 +183,7 @@ export class PlotCard extends Card {
   }
 
   #request(x) {
-    if (!this.chart.series.length) return;
+    if (!this.chart.series.length || this.app.receiving) return;
     const { width, height } = this.panes[0].area;
     if (kindOf(this.chart).whole) {
       this.#send({ a: NaN, b: NaN, width, height }, false);
