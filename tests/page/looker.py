@@ -25,8 +25,12 @@ for (const name of ["stroke", "fillText", "drawImage"]) {
   CanvasRenderingContext2D.prototype[name] = function (...args) { active(); return old.apply(this, args); };
 }
 window.WebSocket = class extends WebSocket {
-  constructor(...args) { super(...args); this.addEventListener("message", active); active(); }
-  send(data) { active(); super.send(data); }
+  constructor(...args) {
+    super(...args);
+    active();
+    this.addEventListener("message", ({ data }) => { active(); window.asked &&= !String(data).includes('"end"'); });
+  }
+  send(data) { active(); window.asked ||= new Uint8Array(data)[0] === 1; super.send(data); }
 };
 """
 
@@ -53,10 +57,13 @@ class Looker:
     # ---- doing ----
 
     def settle(self, ms=300):
-        """Waits until nothing was drawn, asked or answered for a while: all has come, the overscan too."""
+        """Waits until nothing was drawn, asked or answered for a while: all has come, the overscan too.
+
+        A view that was asked for is waited for, two seconds at most: some servers of tests never answer.
+        """
         self.page.wait_for_timeout(80)
         # Asked again and again from here: the page's policy forbids what wait_for_function does.
-        while self.page.evaluate("performance.now() - window.lastActive") < ms:
+        while self.page.evaluate(f"performance.now() - window.lastActive < (window.asked ? 2000 : {ms})"):
             self.page.wait_for_timeout(30)
 
     def key(self, *keys):
