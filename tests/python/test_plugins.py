@@ -357,7 +357,7 @@ def test_example_of_a_native_plug_in(tmp_path, plugin_folder):  # noqa: F811
     assert samples(c.motor["load"]) == ([0, 0.1, 0.2], [4, 5, 6])
     for cut in (0, 3, 19, 50, len(whole) - 1):
         path = write(tmp_path / "cut.trk", whole[:cut])
-        refused("no track file|shorter than its header says", path=path)
+        refused("not a track file|shorter than its header says", path=path)
 
 
 def test_example_of_a_python_plug_in(tmp_path):
