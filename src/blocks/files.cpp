@@ -22,6 +22,10 @@ void write_file(const fs::path& path, const std::string& content) {
 }  // namespace
 
 bool write_files(const fs::path& folder, const std::vector<NamedText>& files, std::string& why) {
+  if (folder.empty()) {
+    why = "The path of the folder is empty: the current folder is \".\"";
+    return false;
+  }
   std::vector<fs::path> written;
   const std::string ending = '.' + mirn3::str::random(8);
   std::error_code error;

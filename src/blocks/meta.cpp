@@ -65,9 +65,10 @@ uint64_t MetaModel::add(std::unique_ptr<IMetaBlock> block, uint64_t parent) {
   const std::string* path = std::get_if<std::string>(&mine->given().get(Property::path));
   const std::string file = mine->is_system() && path != nullptr ? *path : std::string();
   append(id, std::move(mine), parent, system->depth_ + 1);
-  if (!file.empty() && json::load(this, file, id) != json::loaded) {
+  const int failed = file.empty() ? json::loaded : json::load(this, file, id);
+  if (failed != json::loaded) {
     roll_back(before);
-    throw mirn3::exc::error_t(fmt::format("Error loading file '{:s}'", file));
+    throw mirn3::exc::error_t(fmt::format("Error loading file '{:s}'", file), failed);
   }
   return id;
 }

@@ -59,9 +59,12 @@ class Placement {
     return nullptr;
   }
 
+  // Into the dictionary itself: a signal that is called like a member of the type ("flags") leaves that
+  // alone.
   static bool set(object holder, const std::string& name, object owned) {
     const Ref value(owned);
-    return value && table.PyObject_SetAttrString(holder, name.c_str(), value.get()) == 0;
+    const Ref attributes(value ? table.PyObject_GetAttrString(holder, "__dict__") : nullptr);
+    return attributes && table.PyDict_SetItemString(attributes.get(), name.c_str(), value.get()) == 0;
   }
 
   object series(const Results::Signal& signal) {

@@ -83,7 +83,8 @@ struct IMetaModel {
 
   // Adds a block below the subsys `parent` (0: the top block) and returns its id. The first one is the top
   // block. A subsys with a path gets that file's content. Throws mirn3::exc::error_t with "There's no block
-  // with id '{}'", "Invalid properties value" or "Error loading file '{}'", and has added nothing then.
+  // with id '{}'", "Invalid properties value" or, with the json::Result as its code, "Error loading file
+  // '{}'", and has added nothing then.
   virtual uint64_t add(std::unique_ptr<IMetaBlock> block, uint64_t parent) = 0;
 
   virtual IMetaBlock* block(uint64_t id) noexcept = 0;  // null if there is none

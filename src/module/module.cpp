@@ -3,7 +3,8 @@
 
 #include "containers/container_type.h"
 #include "kvalo/export.h"
-#include "models/unavailable_types.h"
+#include "models/model_type.h"
+#include "models/result_type.h"
 #include "module/function_table.h"
 #include "module/lifecycle.h"
 #include "objects/array.h"

@@ -21,7 +21,7 @@ struct Parameter {
   size_t value_size = 0;
 };
 
-constexpr size_t most_parameters = 16;
+constexpr size_t most_parameters = 40;
 
 struct Parameters {
   Parameter items[most_parameters];
@@ -86,6 +86,7 @@ struct Types {
 template <> struct Letter<'O'> : Types<PyObject*> {};
 template <> struct Letter<'s'> : Types<const char*> {};
 template <> struct Letter<'d'> : Types<double> {};
+template <> struct Letter<'f'> : Types<float> {};
 template <> struct Letter<'i'> : Types<int> {};
 template <> struct Letter<'I'> : Types<unsigned int> {};
 template <> struct Letter<'K'> : Types<unsigned long long> {};

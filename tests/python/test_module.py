@@ -33,12 +33,6 @@ def test_all_functions_are_there_and_work(host):
     assert unavailable == ["scatterplot"]
 
 
-@cases("name", "Model", "Result")
-def test_types_that_are_not_available_name_themselves(name):
-    with pytest.raises(NotImplementedError, match=f"kvalo.{name} "):
-        getattr(kvalo, name)()
-
-
 def test_a_second_import_sees_the_same_registry():
     code = """
 import sys, kvalo
