@@ -3,7 +3,7 @@
 from kvalo_view import curves
 from kvalo_view.dots import draw_dots
 from kvalo_view.panel import Panel, joined
-from kvalo_view.state import number
+from kvalo_view.state import HUGE, number
 from kvalo_view.theme import curve_style
 from kvalo_view.tiles import DOTS, HOLD, MASK, PIXELS, Tile
 
@@ -32,7 +32,7 @@ def is_cloud(tile: Tile) -> bool:
 
 def own_extremes(series: dict) -> tuple[float, float] | None:
     low, high = number(series["ymin"]), number(series["ymax"])
-    return (low, high) if low <= high else None
+    return (max(low, -HUGE), min(high, HUGE)) if low <= high else None
 
 
 def line(panel: Panel) -> None:

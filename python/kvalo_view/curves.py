@@ -4,6 +4,7 @@ from dataclasses import dataclass, field
 
 import numpy as np
 
+from kvalo_view.state import HUGE
 from kvalo_view.tiles import COLUMNS, EMPTY, HOLD, MINUS, PLUS, SAMPLES, Tile
 
 
@@ -37,8 +38,8 @@ def steps(x: np.ndarray, y: np.ndarray) -> tuple[np.ndarray, np.ndarray]:
 
 def of_samples(tile: Tile) -> Polyline:
     x, y = tile.samples()
-    plus, minus = x[y == np.inf], x[y == -np.inf]
-    y = np.where(np.isinf(y), np.nan, y)
+    plus, minus = x[y > HUGE], x[y < -HUGE]
+    y = np.where(abs(y) > HUGE, np.nan, y)
     if tile.flags & HOLD:
         x, y = steps(x, y)
     return Polyline(*without_repeats(x, y), plus, minus)
@@ -60,7 +61,7 @@ def of_columns(tile: Tile) -> Polyline:
         x, y = x[~level], y[~level]
     x = np.concatenate([[tile.before_x], x, [tile.after_x]])
     y = np.concatenate([[tile.before_y], y, [tile.after_y]])
-    y[np.isinf(y)] = np.nan
+    y[abs(y) > HUGE] = np.nan
     known = ~np.isnan(x)
     if tile.flags & HOLD:
         known[[0, -1]] = False  # the columns at the edges hold what the neighbours would bring
@@ -101,5 +102,5 @@ def extremes(tile: Tile) -> tuple[float, float] | None:
         values = values[(x >= tile.x0) & (x <= tile.x1)] if np.isfinite(tile.x0) else values
     else:
         values = tile.columns()[0]
-    values = values[np.isfinite(values)]
+    values = values[abs(values) <= HUGE]
     return (float(values.min()), float(values.max())) if values.size else None

@@ -5,6 +5,7 @@ from matplotlib.colors import to_rgba
 from matplotlib.lines import Line2D
 
 from kvalo_view.panel import Panel
+from kvalo_view.state import HUGE
 from kvalo_view.tiles import SAMPLES, Tile
 
 FEW = 2000  # points that are drawn large
@@ -21,9 +22,9 @@ def draw_dots(panel: Panel, axes, tile: Tile, color, label: str) -> Line2D:
     """Returns what stands for the dots in the legend."""
     if tile.form == SAMPLES:
         x, y = tile.samples()
-        plus, minus = x[y == np.inf], x[y == -np.inf]
+        plus, minus = x[y > HUGE], x[y < -HUGE]
         size = 4 if x.size <= FEW else 2
-        axes.plot(x, np.where(np.isinf(y), np.nan, y), ".", markersize=size, color=color, markeredgewidth=0)
+        axes.plot(x, np.where(abs(y) > HUGE, np.nan, y), ".", markersize=size, color=color, markeredgewidth=0)
         panel.edge_marks(axes, plus, True, color)
         panel.edge_marks(axes, minus, False, color)
     else:

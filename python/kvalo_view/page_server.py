@@ -6,6 +6,7 @@ import webbrowser
 from pathlib import Path
 
 from kvalo_view import _view, notebook, pictures
+from kvalo_view import state as states
 
 ASSETS = Path(__file__).parent / "page"
 COLUMNS = 16_384  # of a curve in a file, which then zooms eight times deep
@@ -45,15 +46,15 @@ def show(block: bool | None = None) -> str:
     session at once. `block` decides otherwise.
     """
     place = serve()
-    print(f"Charts: {place}", flush=True)
-    if has_screen():
-        webbrowser.open(place)
-    if block if block is not None else not is_interactive():
-        try:
-            while not _view.wait_left(0.5):
-                pass
-        except KeyboardInterrupt:
-            print("", flush=True)
+    try:
+        print(f"Charts: {place}", flush=True)
+        if has_screen():
+            webbrowser.open(place)
+        waits = not is_interactive() if block is None else block
+        while waits and not _view.wait_left(0.5):
+            pass
+    except KeyboardInterrupt:
+        print("", flush=True)
     return place
 
 
@@ -65,7 +66,7 @@ def save_page(path) -> None:
         raise RuntimeError(NO_PAGE) from None
     state = _view.state()
     tiles = []
-    for chart in notebook.states.charts_in_order(notebook.states.read()):
+    for chart in states.charts_in_order(states.read()):
         width, height = CLOUD if chart["kind"] in ("cross", "spectro") or has_dots(chart) else (COLUMNS, 1024)
         tiles += _view.draw(int(chart["id"]), width=width, height=height)[0]
     try:

@@ -7,7 +7,7 @@ from matplotlib.figure import FigureBase
 from matplotlib.ticker import MultipleLocator
 
 from kvalo_view import times
-from kvalo_view.state import number
+from kvalo_view.state import HUGE, number
 from kvalo_view.theme import Theme
 from kvalo_view.tiles import draw
 
@@ -62,6 +62,9 @@ class Panel:
             self.say(error)
         elif not tiles:
             self.say("No data")
+        elif self.x_whole and max(map(abs, self.x_whole)) > HUGE:
+            self.say("Values on the x axis are too large to be drawn")
+            return []
         return tiles
 
     def say(self, text: str) -> None:
@@ -137,8 +140,6 @@ class Panel:
         low, high = with_extent(*(found or (0.0, 1.0)))
         extra = MARGIN * (high - low)
         low, high = (low if zero and low == 0 else low - extra), high + extra
-        if not math.isfinite(high - low):  # values near the greatest double
-            low, high = low / 2, high / 2
         low = low if wanted["min"] is None else number(wanted["min"])
         high = high if wanted["max"] is None else number(wanted["max"])
         if low != high and math.isfinite(high - low):

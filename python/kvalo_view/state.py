@@ -5,6 +5,8 @@ import math
 
 from kvalo_view import _view
 
+HUGE = 1e290  # what no axis can reach; values beyond are drawn as infinite ones are
+
 
 def read() -> dict:
     return json.loads(_view.state())
