@@ -1,5 +1,8 @@
 """Draws the kinds of charts that are made of curves: lines, states, spectra, Bode diagrams, correlations."""
 
+from matplotlib.path import Path
+from matplotlib.patheffects import AbstractPathEffect
+
 from kvalo_view import curves
 from kvalo_view.dots import draw_dots
 from kvalo_view.panel import Panel, joined
@@ -11,13 +14,28 @@ WIDTH = 1.2  # of lines, in points
 LANE = 0.7  # height of a state's band, of its lane
 
 
+class InPieces(AbstractPathEffect):
+    """Draws a long line as many short ones: Agg takes longer than in proportion, and refuses very long ones."""
+
+    LENGTH = 96
+
+    def draw_path(self, renderer, gc, tpath, affine, rgbFace=None):
+        for i in range(0, max(len(tpath.vertices) - 1, 1), self.LENGTH):
+            piece = Path(tpath.vertices[i : i + self.LENGTH + 1])
+            piece.should_simplify = False  # the columns are what can be seen already
+            renderer.draw_path(gc, piece, affine, rgbFace)
+
+
 def draw_curve(panel: Panel, axes, tile: Tile, style: dict, label: str):
     """One curve as a line, with dots where it has no neighbours and marks where it is infinite."""
     found = curves.polyline(tile)
     if tile.flags & HOLD:
         axes.fill_between(found.x, 0, found.y, color=style["color"], alpha=0.18, linewidth=0)
     (line,) = axes.plot(found.x, found.y, linewidth=WIDTH, label=label, solid_joinstyle="round", **style)
-    line.get_path().should_simplify = False  # the columns are what can be seen already
+    if found.x.size > 4 * InPieces.LENGTH:
+        line.set_path_effects([InPieces()])
+    else:
+        line.get_path().should_simplify = False
     alone = found.alone
     if alone.size:
         axes.plot(found.x[alone], found.y[alone], ".", markersize=4, color=style["color"])

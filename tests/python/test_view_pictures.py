@@ -93,7 +93,12 @@ def test_extremes_of_every_column_are_on_the_line():
         centre = (column + 0.5) * (y.size - 1) / 800
         found = drawn_y[np.isclose(x, centre)]
         assert [found.min(), found.max()] == pytest.approx([inside.min(), inside.max()], abs=1e-6)
-    assert not line.get_path().should_simplify
+
+
+def test_the_largest_pictures_are_drawn(tmp_path):
+    chart = kvalo.plot(obj=series(np.random.default_rng(1).standard_normal(100_000)))
+    kvalo.save(str(tmp_path / "wide.png"), chart, "16384x2000")
+    assert imread(tmp_path / "wide.png").shape[:2] == (2000, 16384)
 
 
 def test_two_axes_limits_ticks_titles_and_legend():
