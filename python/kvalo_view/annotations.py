@@ -4,7 +4,7 @@ from matplotlib.collections import EllipseCollection
 from matplotlib.patches import Rectangle
 
 from kvalo_view.panel import Panel, plain
-from kvalo_view.state import number
+from kvalo_view.state import HUGE, number
 from kvalo_view.theme import color_of
 
 ON_TOP = 6  # above curves
@@ -15,6 +15,14 @@ def label(panel: Panel, axes, x, y, text: str, color, **options):
     box = {"facecolor": panel.theme.back, "edgecolor": "none", "alpha": 0.75, "pad": 1}
     options = {"fontsize": SIZE, "zorder": ON_TOP, "clip_on": True} | options
     return axes.annotate(plain(text), (x, y), color=color, bbox=box, **options)
+
+
+def is_inside(axes, x=None, y=None) -> bool:
+    """Whether a place is within the limits of the axes: texts far outside cannot even be laid out."""
+    return all(
+        value is None or min(limits) <= value <= max(limits)
+        for value, limits in ((x, axes.get_xlim()), (y, axes.get_ylim()))
+    )
 
 
 def circle(panel: Panel, axes, item: dict, color) -> None:
@@ -39,7 +47,9 @@ def rectangle(panel: Panel, axes, item: dict, color) -> None:
 
 
 def text(panel: Panel, axes, item: dict, color) -> None:
-    label(panel, axes, number(item["x"]), number(item["y"]), item["text"], color, va="center")
+    x, y = number(item["x"]), number(item["y"])
+    if is_inside(axes, x, y):
+        label(panel, axes, x, y, item["text"], color, va="center")
 
 
 def flag(panel: Panel, axes, item: dict, color) -> None:
@@ -47,11 +57,15 @@ def flag(panel: Panel, axes, item: dict, color) -> None:
     offset = {"textcoords": "offset points"}
     if item["x"] is not None:
         x = number(item["x"])
+        if not is_inside(axes, x):
+            return
         axes.axvline(x, **style)
         across = axes.get_xaxis_transform()
         label(panel, axes, x, 1, item["text"], color, xycoords=across, xytext=(4, -4), va="top", **offset)
     else:
         y = number(item["y"])
+        if not is_inside(axes, None, y):
+            return
         axes.axhline(y, **style)
         up = axes.get_yaxis_transform()
         label(
@@ -70,8 +84,12 @@ def flag(panel: Panel, axes, item: dict, color) -> None:
 
 
 def mark(panel: Panel, axes, item: dict, color) -> None:
-    x = number(item["x"])
-    axes.axvspan(x, x + number(item["width"]), color=color, alpha=0.16, linewidth=0, zorder=0.5)
+    low, high = axes.get_xlim()
+    x, end = number(item["x"]), number(item["x"]) + number(item["width"])
+    if not (x <= high and end >= low):
+        return
+    x = max(x, low)
+    axes.axvspan(x, min(end, high), color=color, alpha=0.16, linewidth=0, zorder=0.5)
     across = {"xycoords": axes.get_xaxis_transform(), "textcoords": "offset points"}
     label(panel, axes, x, 0, item["text"], panel.theme.text, xytext=(4, 4), va="bottom", **across)
 
@@ -81,6 +99,8 @@ def data_tip(panel: Panel, axes, item: dict, color) -> None:
         return
     axes = panel.on_side(panel.series(item["series"])["side"])
     x, y = number(item["x"]), number(item["y"])
+    if not is_inside(axes, x):
+        return
     axes.plot([x], [y], "o", markersize=6, color=color, markeredgecolor=panel.theme.back, zorder=ON_TOP)
     words = f"{item['text']} {y:.7g}"
     label(panel, axes, x, y, words, color, xytext=(6, 8), textcoords="offset points")
@@ -105,6 +125,7 @@ def draw(panel: Panel) -> None:
     everywhere = panel.state["objects"] if panel.chart["x"]["time"] else []
     for item in [*everywhere, *panel.chart["objects"]]:
         painter = PAINTERS.get(item["type"])
-        if painter is not None:
+        places = (item.get(name) for name in ("x", "y", "width", "height", "diameter"))
+        if painter is not None and all(p is None or abs(number(p)) <= HUGE for p in places):
             painter(panel, panel.left, item, color_of(item, panel.theme))
     panel.left.set(xlim=limits[0], ylim=limits[1])

@@ -145,6 +145,14 @@ def spectrum(panel: Panel) -> None:
     panel.legend(handles)
 
 
+def wide(found: tuple[float, float] | None) -> tuple[float, float] | None:
+    """At least one decibel or degree: what is less is rounding, not a shape."""
+    if found is None or found[1] - found[0] >= 1:
+        return found
+    middle = (found[0] + found[1]) / 2
+    return middle - 0.5, middle + 0.5
+
+
 def bode(panel: Panel) -> None:
     """Gain and coherence above, phase below, over the logarithm of the frequency."""
     tiles = panel.tiles(most=16384, columns=16)  # the logarithm spreads the first columns
@@ -161,8 +169,8 @@ def bode(panel: Panel) -> None:
     top.set_zorder(share.get_zorder() + 1)
     top.patch.set_visible(False)
     share.set(ylim=(0, 1.04), ylabel="Coherence")
-    panel.set_y(top, "left", curves.extremes(gain))
-    panel.set_y(bottom, "right", curves.extremes(phase))
+    panel.set_y(top, "left", wide(curves.extremes(gain)))
+    panel.set_y(bottom, "right", wide(curves.extremes(phase)))
     top.set(ylabel="Gain, dB", title=f"{panel.name(0)} to {panel.name(1)}")
     bottom.set(ylabel="Phase, °")
     top.tick_params(labelbottom=False)

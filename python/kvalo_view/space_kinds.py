@@ -2,6 +2,7 @@
 
 import numpy as np
 from matplotlib.patches import Rectangle
+from matplotlib.ticker import MaxNLocator
 from mpl_toolkits.mplot3d import Axes3D
 
 from kvalo_view import _view
@@ -21,6 +22,7 @@ def space(panel: Panel) -> Axes3D:
         axis.set_pane_color(panel.theme.back)
         axis._axinfo["grid"].update(color=panel.theme.grid, linewidth=0.8)
         axis.line.set_color(panel.theme.line)
+        axis.set_major_locator(MaxNLocator(5))
     axes.title.set(color=panel.theme.text, fontsize=10)
     panel.left = axes
     return axes

@@ -355,6 +355,22 @@ def test_annotations():
     ]
 
 
+def test_annotations_far_away_are_left_out():
+    chart = kvalo.plot(obj=series([0, 10, 20]), name="ramp")
+    for far in (1e9, -1e300, math.inf, math.nan):
+        kvalo.text(chart, far, far, "text")
+        kvalo.circle(chart, far, far, 1)
+        kvalo.rectangle(chart, far, far, 1, 1)
+        kvalo.mark(far, 1, "mark")
+        kvalo.datatip(chart, "ramp", far)
+        if math.isfinite(far):
+            kvalo.flag(chart, far, text="flag")
+            kvalo.flag(chart, y=far, text="flag")
+    kvalo.mark(-1e12, 2e12, "all")
+    (axes,) = drawn()
+    assert [t.get_text() for t in axes.texts] == ["all"]
+
+
 def test_flags_of_all_charts_stay_on_time_axes():
     kvalo.fft(obj=wave())
     kvalo.flag(x=1.5, text="all")
