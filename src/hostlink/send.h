@@ -21,7 +21,8 @@ namespace mirn2::hostlink {
 mirn3::ilc::Channel& channel();
 
 // Hands the record to the host, which has handled it when this returns. Throws python_error when a handler
-// written in Python failed. Without a handler the process ends.
+// written in Python failed. Without a handler imports kvalo_view, which is one, unless KVALO_HOST is "none".
+// Without that too the process ends; in a notebook RuntimeError is thrown instead.
 void send_record(const char* name, std::shared_ptr<void> record);
 
 // Makes a record with its initial values, lets `fill` complete it, and sends it.

@@ -30,10 +30,7 @@ void flush_script_output() noexcept {
 
 [[noreturn]] void end_without_host(const char* name) noexcept {
   flush_script_output();
-  std::fprintf(stderr,
-               "kvalo: there is no host to handle '%s'. Import kvalo_view first, or run the script under "
-               "kvalo-host.\n",
-               name);
+  std::fprintf(stderr, "kvalo: %s\n", no_host_text(name).c_str());
   std::fflush(nullptr);
   log::write(log::error, std::string("There is no host to handle '") + name + "'; the process ends");
   log::close();
@@ -41,6 +38,11 @@ void flush_script_output() noexcept {
 }
 
 }  // namespace
+
+std::string no_host_text(const char* name) {
+  return std::string("there is no host to handle '") + name +
+         "'. Import kvalo_view first, or run the script under kvalo-host.";
+}
 
 void Channel::install(handler_t handler) { handler_ = std::move(handler); }
 

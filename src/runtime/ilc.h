@@ -5,6 +5,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "kvalo/host.h"
 
@@ -23,6 +24,9 @@ class MIRN3_API Channel {
  private:
   handler_t handler_;
 };
+
+// What a script is told whose message finds no host.
+MIRN3_API std::string no_host_text(const char* name);
 
 // The channel of this process; null before start-up and after teardown.
 MIRN3_API extern Channel* channel;

@@ -159,12 +159,59 @@ def test_a_failed_load_is_reported_to_the_host(host):
 
 @cases("call", "exit()", "selfie('x')")
 def test_requests_without_a_host_end_the_process(call):
-    done = run_script(f"import kvalo\nprint('before')\nkvalo.{call}\nprint('after')")
+    done = run_script(f"import kvalo\nprint('before')\nkvalo.{call}\nprint('after')", KVALO_HOST="none")
     assert done.returncode != 0
     assert done.stdout == "before\n"
     assert "kvalo_view" in done.stderr
     assert f"app_{call.split('(')[0]}" in done.stderr
     assert len(done.stderr.splitlines()) == 1
+
+
+SHELL = """
+import sys, types
+ipython = sys.modules["IPython"] = types.ModuleType("IPython")
+ipython.get_ipython = lambda: object()
+import kvalo
+try:
+    kvalo.selfie("x.png")
+except RuntimeError as error:
+    print(error)
+"""
+
+
+def test_in_a_notebook_a_missing_host_is_an_exception():
+    done = run_script(SHELL, KVALO_HOST="none")
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout == (
+        "there is no host to handle 'app_selfie'. Import kvalo_view first, or run the script under kvalo-host.\n"
+    )
+
+
+@cases(
+    "package, ends",
+    ("raise ImportError('the charts are broken')", "the charts are broken"),
+    ("import not_there_either", "not_there_either"),
+    ("", "there is no host to handle 'app_exit'"),
+)
+def test_a_host_that_cannot_be_imported_says_so(tmp_path, package, ends):
+    (tmp_path / "kvalo_view.py").write_text(package)
+    done = run_script(
+        "import sys\nsys.path.insert(0, sys.argv[1])\nimport kvalo\nkvalo.exit()", str(tmp_path)
+    )
+    assert done.returncode != 0
+    assert ends in done.stderr.splitlines()[-1]
+
+
+def test_a_report_does_not_look_for_a_host():
+    code = """
+import sys, kvalo
+try: kvalo.Container(path="nowhere.csv")
+except Exception: print("kvalo_view" in sys.modules)
+kvalo.plot(obj=kvalo.TimeSeries([0.0], [1.0]))
+print("kvalo_view" in sys.modules)
+"""
+    done = run_script(code)
+    assert (done.returncode, done.stdout) == (0, "False\nTrue\n"), done.stderr
 
 
 def test_settings_of_the_host_s_window_are_messages(host):

@@ -12,6 +12,7 @@
 #include <string>
 #include <utility>
 
+#include "runtime/ilc.h"
 #include "view/texts.h"
 #include "view/view.h"
 
@@ -116,6 +117,11 @@ PyObject* new_samples(const std::shared_ptr<const Data>& owner, std::span<const 
 // ---- functions ----
 
 PyObject* handler(PyObject*, PyObject*) { return PyCapsule_New(host().handler(), nullptr, nullptr); }
+
+PyObject* has_host(PyObject*, PyObject*) {
+  const auto* channel = mirn3::ilc::channel;
+  return PyBool_FromLong(channel != nullptr && channel->has_handler());
+}
 
 void tell(const Request& request) {
   if (request_call == nullptr) return;
@@ -286,6 +292,7 @@ PyCFunction as_c(Function* function) {
 
 PyMethodDef functions[] = {
     {"handler", handler, METH_NOARGS, "handler() -> capsule for kvalo.callback"},
+    {"has_host", has_host, METH_NOARGS, "has_host() -> whether any handler is installed in this process"},
     {"on_request", on_request, METH_O,
      "on_request(call): call(kind, chart, text, size) for kind save, selfie, exit and error; None: nobody"},
     {"state", state, METH_NOARGS,
