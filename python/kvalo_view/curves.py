@@ -50,6 +50,10 @@ def of_columns(tile: Tile) -> Polyline:
     values, marks = tile.columns()
     edges = np.linspace(tile.x0, tile.x1, tile.n + 1)
     centres = (edges[:-1] + edges[1:]) / 2
+    # Whichever extreme is nearer to the first sample comes first: the same ink in shorter strokes.
+    first, low, high, last = values.T
+    far = abs(first - low) + abs(high - last) > abs(first - high) + abs(low - last)
+    values[far] = values[far][:, [0, 2, 1, 3]]
     if tile.form == COLUMNS:
         filled = (marks & EMPTY) == 0
         x, y = np.repeat(centres[filled], 4), values[filled].ravel()

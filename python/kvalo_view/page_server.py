@@ -28,7 +28,7 @@ def has_screen() -> bool:
 
 def serve() -> str:
     """Starts the server where it does not run, and returns the page's address."""
-    if not (ASSETS / "main.js").is_file():
+    if not (ASSETS / "index.html").is_file():
         raise RuntimeError(NO_PAGE)
     title = Path(sys.argv[0]).name if sys.argv and sys.argv[0] else "kvalo"
     return _view.serve(str(ASSETS), title, picture=pictures.for_page)

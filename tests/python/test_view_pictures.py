@@ -6,6 +6,7 @@ import math
 import os
 import subprocess
 import sys
+import types
 
 import kvalo
 import kvalo_view
@@ -574,7 +575,7 @@ print("left")
 def test_show_waits_until_it_is_interrupted(tmp_path):
     done = run_script(SHOW, str(tmp_path))
     assert "without its live page" in done.stderr
-    (tmp_path / "main.js").write_text("")
+    (tmp_path / "index.html").write_text("")
     environment = {k: v for k, v in os.environ.items() if k not in ("DISPLAY", "WAYLAND_DISPLAY")}
     script = subprocess.Popen(
         [sys.executable, "-c", SHOW, str(tmp_path)], stdout=subprocess.PIPE, text=True, env=environment
@@ -588,7 +589,7 @@ def test_show_waits_until_it_is_interrupted(tmp_path):
 
 
 def test_interactive_sessions_do_not_wait(tmp_path):
-    (tmp_path / "main.js").write_text("")
+    (tmp_path / "index.html").write_text("")
     done = run_script("import sys\nsys.ps1 = '>>> '\n" + SHOW, str(tmp_path), DISPLAY="", WAYLAND_DISPLAY="")
     assert done.stdout.splitlines()[-1] == "left", done.stderr
 
@@ -598,6 +599,23 @@ def test_pictures_for_the_page():
     picture = pictures.for_page(chart, "png", math.nan, math.nan)
     assert imread(io.BytesIO(picture)).shape[:2] == (675, 1200)
     assert pictures.for_page(chart, "svg", 1.0, 2.0).startswith(MAGIC["svg"])
+
+
+def test_a_page_in_one_file(tmp_path, monkeypatch):
+    chart = kvalo.plot(obj=series(np.sin(np.arange(100_000))))
+    kvalo.plot(obj=wave(), style="dots")
+    monkeypatch.setitem(sys.modules, "kvalo_view.page.assemble", None)
+    with pytest.raises(RuntimeError, match="without its live page"):
+        kvalo_view.save_page(tmp_path / "page.html")
+    fake = types.SimpleNamespace(
+        assemble=lambda folder, state, tiles: f"{len(tiles)} {tiles[0][48:52]} {state}"
+    )
+    monkeypatch.setitem(sys.modules, "kvalo_view.page", types.ModuleType("page"))
+    monkeypatch.setitem(sys.modules, "kvalo_view.page.assemble", fake)
+    kvalo_view.save_page(tmp_path / "page.html")
+    text = (tmp_path / "page.html").read_text("utf-8")
+    assert text.startswith(f"2 {(16384).to_bytes(4, 'little')} ")
+    assert str(chart) in text
 
 
 def test_following_a_container(tmp_path):
