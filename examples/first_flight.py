@@ -35,6 +35,24 @@ def numbers(series: kvalo.TimeSeries) -> tuple[np.ndarray, np.ndarray]:
     return np.asarray(series.xdata), np.asarray(series.ydata)
 
 
+def draw(folder: Path, altitude, roll, current, smooth, used) -> list[Path]:
+    """A page of four charts, as a picture and as a page that zooms in any browser; returns the files."""
+    import kvalo_view
+
+    page = kvalo.new_page("Flight")
+    kvalo.set_page(page, 2)
+    kvalo.plot(obj=altitude, name="altitude [m]")
+    draws = kvalo.plot(obj=current, name="current [A]")
+    kvalo.plot(draws, smooth, "smoothed [A]")
+    kvalo.plot(draws, used, "charge [mAh]", side="right")
+    kvalo.plot(obj=roll, name="roll [deg]")
+    kvalo.hist(obj=roll, name="roll [deg]", nbins=40)
+    files = [folder / "flight.png", folder / "flight.html"]
+    kvalo.selfie(str(files[0]))
+    kvalo_view.save_page(files[1])
+    return files
+
+
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("folder", type=Path, nargs="?", default=Path("demo-output"), metavar="OUTDIR")
@@ -80,6 +98,9 @@ def main() -> None:
     print(f"Exported {len(lines) - 1} rows every 0.1 s; the first two:")
     print("  " + "\n  ".join(lines[:3]))
     print(f"The table is in {exported.resolve()}")
+
+    for file in draw(options.folder, altitude, roll, current, smooth, used):
+        print(f"The charts are in {file.resolve()}")
 
 
 if __name__ == "__main__":

@@ -20,7 +20,11 @@ def test_first_flight(tmp_path):
     assert findings == ["rail_voltage, 2.5625 seconds before every occurrence, decreased to below 5.3."]
 
     table = tmp_path / "flight.csv"
-    assert done.stdout.rstrip().endswith(str(table))
+    assert str(table) in done.stdout
+    picture, page = tmp_path / "flight.png", tmp_path / "flight.html"
+    assert done.stdout.splitlines()[-2:] == [f"The charts are in {file}" for file in (picture, page)]
+    assert picture.read_bytes().startswith(b"\x89PNG")
+    assert "charge [mAh]" in page.read_text("utf-8")
     header, *rows = csv.reader(table.open())
     assert header == ["Time", "roll [deg]", "altitude [m]", "current [A]", "charge [mAh]"]
     columns = [[float(value) for value in column] for column in zip(*rows, strict=True)]
