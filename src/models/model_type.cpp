@@ -6,6 +6,7 @@
 // After the runtime's header: the interpreter's macros must not rename the table's entries.
 #include <structmember.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -208,8 +209,8 @@ void model_set(PyObject* self, std::optional<unsigned long long> id, Given x, Gi
 
 // ---- blocks and links ----
 
-// The keywords of create, in their order. Those that are no property of every kind are named as the library
-// names them.
+// The keywords of create, in their order. All but name and parent are properties, named as the library names
+// them.
 constexpr Name create_parameters =
     "($self, kind, /, obj=..., name=..., parent=..., inportCount=..., outportCount=..., bp1=..., bp2=..., "
     "coeffA=..., coeffB=..., expression=..., fall=..., finalValue=..., frequency=..., initialValue=..., "
