@@ -91,7 +91,7 @@ int ExecModel::simulate(uint64_t samples) {
   return success;
 }
 
-int ExecModel::run() {
+int ExecModel::run(const std::function<void()>& placed) {
   if (flat_ == nullptr) return not_ready;
   recorder_.reset();
   const double samples = flat_->samples();
@@ -108,7 +108,7 @@ int ExecModel::run() {
   try {
     result = simulate(static_cast<uint64_t>(samples));
     if (result == success && can_place()) {
-      if (!place(results_, flat_->times, *recorder_)) result = not_ready;
+      if (!place(results_, flat_->times, *recorder_, placed)) result = not_ready;
       recorder_.reset();
     }
   } catch (const std::bad_alloc&) {

@@ -1,6 +1,7 @@
 // The execution model: runs a program and keeps what is shown of it.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -16,7 +17,7 @@ class ExecModel final : public IExecModel {
   // Takes the model over; false if its program does not fit into memory.
   bool fill(std::shared_ptr<const FlatModel> flat);
 
-  int run() override;
+  int run(const std::function<void()>& placed) override;
 
   const Results& results() const noexcept override { return results_; }
   uint64_t samples() const noexcept override { return recorder_ ? recorder_->samples() : 0; }

@@ -103,13 +103,16 @@ class Placement {
 
 bool can_place() { return python::is_filled() && table.PyCapsule_GetPointer != nullptr; }
 
-bool place(const Results& results, const Times& times, Recorder& recorder) {
+bool place(const Results& results, const Times& times, Recorder& recorder,
+           const std::function<void()>& placed) {
   const python::Lock lock;
   const Ref kvalo(table.PyImport_ImportModule("kvalo"));
   if (!kvalo) return false;
   const Ref made(Placement(kvalo.get(), times, recorder).place(results));
   object main = made ? table.PyImport_AddModule("__main__") : nullptr;
-  return main != nullptr && table.PyObject_SetAttrString(main, "mainsys", made.get()) == 0;
+  if (main == nullptr || table.PyObject_SetAttrString(main, "mainsys", made.get()) != 0) return false;
+  if (placed) placed();
+  return true;
 }
 
 bool is_interrupted() {

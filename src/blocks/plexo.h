@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -132,8 +133,9 @@ struct IExecModel {
   // Simulates from the initial values. 0 is success; 1: an assert failed; 2: interrupted, with the
   // interpreter's error set; 3: out of memory or too many samples; 4: nothing was built, or the results
   // cannot be placed. Takes the interpreter lock where it needs it, so the caller has let it go. With an
-  // interpreter, the results are placed in __main__ as "mainsys", and the columns are given away to it.
-  virtual int run() = 0;
+  // interpreter, the results are placed in __main__ as "mainsys", and the columns are given away to it; then
+  // `placed` is called before the lock is let go, so that nobody else's results are found there.
+  virtual int run(const std::function<void()>& placed = {}) = 0;
 
   // Without an interpreter, what the last run has logged stays here.
   virtual const Results& results() const noexcept = 0;

@@ -6,6 +6,7 @@
 // After the runtime's header: the interpreter's macros must not rename the table's entries.
 #include <structmember.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -208,8 +209,8 @@ void model_set(PyObject* self, std::optional<unsigned long long> id, Given x, Gi
 
 // ---- blocks and links ----
 
-// The keywords of create, in their order. Those that are no property of every kind are named as the library
-// names them.
+// The keywords of create, in their order. All but name and parent are properties, named as the library names
+// them.
 constexpr Name create_parameters =
     "($self, kind, /, obj=..., name=..., parent=..., inportCount=..., outportCount=..., bp1=..., bp2=..., "
     "coeffA=..., coeffB=..., expression=..., fall=..., finalValue=..., frequency=..., initialValue=..., "
@@ -319,23 +320,25 @@ void model_codegen(PyObject* self, const char* language, const char* path) {
   if (failed != 0) fail(PyExc_Exception, "Code generation has failed.");
 }
 
-void simulate(Diagram& diagram) {
-  constexpr int interrupted = 2;
-  const int failed =
-      without_gil([&] { return diagram.meta->build(*diagram.exec) ? diagram.exec->run() : -1; });
-  if (failed == 0) return;
-  if (failed == interrupted) throw python_error();
-  if (PyErr_Occurred() != nullptr) mirn3::log::write(mirn3::log::warning, mirn3::python::take_error());
-  fail(PyExc_Exception, "Unknown error during execution");
+// Takes the results away from where the simulation has left them; null with the interpreter's error set.
+Ref take_results() noexcept {
+  PyObject* const main = PyImport_AddModule("__main__");
+  Ref results = Ref::steal(main != nullptr ? PyObject_GetAttrString(main, "mainsys") : nullptr);
+  if (results.get() == nullptr || PyObject_DelAttrString(main, "mainsys") < 0) return Ref();
+  return results;
 }
 
-// Takes the results away from where the simulation has left them.
-Ref take_results() {
-  PyObject* const main = PyImport_AddModule("__main__");
-  if (main == nullptr) throw python_error();
-  Ref results = checked(PyObject_GetAttrString(main, "mainsys"));
-  if (PyObject_DelAttrString(main, "mainsys") < 0) throw python_error();
-  return results;
+Ref simulate(Diagram& diagram) {
+  constexpr int interrupted = 2;
+  Ref results;
+  const int failed = without_gil([&] {
+    if (!diagram.meta->build(*diagram.exec)) return -1;
+    return diagram.exec->run([&results] { results = take_results(); });
+  });
+  if (failed == interrupted || (failed == 0 && results.get() == nullptr)) throw python_error();
+  if (failed == 0) return results;
+  if (PyErr_Occurred() != nullptr) mirn3::log::write(mirn3::log::warning, mirn3::python::take_error());
+  fail(PyExc_Exception, "Unknown error during execution");
 }
 
 Ref model_run(PyObject* self) {
@@ -343,9 +346,9 @@ Ref model_run(PyObject* self) {
   const mirn3::utc::Timer timer("run", use.diagram().path.empty() ? "mainsys" : use.diagram().path);
   check(use);
   mirn3::log::write(mirn3::log::warning, "Meta-processing was executed successfully");
-  simulate(use.diagram());
+  Ref results = simulate(use.diagram());
   mirn3::log::write(mirn3::log::warning, "Simulation was executed successfully");
-  return take_results();
+  return results;
 }
 
 // ---- tables ----

@@ -2,6 +2,7 @@
 #include "models/property_value.h"
 
 #include <memory>
+#include <vector>
 
 #include "objects/series_object.h"
 

@@ -14,7 +14,7 @@ from pathlib import Path
 import kvalo
 import numpy as np
 import pytest
-from common import cases, series, xs, ys
+from common import cases, in_threads, series, xs, ys
 from conftest import ROOT
 
 import __main__
@@ -460,6 +460,19 @@ def test_a_series_feeds_a_model_and_stays_as_it_is():
     recorded += 1
     assert ys(model.run().y) == [1, 1, 5, 5, 2]
     assert ys(recorded) == [2, 6, 3]
+
+
+def test_runs_in_several_threads_keep_their_results_apart():
+    def run_often(value):
+        model, _ = diagram({"c": ("const", {"expression": value}), "y": ("outport", {})}, "c>y", tf=1)
+        return {model.run().y.ydata[0] for _ in range(100)}
+
+    interval = sys.getswitchinterval()
+    sys.setswitchinterval(1e-6)
+    try:
+        assert in_threads(run_often, *range(8)) == [{float(value)} for value in range(8)]
+    finally:
+        sys.setswitchinterval(interval)
 
 
 @cases(
