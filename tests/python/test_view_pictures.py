@@ -630,3 +630,17 @@ def test_following_a_container(tmp_path):
     (shown,) = json.loads(_view.state())["charts"]
     assert [(s["name"], s["side"], s["version"]) for s in shown["series"]][0] == ("v", "right", 2)
     assert memoryview(_view.samples(chart, 0)[1]).tolist() == [2, 4]
+
+
+def test_following_a_live_source(live):
+    c = live(samples=10)
+    chart = kvalo.plot(obj=c.d, name="d")
+    kvalo.boolplot(obj=c.d)
+    c.rt_start()
+    for n in range(1, 4):
+        assert kvalo_view.follow(c) == 2
+        x, _, _ = _view.samples(chart, 0)
+        assert memoryview(x).tolist() == list(range(max(0, 4 * n - 10), 4 * n))
+    c.rt_stop()
+    (figure, _) = kvalo_view.figures("200x120")
+    assert figure.axes[0].get_xlim() == (2, 11)
