@@ -4,6 +4,7 @@ import io
 import json
 import math
 import os
+import runpy
 import subprocess
 import sys
 import types
@@ -13,7 +14,7 @@ import kvalo_view
 import numpy as np
 import pytest
 from common import cases, series
-from conftest import run_script
+from conftest import ROOT, run_script
 from kvalo_view import _view, host, pictures, times
 from kvalo_view.state import HUGE
 from matplotlib.collections import EllipseCollection, PolyCollection
@@ -630,3 +631,30 @@ def test_following_a_container(tmp_path):
     (shown,) = json.loads(_view.state())["charts"]
     assert [(s["name"], s["side"], s["version"]) for s in shown["series"]][0] == ("v", "right", 2)
     assert memoryview(_view.samples(chart, 0)[1]).tolist() == [2, 4]
+
+
+def test_following_a_live_source(live):
+    c = live(samples=10)
+    chart = kvalo.plot(obj=c.d, name="d")
+    kvalo.boolplot(obj=c.d)
+    c.rt_start()
+    for n in range(1, 4):
+        assert kvalo_view.follow(c) == 2
+        x, _, _ = _view.samples(chart, 0)
+        assert memoryview(x).tolist() == list(range(max(0, 4 * n - 10), 4 * n))
+    c.rt_stop()
+    (figure, _) = kvalo_view.figures("200x120")
+    assert figure.axes[0].get_xlim() == (2, 11)
+
+
+GALLERY = runpy.run_path(str(ROOT / "scripts" / "gallery.py"))["scripts"]()
+
+
+@pytest.mark.parametrize("path", GALLERY, ids=lambda path: path.stem)
+def test_scripts_of_the_gallery(path):
+    names = {}
+    exec(GALLERY[path], names)
+    figure = pictures.figure_of(names["chart"], "640x360")
+    figure.canvas.draw()
+    assert figure.axes
+    assert path.is_file()
