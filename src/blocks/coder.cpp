@@ -200,7 +200,7 @@ std::string Coder::terms(const Cell& cell) const {
     } else if (i == 0) {
       result = sign != 0.0 ? quotient("1.0", input) : input;
     } else {
-      result = sign != 0.0 ? quotient(result, input) : result + " * " + input;
+      result = sign != 0.0 ? quotient(result, input) : fmt::format("{} * {}", result, input);
     }
   }
   return result;

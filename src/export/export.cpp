@@ -121,7 +121,7 @@ void write(const Request& request, const std::vector<Column>& columns) {
     grid_columns.push_back({column.x.span(), column.y.span()});
   }
   header += '\n';
-  kernels::GridWriter rows(std::move(grid_columns), request.delimiter, request.grid);
+  kernels::GridWriter rows(grid_columns, request.delimiter, request.grid);
   ReplacedFile file(request.path);
   file.write(header);
   while (true) {

@@ -170,7 +170,7 @@ bool grid_advances(double tini, double step, double tend) {
   return step > distance / 2.0;
 }
 
-GridWriter::GridWriter(std::vector<GridColumn> columns, std::string_view delimiter, const Grid& grid)
+GridWriter::GridWriter(const std::vector<GridColumn>& columns, std::string_view delimiter, const Grid& grid)
     : delimiter_(delimiter),
       grid_(grid),
       decimals_(0),

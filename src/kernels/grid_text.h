@@ -41,7 +41,7 @@ class GridWriter {
  public:
   // The samples must stay until the last batch was written. Throws std::invalid_argument when the grid
   // does not advance, or a column has no samples or not as many x as y.
-  GridWriter(std::vector<GridColumn> columns, std::string_view delimiter, const Grid& grid);
+  GridWriter(const std::vector<GridColumn>& columns, std::string_view delimiter, const Grid& grid);
   ~GridWriter();
   GridWriter(const GridWriter&) = delete;
   GridWriter& operator=(const GridWriter&) = delete;

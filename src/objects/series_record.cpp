@@ -18,7 +18,7 @@ SeriesRegistry* series_registry = nullptr;
 
 std::shared_ptr<TimeSeries> TimeSeries::child(std::string_view name) const {
   for (const auto& weak : children) {
-    const auto record = weak.lock();
+    auto record = weak.lock();
     if (record && record->main_name == name) return record;
   }
   return nullptr;
