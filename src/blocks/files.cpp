@@ -29,12 +29,13 @@ bool write_files(const fs::path& folder, const std::vector<NamedText>& files, st
   std::vector<fs::path> written;
   const std::string ending = '.' + mirn3::str::random(8);
   std::error_code error;
-  const bool is_new = fs::create_directory(folder, error);
+  const bool is_new =
+      fs::create_directory(folder, error);  // NOLINT(clang-analyzer-deadcode.DeadStores): below
   try {
     for (const auto& [name, content] : files) {
       // What must not be written must not be replaced either.
       mirn3::sys::write_check(folder / name);
-      written.push_back(folder / ('.' + name + ending));
+      written.push_back(folder / fmt::format(".{}{}", name, ending));
       write_file(written.back(), content);
     }
     for (size_t i = 0; i < files.size(); ++i) fs::rename(written[i], folder / files[i].first);

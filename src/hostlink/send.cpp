@@ -82,7 +82,12 @@ void report_error(std::string_view text) {
   }
   auto record = std::make_shared<dto_error_t>();
   put_cut_text(record->text, text);
+  // A handler written in Python cannot run with an error set, and what it raises must not hide that error.
+  PyObject *type = nullptr, *error = nullptr, *trace = nullptr;
+  PyErr_Fetch(&type, &error, &trace);
   ilc::channel->send("app_error", std::move(record));
+  if (PyErr_Occurred() != nullptr) PyErr_WriteUnraisable(nullptr);
+  PyErr_Restore(type, error, trace);
 }
 
 }  // namespace mirn2::hostlink

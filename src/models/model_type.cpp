@@ -201,7 +201,7 @@ void model_set(PyObject* self, std::optional<unsigned long long> id, Given x, Gi
   plexo::IMetaBlock* block = id ? use.meta().block(*id) : nullptr;
   if (block == nullptr && (id || std::ranges::any_of(place, is_given<float>))) refuse_id(id.value_or(0));
   for (size_t i = 0; i < std::size(place); ++i) {
-    if (is_given(place[i])) block->place()[i] = *place[i];
+    if (block != nullptr && is_given(place[i])) block->place()[i] = *place[i];
   }
   const plexo::Times now = use.meta().times();
   use.meta().set_time(is_given(ti) ? *ti : now.ti, is_given(tf) ? *tf : now.tf, is_given(ts) ? *ts : now.ts);

@@ -19,6 +19,7 @@
 #include <string>
 
 #include "runtime/lifetime.h"
+#include "runtime/str.h"
 #include "runtime/sys.h"
 #include "runtime/utc.h"
 
@@ -70,14 +71,23 @@ std::unique_ptr<Sink> open() {
   return sink;
 }
 
-// The entry as one line: whatever could break it or disturb a terminal is escaped.
+// The entry as one line of UTF-8: what could break it or disturb a terminal is escaped.
 std::string to_line(int severity, std::string_view text) {
   std::string line = utc::now_as_str_02();
   line.reserve(line.size() + text.size() + 16);
   fmt::format_to(std::back_inserter(line), " {} ", severity);
-  for (const char c : text) {
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
     const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7f) {
+    if (byte >= 0x80) {
+      const size_t length = str::utf8_length(text.substr(i));
+      if (length == 0) {
+        fmt::format_to(std::back_inserter(line), "\\x{:02x}", byte);
+        continue;
+      }
+      line.append(text, i, length);
+      i += length - 1;
+    } else if (byte >= 0x20 && byte != 0x7f) {
       line += c;
     } else if (c == '\n') {
       line += "\\n";

@@ -658,3 +658,11 @@ def test_scripts_of_the_gallery(path):
     figure.canvas.draw()
     assert figure.axes
     assert path.is_file()
+
+
+def test_a_failed_load_keeps_its_error(tmp_path):
+    """The host's Python side hears of it while the error is on its way to the script."""
+    path = tmp_path / "empty.zip"
+    path.write_bytes(b"")
+    with pytest.raises(Exception, match="damaged"):
+        kvalo.Container(path=str(path))

@@ -21,6 +21,7 @@ TEST_F(LogTest, EveryEntryIsOneLine) {
        "zero\\x00bell\\x07 escape\\x1b[31m delete\\x7f"},
       {"braces {} {:s} and %s, höhe 20 µm", "braces {} {:s} and %s, höhe 20 µm"},
       {std::string(300000, 'x'), std::string(300000, 'x')},
+      {"not UTF-8: \xff, \xc3, cut: \xe2\x82", "not UTF-8: \\xff, \\xc3, cut: \\xe2\\x82"},
   };
   for (const auto& [text, written] : cases) log::write(log::error, text);
   const auto lines = log_lines();

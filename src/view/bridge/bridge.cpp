@@ -339,7 +339,7 @@ bool stop_at_exit(PyObject* module) {
 
 }  // namespace
 
-PyMODINIT_FUNC PyInit__view() {
+PyMODINIT_FUNC PyInit__view() {  // NOLINT(bugprone-reserved-identifier): the interpreter looks for it
   PyObject* module = PyModule_Create(&module_def);
   if (module == nullptr) return nullptr;
   samples_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&samples_spec));
