@@ -13,7 +13,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 # Below /usr/include: the compiler's, the system's and the interpreter's headers, and those of C libraries that
 # are called where they are installed, so that nothing of them but declarations gets in.
-CALLED = {"c++", "linux", "asm-generic", "python3.11", "hdf5", "minizip"}
+CALLED = {"c++", "linux", "asm-generic", "arpa", "net", "netinet", "rpc", "python3.11", "hdf5", "minizip"}
 # Where headers that come with Python packages lie, and the notice they need.
 PACKAGES = {"/pyarrow/include/": "arrow", "/ducc0/": "ducc0"}
 # Of this project.
