@@ -125,7 +125,7 @@ class ReaderHDF5::Scan {
     const std::vector<std::string> names = link_names(id, most_links, too_long);
     if (too_long > 0) leave_out(path, fmt::format("{:d} names in it are too long", too_long));
     for (const std::string& link : names) {
-      const std::string where = path + "/" + link;
+      const std::string where = fmt::format("{:s}/{:s}", path, link);
       if (++links_ > most_links || reader_.variables_.size() >= most_variables) {
         leave_out(where, "the file holds too many objects");
         break;
@@ -142,7 +142,7 @@ class ReaderHDF5::Scan {
       if (variable.axis == no_axis) variable.axis = axes.of(rows);  // else it has time among its own members
     }
     for (const auto& [position, link] : subgroups) {
-      const std::string where = path + "/" + link;
+      const std::string where = fmt::format("{:s}/{:s}", path, link);
       try {
         const Object inner(H5Oopen(id, link.c_str(), inside_), "A group cannot be opened");
         nodes[position].children = group(inner, where, nodes[position].full_name, depth + 1);
