@@ -33,11 +33,22 @@ struct Parameters {
   constexpr bool takes_keywords() const { return any_keywords || positional_only < count; }
 };
 
+// The place of the first of these characters from `at` on, npos without one. The library's own search
+// compares pointers with null, which GCC does not take for constant under -fsanitize=null.
+constexpr size_t find_any(std::string_view text, std::string_view characters, size_t at = 0) {
+  for (; at < text.size(); ++at) {
+    for (const char character : characters) {
+      if (text[at] == character) return at;
+    }
+  }
+  return std::string_view::npos;
+}
+
 consteval Parameters read_parameters(std::string_view text) {
   Parameters result;
   size_t at = 1;  // after the opening bracket
   while (text[at] != ')') {
-    const size_t end = text.find_first_of(",)", at);
+    const size_t end = find_any(text, ",)", at);
     const std::string_view item = text.substr(at, end - at);
     if (item == "/") {
       result.positional_only = result.count;
@@ -47,7 +58,7 @@ consteval Parameters read_parameters(std::string_view text) {
       result.any_keywords = result.any_keywords || item.starts_with("**");
     } else {
       Parameter& parameter = result.items[result.count++];
-      const size_t sign = item.find('=');
+      const size_t sign = find_any(item, "=");
       const bool required = sign == item.npos;
       parameter = {at, required ? item.size() : sign, required ? 0 : at + sign + 1,
                    required ? 0 : item.size() - sign - 1};
@@ -66,7 +77,7 @@ struct Format {
 
 consteval Format read_format(std::string_view text) {
   Format format;
-  const size_t bar = text.find('|');
+  const size_t bar = find_any(text, "|");
   for (const char letter : text) {
     if (letter != '|') format.letters[format.count++] = letter;
   }
